@@ -1,0 +1,31 @@
+#pragma once
+// Helpers shared by the test programs.
+
+#include <QImage>
+#include <QString>
+#include <QTemporaryDir>
+
+namespace kestro::test {
+
+// Small data kept in the repository (tests/data).
+QString dataPath(const QString &relative = QString());
+// Photographs and tables beside the project (../shared/testdata).
+QString sharedDataPath(const QString &relative = QString());
+// The build tree, for running the built programs as processes.
+QString buildPath(const QString &relative = QString());
+
+// Runs a program and collects its output; exitCode is -1000 on a crash or
+// when it could not start, -1001 when it timed out.
+struct ProcessResult
+{
+    int exitCode = 0;
+    QByteArray out;
+    QByteArray err;
+};
+ProcessResult runProcess(const QString &program, const QStringList &args, int timeoutMs = 120000,
+                         const QStringList &extraEnvironment = {});
+
+// Writes an image to a file in `dir` and returns its path.
+QString saveImage(const QTemporaryDir &dir, const QString &name, const QImage &image);
+
+} // namespace kestro::test
