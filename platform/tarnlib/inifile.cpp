@@ -1,0 +1,88 @@
+#include "platform/tarnlib/inifile.h"
+
+#include <QFile>
+#include <QList>
+
+namespace tarn {
+
+static QString joinKey(const QString &group, const QString &key)
+{
+    return group + QLatin1Char('/') + key;
+}
+
+IniFile IniFile::parse(const QByteArray &text)
+{
+    IniFile ini;
+    QString group = QStringLiteral("General");
+    const QList<QByteArray> lines = text.split('\n');
+    for (QByteArray line : lines) {
+        line = line.trimmed();
+        if (line.isEmpty() || line.startsWith(';') || line.startsWith('#'))
+            continue;
+        if (line.startsWith('[')) {
+            const int end = line.indexOf(']');
+            if (end > 1)
+                group = QString::fromUtf8(line.mid(1, end - 1)).trimmed();
+            continue;
+        }
+        const int eq = line.indexOf('=');
+        if (eq <= 0)
+            continue;
+        const QString key = QString::fromUtf8(line.left(eq)).trimmed();
+        QString value = QString::fromUtf8(line.mid(eq + 1)).trimmed();
+        if (value.size() >= 2 && value.startsWith(QLatin1Char('"')) && value.endsWith(QLatin1Char('"')))
+            value = value.mid(1, value.size() - 2);
+        // The first occurrence of a key wins, as in the sensor tools' files.
+        const QString full = joinKey(group, key);
+        if (!ini.m_values.contains(full))
+            ini.m_values.insert(full, value);
+    }
+    return ini;
+}
+
+IniFile IniFile::read(const QString &path, bool *ok, qint64 maxBytes)
+{
+    QFile file(path);
+    *ok = false;
+    if (!file.open(QIODevice::ReadOnly))
+        return IniFile();
+    const qint64 size = file.size();
+    if (size > maxBytes)
+        return IniFile();
+    const QByteArray text = file.read(maxBytes + 1);
+    if (text.size() > maxBytes)
+        return IniFile();
+    *ok = true;
+    return parse(text);
+}
+
+bool IniFile::contains(const QString &group, const QString &key) const
+{
+    return m_values.contains(joinKey(group, key));
+}
+
+QString IniFile::value(const QString &group, const QString &key) const
+{
+    return m_values.value(joinKey(group, key));
+}
+
+long long IniFile::integer(const QString &group, const QString &key, bool *ok) const
+{
+    *ok = false;
+    const auto it = m_values.constFind(joinKey(group, key));
+    if (it == m_values.constEnd())
+        return 0;
+    const QString text = it.value();
+    bool converted = false;
+    long long number = 0;
+    if (text.startsWith(QLatin1String("0x")) || text.startsWith(QLatin1String("0X")))
+        number = text.mid(2).toLongLong(&converted, 16);
+    else
+        number = text.toLongLong(&converted, 10);
+    if (!converted)
+        return 0;
+    *ok = true;
+    return number;
+}
+
+} // namespace tarn

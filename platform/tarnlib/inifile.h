@@ -1,0 +1,33 @@
+#pragma once
+// A small, strict INI reader for sidecar and sensor data files. It never
+// caches (unlike QSettings), bounds what it reads, and keeps keys
+// case-sensitive as they are written.
+
+#include <QByteArray>
+#include <QHash>
+#include <QString>
+
+namespace tarn {
+
+class IniFile
+{
+public:
+    // Parses INI text: "[Group]" lines, "Key=Value" lines, ';' or '#'
+    // comments. Keys outside any group belong to the group "General".
+    static IniFile parse(const QByteArray &text);
+    // Reads a file of at most maxBytes; ok is false when it cannot be read
+    // or is larger.
+    static IniFile read(const QString &path, bool *ok, qint64 maxBytes = 1 << 20);
+
+    bool contains(const QString &group, const QString &key) const;
+    QString value(const QString &group, const QString &key) const;
+
+    // Integer value: decimal, or hexadecimal with 0x. ok is false when the
+    // key is missing or the value is not a whole number in range.
+    long long integer(const QString &group, const QString &key, bool *ok) const;
+
+private:
+    QHash<QString, QString> m_values; // "group/key" -> value
+};
+
+} // namespace tarn

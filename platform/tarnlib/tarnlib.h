@@ -1,0 +1,135 @@
+#ifndef TARNLIB_H
+#define TARNLIB_H
+/*
+ * tarnlib: the open camera library.
+ *
+ * Cameras are opened as a list of tl_camera_t records. A raw sensor file can
+ * be opened as a file-backed camera with tl_OpenCameras2: every grab delivers
+ * the file's frame as 16-bit little-endian words.
+ *
+ * Sensor data files ("*.sdat", and "*.xsdat" for extended files) are INI text
+ * files in the sensor data folder (tl_SensorData()). Each describes one
+ * sensor revision:
+ *
+ *   [Sensor]
+ *   Name=KSD644            sensor name (file names start with it)
+ *   AlternateName=KSD644C  second name, also used in file names
+ *   PartId=0x6440          part id (decimal or 0x hexadecimal)
+ *   Revision=1
+ *   [Frame]
+ *   Width=644
+ *   Height=484
+ *   BitsPerPixel=10        1..16; samples take 1 byte up to 8 bits, else 2
+ *   ImageType=1            image type code (tl_IsBayerImageType)
+ *   BayerOrder=0           colour order code 0..3
+ *   BlackLevel=64
+ *
+ * All functions return 0 (TL_OK) on success and a TL_ERR_* status otherwise.
+ */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum {
+    TL_OK = 0,
+    TL_ERR_ARGUMENT = 1,      /* null pointer or absurd argument */
+    TL_ERR_NO_CAMERA = 2,     /* no camera found */
+    TL_ERR_NO_FILE = 3,       /* file missing or unreadable */
+    TL_ERR_NO_DESCRIPTION = 4,/* no sidecar and no sensor with the file's size */
+    TL_ERR_BAD_DESCRIPTION = 5,/* sidecar or sensor data file with invalid values */
+    TL_ERR_SIZE_MISMATCH = 6, /* file size differs from the described frame */
+    TL_ERR_BUFFER = 7,        /* buffer too small */
+    TL_ERR_IO = 8,            /* read failed, or the file changed since it was opened */
+    TL_ERR_NO_MEMORY = 9,
+    TL_ERR_PARAMETER = 10     /* unknown parameter code */
+};
+
+/* Parameter codes of tl_getSensorParameter. */
+enum {
+    TL_PARAM_BLACK_LEVEL = 1,
+    TL_PARAM_BAYER_ORDER = 2
+};
+
+/* Image type codes. */
+enum {
+    TL_IMAGE_MONO = 0,
+    TL_IMAGE_BAYER = 1,
+    TL_IMAGE_YCBCR = 2,
+    TL_IMAGE_RGB = 3,
+    TL_IMAGE_MONO_PACKED = 4,
+    TL_IMAGE_BAYER_PLANAR = 5,
+    TL_IMAGE_YCBCR_PLANAR = 6,
+    TL_IMAGE_BAYER_HDR = 7,
+    TL_IMAGE_BAYER_PDAF = 8,
+    TL_IMAGE_RGBIR = 9,
+    TL_IMAGE_BAYER_DUAL = 10,
+    TL_IMAGE_RGB_PLANAR = 11
+};
+
+#define TL_NAME_SIZE 64
+
+/* Description of the sensor behind a camera (or in a sensor data file). */
+typedef struct tl_sensor_t {
+    char name[TL_NAME_SIZE];          /* sensor name */
+    char alternateName[TL_NAME_SIZE]; /* second identification text */
+    unsigned int partId;
+    int revision;
+    int imageType;
+    int width;
+    int height;
+    int bitsPerPixel;
+    int bytesPerPixel;       /* of the grabbed frame (2 for raw files) */
+    unsigned int bufferSize; /* bytes of one grabbed frame */
+    int bayerOrder;
+    unsigned int blackLevel;
+} tl_sensor_t;
+
+typedef struct tl_camera_t {
+    tl_sensor_t sensor;
+    void *priv; /* library-private state */
+} tl_camera_t;
+
+/* Folder of the sensor data files: $KESTRO_SENSOR_DATA when set, else the
+ * folder shipped with the program (searched relative to the executable).
+ * The text stays valid until the next call on the same thread. */
+const char *tl_SensorData(void);
+
+/* Opens the attached cameras. This build has no camera transport: it always
+ * returns TL_ERR_NO_CAMERA with an empty list. */
+int tl_OpenCameras(tl_camera_t ***list, int *count, const char *sensorDataFolder);
+
+/* Opens a raw sensor file (path in the local 8-bit file name encoding) as a
+ * file-backed camera. maxCameras limits the list (at least 1 is needed);
+ * flags must be 0. The frame description comes from the sidecar INI file
+ * (same path with ".ini" instead of ".raw", group [Frame]) or else from the
+ * first sensor data file whose frame size in bytes equals the file size. */
+int tl_OpenCameras2(tl_camera_t ***list, int *count, const char *source, int maxCameras,
+                    unsigned int flags);
+
+/* Frees a list returned by tl_OpenCameras or tl_OpenCameras2. */
+void tl_CloseCameras2(tl_camera_t **list, int count);
+
+/* Reads one frame into buffer (bufferSize bytes; at least
+ * camera->sensor.bufferSize). Samples are 16-bit little-endian words; 8-bit
+ * files are widened. Never writes more than bufferSize bytes. */
+int tl_grabFrame(tl_camera_t *camera, void *buffer, unsigned int bufferSize);
+
+/* Sensor parameter query: TL_PARAM_BLACK_LEVEL, TL_PARAM_BAYER_ORDER. */
+int tl_getSensorParameter(tl_camera_t *camera, int code, unsigned int *value);
+
+/* True (1) for the Bayer mosaic image types 1, 7, 8 and 10. */
+int tl_IsBayerImageType(int imageType);
+
+/* Reads a sensor data file into *sensor (bufferSize and bytesPerPixel as a
+ * raw file of that sensor would be grabbed). */
+int tl_ReadSensorDataFile(const char *path, tl_sensor_t *sensor);
+
+/* Short English text for a status code. */
+const char *tl_StatusText(int status);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TARNLIB_H */

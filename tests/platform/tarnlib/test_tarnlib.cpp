@@ -1,0 +1,203 @@
+#include "platform/tarnlib/tarnlib.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+void write(const QString &path, const QByteArray &bytes)
+{
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+}
+
+QByteArray sidecar(const QByteArray &frameBody)
+{
+    return "; written by the board tool\n[Frame]\n" + frameBody + "Comment=other keys may follow\n";
+}
+
+struct Opened
+{
+    tl_camera_t **list = nullptr;
+    int count = 0;
+    int status = -1;
+    explicit Opened(const QString &path) { status = tl_OpenCameras2(&list, &count, QFile::encodeName(path).constData(), 16, 0); }
+    ~Opened() { tl_CloseCameras2(list, count); }
+};
+
+} // namespace
+
+TEST(Tarnlib, RawFileWithSidecar)
+{
+    QTemporaryDir dir;
+    QByteArray data;
+    for (int i = 0; i < 6 * 4; ++i) {
+        const quint16 v = static_cast<quint16>(i * 100 + 3);
+        data.append(char(v & 0xff)).append(char(v >> 8));
+    }
+    write(dir.filePath("a.raw"), data);
+    write(dir.filePath("a.ini"), sidecar("Width=6\nHeight=4\nBitsPerPixel=12\nImageType=1\nBayerOrder=2\nBlackLevel=168\n"));
+    Opened cam(dir.filePath("a.raw"));
+    ASSERT_EQ(cam.status, TL_OK);
+    ASSERT_EQ(cam.count, 1);
+    const tl_sensor_t &s = cam.list[0]->sensor;
+    EXPECT_EQ(s.width, 6);
+    EXPECT_EQ(s.height, 4);
+    EXPECT_EQ(s.bitsPerPixel, 12);
+    EXPECT_EQ(s.bytesPerPixel, 2);
+    EXPECT_EQ(s.bufferSize, 48u);
+    EXPECT_EQ(s.imageType, 1);
+    unsigned order = 9, black = 9;
+    EXPECT_EQ(tl_getSensorParameter(cam.list[0], TL_PARAM_BAYER_ORDER, &order), TL_OK);
+    EXPECT_EQ(tl_getSensorParameter(cam.list[0], TL_PARAM_BLACK_LEVEL, &black), TL_OK);
+    EXPECT_EQ(order, 2u);
+    EXPECT_EQ(black, 168u);
+    EXPECT_NE(tl_getSensorParameter(cam.list[0], 99, &black), TL_OK);
+
+    std::vector<unsigned char> buffer(48 + 4, 0xee);
+    EXPECT_EQ(tl_grabFrame(cam.list[0], buffer.data(), 47), TL_ERR_BUFFER);
+    ASSERT_EQ(tl_grabFrame(cam.list[0], buffer.data(), 48), TL_OK);
+    EXPECT_EQ(0, std::memcmp(buffer.data(), data.constData(), 48));
+    EXPECT_EQ(buffer[48], 0xee); // nothing written past the frame
+
+    // The file shrinks after opening: the grab refuses instead of reading past it.
+    write(dir.filePath("a.raw"), data.left(20));
+    EXPECT_EQ(tl_grabFrame(cam.list[0], buffer.data(), 48), TL_ERR_IO);
+}
+
+TEST(Tarnlib, EightBitFilesAreWidened)
+{
+    QTemporaryDir dir;
+    const QByteArray data("\x00\x01\x7f\x80\xfe\xff", 6);
+    write(dir.filePath("m.raw"), data);
+    write(dir.filePath("m.ini"), sidecar("Width=3\nHeight=2\nBitsPerPixel=8\nImageType=0\n"));
+    Opened cam(dir.filePath("m.raw"));
+    ASSERT_EQ(cam.status, TL_OK);
+    EXPECT_EQ(cam.list[0]->sensor.bufferSize, 12u);
+    EXPECT_EQ(cam.list[0]->sensor.bytesPerPixel, 2);
+    std::vector<unsigned char> buffer(12);
+    ASSERT_EQ(tl_grabFrame(cam.list[0], buffer.data(), 12), TL_OK);
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(buffer[2 * i], static_cast<unsigned char>(data[i]));
+        EXPECT_EQ(buffer[2 * i + 1], 0);
+    }
+}
+
+TEST(Tarnlib, DescriptionFromSensorDataBySize)
+{
+    QTemporaryDir dir;
+    QDir(dir.path()).mkdir("sensors");
+    write(dir.filePath("sensors/AAA-REV1.sdat"),
+          "[Sensor]\nName=AAA\nRevision=1\n[Frame]\nWidth=10\nHeight=10\nBitsPerPixel=8\nBayerOrder=3\nBlackLevel=5\n");
+    write(dir.filePath("sensors/BBB-REV2.sdat"),
+          "[Sensor]\nName=BBB\nAlternateName=BBX\nPartId=0x77\nRevision=2\n[Frame]\nWidth=5\nHeight=10\nBitsPerPixel=10\nBayerOrder=1\nBlackLevel=64\n");
+    write(dir.filePath("sensors/CCC-REV1.sdat"),
+          "[Sensor]\nName=CCC\n[Frame]\nWidth=100\nHeight=1\nBitsPerPixel=10\n");
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(dir.filePath("sensors")));
+    EXPECT_EQ(QString::fromLocal8Bit(tl_SensorData()), dir.filePath("sensors"));
+
+    // 100 bytes: both AAA (10x10, 1 byte) and BBB (5x10, 2 bytes) fit; the
+    // first file in name order wins.
+    write(dir.filePath("x.raw"), QByteArray(100, 7));
+    {
+        Opened cam(dir.filePath("x.raw"));
+        ASSERT_EQ(cam.status, TL_OK);
+        EXPECT_STREQ(cam.list[0]->sensor.name, "AAA");
+        unsigned order = 0;
+        tl_getSensorParameter(cam.list[0], TL_PARAM_BAYER_ORDER, &order);
+        EXPECT_EQ(order, 3u);
+    }
+    write(dir.filePath("y.raw"), QByteArray(200, 7));
+    {
+        Opened cam(dir.filePath("y.raw"));
+        ASSERT_EQ(cam.status, TL_OK);
+        EXPECT_STREQ(cam.list[0]->sensor.name, "CCC");
+    }
+    // No sensor of this size.
+    write(dir.filePath("z.raw"), QByteArray(101, 7));
+    EXPECT_EQ(Opened(dir.filePath("z.raw")).status, TL_ERR_NO_DESCRIPTION);
+
+    tl_sensor_t s;
+    ASSERT_EQ(tl_ReadSensorDataFile(QFile::encodeName(dir.filePath("sensors/BBB-REV2.sdat")).constData(), &s), TL_OK);
+    EXPECT_STREQ(s.alternateName, "BBX");
+    EXPECT_EQ(s.partId, 0x77u);
+    EXPECT_EQ(s.revision, 2);
+
+    // A missing sensor data folder: no description, no crash.
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(dir.filePath("nowhere")));
+    EXPECT_EQ(Opened(dir.filePath("x.raw")).status, TL_ERR_NO_DESCRIPTION);
+    qunsetenv("KESTRO_SENSOR_DATA");
+    // Without the variable the bundled folder is found from the executable.
+    EXPECT_TRUE(QDir(QString::fromLocal8Bit(tl_SensorData())).exists()) << tl_SensorData();
+    EXPECT_FALSE(QDir(QString::fromLocal8Bit(tl_SensorData())).entryList({"*.sdat"}).isEmpty());
+}
+
+TEST(Tarnlib, BadFilesAndDescriptions)
+{
+    QTemporaryDir dir;
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(dir.filePath("nowhere")));
+    const QByteArray good = "Width=4\nHeight=4\nBitsPerPixel=10\n";
+    write(dir.filePath("f.raw"), QByteArray(32, 1));
+
+    write(dir.filePath("f.ini"), sidecar(good));
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_OK);
+
+    // Shorter, longer and empty files than described.
+    write(dir.filePath("f.raw"), QByteArray(31, 1));
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_SIZE_MISMATCH);
+    write(dir.filePath("f.raw"), QByteArray(33, 1));
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_SIZE_MISMATCH);
+    write(dir.filePath("f.raw"), QByteArray());
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_SIZE_MISMATCH);
+    write(dir.filePath("f.raw"), QByteArray(32, 1));
+
+    const QByteArray bad[] = {
+        "Width=4\nHeight=4\nBitsPerPixel=0\n",
+        "Width=4\nHeight=4\nBitsPerPixel=17\n",
+        "Width=4\nHeight=4\nBitsPerPixel=-3\n",
+        "Width=4\nHeight=4\n",
+        "Width=four\nHeight=4\nBitsPerPixel=10\n",
+        "Width=4\nHeight=0\nBitsPerPixel=10\n",
+        "Width=4.5\nHeight=4\nBitsPerPixel=10\n",
+        "Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=1023\n",
+        "Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=-1\n",
+        "Width=4\nHeight=4\nBitsPerPixel=10\nImageType=99\n",
+        "Width=4\nHeight=4\nBitsPerPixel=10\nBayerOrder=x\n",
+        "Width=99999999999999999999\nHeight=4\nBitsPerPixel=10\n",
+        "Width=1048576\nHeight=1048576\nBitsPerPixel=16\n",
+    };
+    for (const QByteArray &body : bad) {
+        write(dir.filePath("f.ini"), sidecar(body));
+        EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_BAD_DESCRIPTION) << body.constData();
+    }
+    // Binary garbage as a sidecar.
+    QByteArray garbage;
+    for (int i = 0; i < 4096; ++i)
+        garbage.append(char((i * 7919) & 0xff));
+    write(dir.filePath("f.ini"), garbage);
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_BAD_DESCRIPTION);
+    QFile::remove(dir.filePath("f.ini"));
+    // No sidecar and no sensor data: no description.
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_NO_DESCRIPTION);
+
+    EXPECT_EQ(Opened(dir.filePath("missing.raw")).status, TL_ERR_NO_FILE);
+    tl_camera_t **list = reinterpret_cast<tl_camera_t **>(1);
+    int count = 5;
+    EXPECT_EQ(tl_OpenCameras2(&list, &count, nullptr, 16, 0), TL_ERR_ARGUMENT);
+    EXPECT_EQ(list, nullptr);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(tl_OpenCameras(&list, &count, tl_SensorData()), TL_ERR_NO_CAMERA);
+    tl_CloseCameras2(nullptr, 0);
+    qunsetenv("KESTRO_SENSOR_DATA");
+}
+
+TEST(Tarnlib, BayerImageTypes)
+{
+    for (int t = -1; t <= 12; ++t)
+        EXPECT_EQ(tl_IsBayerImageType(t) != 0, t == 1 || t == 7 || t == 8 || t == 10) << t;
+}
