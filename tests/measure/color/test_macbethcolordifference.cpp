@@ -1,0 +1,318 @@
+#include "measure/color/macbethcolordifference.h"
+
+#include "chartimage.h"
+#include "imaging/srgb.h"
+#include "measure/color/cielab.h"
+#include "measure/color/whitebalance.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace kestro;
+using kestro::test::makeChart;
+
+namespace {
+
+// sRGB renderings of the 24 chart patches, close to the reference values.
+const std::array<QRgb, 24> kChartColours = {
+    qRgb(115, 82, 68),   qRgb(194, 150, 130), qRgb(98, 122, 157),  qRgb(87, 108, 67),
+    qRgb(133, 128, 177), qRgb(103, 189, 170), qRgb(214, 126, 44),  qRgb(80, 91, 166),
+    qRgb(193, 90, 99),   qRgb(94, 60, 108),   qRgb(157, 188, 64),  qRgb(224, 163, 46),
+    qRgb(56, 61, 150),   qRgb(70, 148, 73),   qRgb(175, 54, 60),   qRgb(231, 199, 31),
+    qRgb(187, 86, 149),  qRgb(8, 133, 161),   qRgb(243, 243, 242), qRgb(200, 200, 200),
+    qRgb(160, 160, 160), qRgb(122, 122, 121), qRgb(85, 85, 85),    qRgb(52, 52, 52)};
+
+std::array<QRgb, 24> uniform(QRgb c)
+{
+    std::array<QRgb, 24> a;
+    a.fill(c);
+    return a;
+}
+
+// Puts chosen metric values straight into the records, marked computed, so
+// that the summary rules can be checked on exact numbers.
+struct Injected
+{
+    std::array<double, 24> dE00{}, dC00{}, dH00{}, sat{};
+};
+void inject(QStdMacbethChartColorDifference &m, const Injected &v)
+{
+    for (int i = 0; i < 24; ++i) {
+        MacbethPatch &p = m.patch(i);
+        p.hasMeasured = true;
+        p.computed = true;
+        p.dE00 = v.dE00[i];
+        p.dC00 = v.dC00[i];
+        p.dH00 = v.dH00[i];
+        p.saturation = v.sat[i];
+    }
+}
+
+} // namespace
+
+TEST(MacbethColorDifference, ReferenceTableAndInitialState)
+{
+    QStdMacbethChartColorDifference m;
+    EXPECT_EQ(m.patch(0).refL, 37.54);
+    EXPECT_EQ(m.patch(0).refA, 12.02);
+    EXPECT_EQ(m.patch(0).refB, 13.33);
+    EXPECT_EQ(m.patch(15).refB, 80.03);
+    EXPECT_EQ(m.patch(18).refL, 96.54);
+    EXPECT_EQ(m.patch(23).refL, 20.48);
+    EXPECT_EQ(m.patch(23).refB, -0.97);
+    EXPECT_TRUE(m.patch(5).linearise);
+    EXPECT_FALSE(m.patch(5).computed);
+    EXPECT_EQ(m.patch(5).rOverG, 1.0);
+    EXPECT_EQ(m.summary().dE00MaximumIndex, -1);
+    EXPECT_EQ(m.summary().saturationMaximumIndex, -1);
+    EXPECT_FALSE(m.measuredColor(0).isValid());
+}
+
+TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
+{
+    const auto chart = makeChart(kChartColours);
+    QStdMacbethChartColorDifference m;
+    ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
+    EXPECT_TRUE(m.errorText().isEmpty());
+    EXPECT_FALSE(m.patch(3).computed); // computed lazily
+    m.calculateStatistics();
+
+    std::array<float, 24> e00{};
+    for (int i = 0; i < 24; ++i) {
+        const MacbethPatch &p = m.patch(i);
+        const QRgb c = kChartColours[i];
+        ASSERT_TRUE(p.computed);
+        EXPECT_NEAR(p.R, qRed(c) / 255.0, 1e-12);
+        EXPECT_NEAR(p.G, qGreen(c) / 255.0, 1e-12);
+        EXPECT_NEAR(p.B, qBlue(c) / 255.0, 1e-12);
+        EXPECT_EQ(m.regionArea(i), 144.0);
+        EXPECT_EQ(p.region, chart.rects[i]);
+        const LabColor lab = srgbToLab(p.R, p.G, p.B);
+        EXPECT_DOUBLE_EQ(p.L, lab.L);
+        EXPECT_DOUBLE_EQ(p.a, lab.a);
+        EXPECT_DOUBLE_EQ(p.b, lab.b);
+        const Ciede2000 d = ciede2000(LabColor{p.refL, p.refA, p.refB}, lab);
+        EXPECT_DOUBLE_EQ(m.dE00(i), d.dE00);
+        EXPECT_DOUBLE_EQ(m.dC00(i), d.dC00);
+        EXPECT_DOUBLE_EQ(m.dH00(i), d.dH00);
+        // The sRGB renderings are close to the reference chart: a reference
+        // table out of order or a wrong white point would show here.
+        EXPECT_LT(p.dE00, 6.0) << "patch " << i + 1;
+        EXPECT_LE(p.dC00, p.dE00 + 1e-9);
+        EXPECT_NEAR(p.chroma, std::hypot(p.a, p.b), 1e-12);
+        EXPECT_NEAR(p.saturation, hsvSaturation(srgbToLinear(p.R), srgbToLinear(p.G), srgbToLinear(p.B)), 1e-15);
+        EXPECT_TRUE(p.outOfRange); // fractions are always below 1.0
+        e00[i] = static_cast<float>(p.dE00);
+    }
+    // Neutral patches: L* from Y alone (the Y row of the matrix sums to 1).
+    const double lin = srgbToLinear(200 / 255.0);
+    EXPECT_NEAR(m.patch(19).L, 116.0 * std::cbrt(lin) - 16.0, 1e-9);
+    EXPECT_NEAR(m.patch(19).rOverG, 1.0, 1e-12);
+    EXPECT_NEAR(m.patch(21).bOverG, srgbToLinear(121 / 255.0) / srgbToLinear(122 / 255.0), 1e-12);
+
+    const ColorDifferenceSummary &s = m.summary();
+    float sum = 0.f;
+    for (float v : e00)
+        sum += v;
+    EXPECT_FLOAT_EQ(s.dE00Average, sum / 24.0f);
+    std::array<float, 24> sorted = e00;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(s.dE00Minimum, sorted.front());
+    EXPECT_EQ(s.dE00Maximum, sorted.back());
+    EXPECT_FLOAT_EQ(s.dE00Percentile95, static_cast<float>(0.7 * sorted[22] + 0.3 * sorted[23]));
+    const int argmax = int(std::max_element(e00.begin(), e00.end()) - e00.begin());
+    const int argmin = int(std::min_element(e00.begin(), e00.end()) - e00.begin());
+    EXPECT_EQ(s.dE00MaximumIndex, argmax == 0 ? -1 : argmax);
+    EXPECT_EQ(s.dE00MinimumIndex, argmin == 0 ? -1 : argmin);
+    EXPECT_EQ(s.saturationMaximumIndex, -1);
+    EXPECT_NEAR(s.grayROverGAverage, 1.0, 0.01);
+
+    std::array<double, 24> values{};
+    m.getDE00(values.data(), 30); // clamps to 24
+    EXPECT_EQ(values[7], m.dE00(7));
+    std::array<QColor, 24> colours;
+    m.getMeasuredColors(colours.data(), 24);
+    EXPECT_EQ(colours[2].red(), 98);
+}
+
+TEST(MacbethColorDifference, AveragingKeepsSixteenBitQuantisation)
+{
+    // Two pixel values in one patch: the mean 100.5/255 is stored with 16
+    // bits per channel and read back from there.
+    auto chart = makeChart(kChartColours, 2, 2);
+    const QRect r = chart.rects[0];
+    chart.image.setPixel(r.left(), r.top(), qRgb(100, 100, 100));
+    chart.image.setPixel(r.left() + 1, r.top(), qRgb(100, 100, 100));
+    chart.image.setPixel(r.left(), r.top() + 1, qRgb(101, 101, 101));
+    chart.image.setPixel(r.left() + 1, r.top() + 1, qRgb(101, 101, 101));
+    QStdMacbethChartColorDifference m;
+    ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
+    const double exact = 100.5 / 255.0;
+    const double quantised = std::round(exact * 65535.0) / 65535.0;
+    EXPECT_DOUBLE_EQ(m.patch(0).R, quantised);
+    EXPECT_GT(std::fabs(m.patch(0).R - exact), 1e-6);
+}
+
+TEST(MacbethColorDifference, SummaryIndexRulesAndPercentile)
+{
+    QStdMacbethChartColorDifference m;
+    Injected v;
+    for (int i = 0; i < 24; ++i) {
+        v.dE00[i] = i + 1;   // 1..24: extremes at patches 0 and 23
+        v.dC00[i] = 1.0;
+        v.dH00[i] = 2.0;     // all equal
+        v.sat[i] = 0.1;
+    }
+    v.dC00[3] = v.dC00[10] = 5.0; // tied maximum
+    v.dC00[2] = v.dC00[7] = 0.5;  // tied minimum
+    v.sat[5] = 0.2;               // largest colour-patch saturation
+    v.sat[12] = 0.05;             // minimum
+    v.sat[20] = 0.3;              // overall maximum, on a gray patch
+    inject(m, v);
+    m.calculateStatistics();
+    const ColorDifferenceSummary &s = m.summary();
+
+    EXPECT_FLOAT_EQ(s.dE00Average, 12.5f);
+    EXPECT_EQ(s.dE00Minimum, 1.0f);
+    EXPECT_EQ(s.dE00Maximum, 24.0f);
+    EXPECT_EQ(s.dE00MaximumIndex, 23);
+    EXPECT_EQ(s.dE00MinimumIndex, -1); // held by patch 0, which writes no index
+    EXPECT_FLOAT_EQ(s.dE00Percentile95, 23.3f);
+
+    EXPECT_EQ(s.dC00MaximumIndex, 10); // ties: the later patch wins
+    EXPECT_EQ(s.dC00MinimumIndex, 7);
+    EXPECT_EQ(s.dC00Maximum, 5.0f);
+    EXPECT_EQ(s.dC00Minimum, 0.5f);
+
+    EXPECT_EQ(s.dH00Percentile95, 2.0f);
+    EXPECT_EQ(s.dH00MinimumIndex, 23);
+    EXPECT_EQ(s.dH00MaximumIndex, 23);
+
+    // Saturation: average over the 18 colour patches, extremes over all 24;
+    // both extremes write the minimum index, the maximum index stays unset.
+    EXPECT_FLOAT_EQ(s.saturationAverage, (16 * 0.1f + 0.2f + 0.05f) / 18.0f);
+    EXPECT_FLOAT_EQ(s.saturationMaximum, 0.3f);
+    EXPECT_FLOAT_EQ(s.saturationMinimum, 0.05f);
+    EXPECT_EQ(s.saturationMinimumIndex, 20);
+    EXPECT_EQ(s.saturationMaximumIndex, -1);
+
+    // A second measurement whose maximum sits on patch 0 keeps the index of
+    // the previous one; the averages are reset.
+    for (int i = 0; i < 24; ++i)
+        v.dE00[i] = 24 - i;
+    inject(m, v);
+    m.calculateStatistics();
+    EXPECT_EQ(s.dE00Maximum, 24.0f);
+    EXPECT_EQ(s.dE00MaximumIndex, 23);
+    EXPECT_EQ(s.dE00MinimumIndex, 23);
+    EXPECT_FLOAT_EQ(s.dE00Average, 12.5f);
+}
+
+TEST(MacbethColorDifference, InvalidRegionsReportedButOthersMeasured)
+{
+    auto chart = makeChart(kChartColours);
+    const QSize size = chart.image.size();
+    chart.rects[23] = QRect(size.width() - 5, size.height() - 5, 6, 5); // one column too far
+    chart.rects[4] = QRect(-2, 3, 4, 4);
+    QStdMacbethChartColorDifference m;
+    EXPECT_FALSE(m.setMeasuredRegions(chart.image, chart.rects));
+    EXPECT_EQ(m.errorText(), QString("Invalid region:((-2, 3), (1, 6))Invalid region:((%1, %2), (%3, %4))")
+                                 .arg(size.width() - 5)
+                                 .arg(size.height() - 5)
+                                 .arg(size.width())
+                                 .arg(size.height() - 1));
+    EXPECT_TRUE(m.patch(22).hasMeasured);
+    EXPECT_TRUE(m.patch(0).hasMeasured);
+    EXPECT_FALSE(m.patch(4).hasMeasured);
+    EXPECT_FALSE(m.patch(23).hasMeasured);
+
+    // A fixed chart clears the error text; an empty rectangle has no average.
+    chart = makeChart(kChartColours);
+    EXPECT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
+    EXPECT_TRUE(m.errorText().isEmpty());
+    chart.rects[1] = QRect(QPoint(10, 10), QPoint(9, 14)); // zero width, both corners inside
+    EXPECT_FALSE(m.setMeasuredRegions(chart.image, chart.rects));
+    EXPECT_EQ(m.errorText(), "Invalid region:((10, 10), (9, 14))");
+    EXPECT_FALSE(m.setMeasuredRegions(QImage(), chart.rects));
+}
+
+TEST(MacbethColorDifference, DegenerateChartsNeverCrash)
+{
+    for (QRgb c : {qRgb(0, 0, 0), qRgb(255, 255, 255)}) {
+        const auto chart = makeChart(uniform(c));
+        QStdMacbethChartColorDifference m;
+        ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
+        m.calculateStatistics();
+        const ColorDifferenceSummary &s = m.summary();
+        EXPECT_TRUE(std::isfinite(s.dE00Average));
+        EXPECT_TRUE(std::isfinite(s.dE00Percentile95));
+        EXPECT_EQ(s.saturationMaximum, 0.0f);
+        if (c == qRgb(0, 0, 0)) {
+            EXPECT_TRUE(std::isnan(m.patch(20).rOverG)); // 0 / 0, unguarded
+            EXPECT_TRUE(std::isnan(s.grayROverGAverage));
+            QString report;
+            appendWhiteBalanceReport(report, m);
+            EXPECT_TRUE(report.contains("<td align=\"right\">nan</td>"));
+        } else {
+            EXPECT_NEAR(m.patch(18).L, 100.0, 1e-9);
+            EXPECT_NEAR(s.grayROverGAverage, 1.0f, 1e-6);
+        }
+    }
+
+    // Zero green with red and blue in a gray patch: infinite ratios and zero
+    // reciprocals.
+    auto colours = kChartColours;
+    colours[20] = qRgb(100, 0, 80);
+    const auto chart = makeChart(colours);
+    QStdMacbethChartColorDifference m;
+    ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
+    m.calculateStatistics();
+    EXPECT_TRUE(std::isinf(m.patch(20).rOverG));
+    EXPECT_TRUE(std::isinf(m.summary().grayBOverGAverage));
+    QString report;
+    appendWhiteBalanceReport(report, m);
+    EXPECT_TRUE(report.contains("<tr><td align=\"center\">21</td><td align=\"right\">"));
+    EXPECT_TRUE(report.contains("<td align=\"right\">inf</td><td align=\"right\">0</td>"));
+    EXPECT_TRUE(report.contains("<tr><td>Average G/B</td><td>0</td></tr>\n"));
+}
+
+TEST(MacbethColorDifference, IndexedImageGivesTheSameResults)
+{
+    const auto rgb = makeChart(kChartColours);
+    const auto indexed = makeChart(kChartColours, 12, 4, QImage::Format_Indexed8);
+    ASSERT_EQ(indexed.image.format(), QImage::Format_Indexed8);
+    QStdMacbethChartColorDifference a, b;
+    ASSERT_TRUE(a.setMeasuredRegions(rgb.image, rgb.rects));
+    ASSERT_TRUE(b.setMeasuredRegions(indexed.image, indexed.rects));
+    a.calculateStatistics();
+    b.calculateStatistics();
+    for (int i = 0; i < 24; ++i)
+        EXPECT_EQ(a.dE00(i), b.dE00(i));
+    EXPECT_EQ(a.summary().dE00Percentile95, b.summary().dE00Percentile95);
+}
+
+TEST(MacbethColorDifference, RecordCachesUntilItsColourChanges)
+{
+    MacbethPatch p;
+    p.setReference(50.0, 0.0, 0.0);
+    p.compute();
+    EXPECT_FALSE(p.computed); // no measured colour yet
+    p.setMeasured(0.5, 0.5, 0.5);
+    p.compute();
+    ASSERT_TRUE(p.computed);
+    const double first = p.dE00;
+    p.setMeasured(0.2, 0.6, 0.3);
+    EXPECT_FALSE(p.computed);
+    p.compute();
+    EXPECT_NE(p.dE00, first);
+    // dE94chroma weights: hue term by 1 + 0.045 Cg, chroma term by 1 + 0.015 Cg.
+    p.setReference(50.0, 20.0, 10.0);
+    p.compute();
+    const double C1 = std::hypot(20.0, 10.0), C2 = std::hypot(p.a, p.b), Cg = std::sqrt(C1 * C2);
+    EXPECT_NEAR(p.dCab, C1 - C2, 1e-12);
+    EXPECT_NEAR(p.dE94chroma, std::hypot(p.dHab / (1 + 0.045 * Cg), p.dCab / (1 + 0.015 * Cg)), 1e-12);
+    EXPECT_NEAR(p.dE94, std::hypot(p.dL, p.dE94chroma), 1e-12);
+    EXPECT_NEAR(p.dEab, std::sqrt(p.dL * p.dL + p.dAB * p.dAB), 1e-12);
+}
