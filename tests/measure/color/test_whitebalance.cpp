@@ -1,0 +1,119 @@
+#include "measure/color/whitebalance.h"
+
+#include "measure/color/macbethcolordifference.h"
+
+#include <gtest/gtest.h>
+
+using namespace kestro;
+
+namespace {
+
+// Gray row with chosen white-balance values, every record computed.
+void fillGrayRow(QStdMacbethChartColorDifference &m, const double rOverG[6], const double bOverG[6],
+                 const double chroma[6])
+{
+    for (int i = 0; i < 24; ++i) {
+        MacbethPatch &p = m.patch(i);
+        p.hasMeasured = true;
+        p.computed = true;
+        p.dE00 = 1.0 + i;
+        p.dC00 = 0.5 + i;
+        p.dH00 = 0.25 + i;
+        p.saturation = 0.01 * i;
+        if (i >= 18) {
+            p.rOverG = rOverG[i - 18];
+            p.bOverG = bOverG[i - 18];
+            p.chroma = chroma[i - 18];
+        }
+    }
+    m.calculateStatistics();
+}
+
+} // namespace
+
+TEST(WhiteBalance, ReportSectionTextAndReciprocalAverages)
+{
+    QStdMacbethChartColorDifference m;
+    const double rg[6] = {0.5, 2.0, 1.0, 1.0, 1.0, 1.0};
+    const double bg[6] = {1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
+    const double chroma[6] = {1.5, 0.25, 0.0, 0.125, 3.0, 2.0};
+    fillGrayRow(m, rg, bg, chroma);
+    m.patch(23).computed = false; // an uncomputed gray patch is left out
+
+    QString report = "head";
+    appendWhiteBalanceReport(report, m);
+    const QString expected =
+        "head"
+        "<center><H1>White Balance</H1></center>\n"
+        "<p>The white balance data is calculated only on neutral (gray) patches. Chroma = sqrt(a * a + b * b) in "
+        "L*a*b* </p>. The color ratios are calculated after linearization.\n"
+        "<p><table border=\"1\" cellspacing=\"0\" cellpadding=\"1\">\n"
+        "<caption>White Balance Report</caption>\n"
+        "<tr><th align=\"center\">&nbsp;&nbsp;&nbsp;Patch ID&nbsp;&nbsp;&nbsp;</th><th "
+        "align=\"center\">&nbsp;&nbsp;Chroma&nbsp;&nbsp;</th><th align=\"center\">&nbsp;&nbsp;R/G&nbsp;&nbsp;</th><th "
+        "align=\"center\">&nbsp;&nbsp;G/R&nbsp;&nbsp;</th><th align=\"center\">&nbsp;&nbsp;B/G&nbsp;&nbsp;</th><th "
+        "align=\"center\">&nbsp;&nbsp;G/B&nbsp;&nbsp;</th></tr>\n"
+        "<tr><td align=\"center\">19</td><td align=\"right\">1.5</td><td align=\"right\">0.5</td><td "
+        "align=\"right\">2</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+        "<tr><td align=\"center\">20</td><td align=\"right\">0.25</td><td align=\"right\">2</td><td "
+        "align=\"right\">0.5</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+        "<tr><td align=\"center\">21</td><td align=\"right\">0</td><td align=\"right\">1</td><td "
+        "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+        "<tr><td align=\"center\">22</td><td align=\"right\">0.125</td><td align=\"right\">1</td><td "
+        "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+        "<tr><td align=\"center\">23</td><td align=\"right\">3</td><td align=\"right\">1</td><td "
+        "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+        "</table></p>\n"
+        "<p><table border=\"1\" cellspacing=\"0\" cellpadding=\"1\">\n"
+        "<caption>White Balance Summary Report</caption>\n"
+        "<tr><td>Average Chroma</td><td>1.14583</td></tr>\n"
+        "<tr><td>Average R/G</td><td>1.08333</td></tr>\n"
+        "<tr><td>Average G/R</td><td>0.923077</td></tr>\n"
+        "<tr><td>Average B/G</td><td>1</td></tr>\n"
+        "<tr><td>Average G/B</td><td>1</td></tr>\n"
+        "</table></p>\n"
+        "</body></html>";
+    EXPECT_EQ(report, expected);
+}
+
+TEST(WhiteBalance, MetricSelectionTable)
+{
+    QStdMacbethChartColorDifference m;
+    EXPECT_FALSE(colorMetricSelection(m, 0).valid); // nothing measured yet
+
+    const double rg[6] = {0.8, 0.9, 1.0, 1.1, 1.25, 2.0};
+    const double bg[6] = {1.0, 0.5, 4.0, 1.0, 1.0, 1.0};
+    const double chroma[6] = {1, 2, 3, 4, 5, 6};
+    fillGrayRow(m, rg, bg, chroma);
+    EXPECT_FALSE(colorMetricSelection(m, 9).valid);
+    EXPECT_FALSE(colorMetricSelection(m, -1).valid);
+
+    const char *plot[9] = {"Gray Char Color Difference", "Gray Char Color Difference", "Gray Char Color Difference",
+                           "Gray Char Saturation",       "Gray Char Chroma",           "Gray Char R/G",
+                           "Gray Char G/R",              "Gray Char B/G",              "Gray Char G/B"};
+    const char *axis[9] = {"Delta E00", "Delta C00", "Delta H00", "Saturation", "Chroma", "R/G", "G/R", "B/G", "G/B"};
+    EXPECT_EQ(colorMetricNames().size(), 9);
+    for (int k = 0; k < 9; ++k) {
+        const ColorMetricSelection s = colorMetricSelection(m, k);
+        ASSERT_TRUE(s.valid);
+        EXPECT_EQ(s.plotTitle, plot[k]);
+        EXPECT_EQ(s.axisTitle, axis[k]);
+        EXPECT_EQ(colorMetricNames()[k], axis[k]);
+        ASSERT_EQ(s.grayX.size(), 6);
+        EXPECT_EQ(s.grayX.front(), 19.0);
+        EXPECT_EQ(s.grayX.back(), 24.0);
+        EXPECT_EQ(s.barMode, k <= 3 ? 0 : 2);
+        EXPECT_EQ(s.barValues.size(), k <= 3 ? 24 : 6);
+    }
+    EXPECT_EQ(colorMetricSelection(m, 0).barValues[4], 5.0);  // dE00 of patch 5
+    EXPECT_EQ(colorMetricSelection(m, 2).grayValues[0], 18.25); // dH00 of patch 19
+    EXPECT_EQ(colorMetricSelection(m, 4).grayValues[5], 6.0);
+    const auto rOverG = colorMetricSelection(m, 5).grayValues;
+    const auto gOverR = colorMetricSelection(m, 6).grayValues;
+    const auto gOverB = colorMetricSelection(m, 8).grayValues;
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(rOverG[i], rg[i]);
+        EXPECT_DOUBLE_EQ(gOverR[i], 1.0 / rg[i]);
+        EXPECT_DOUBLE_EQ(gOverB[i], 1.0 / bg[i]);
+    }
+}
