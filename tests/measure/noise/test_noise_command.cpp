@@ -1,0 +1,148 @@
+// kestro-measure noise, run as a process.
+#include "imaging/srgb.h"
+#include "testsupport.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QTextStream>
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace kestro::test;
+
+namespace {
+
+QString tool()
+{
+    return buildPath("tools/kestro-measure/kestro-measure");
+}
+
+QString writeRoi(const QTemporaryDir &dir, const QString &name, const QString &body)
+{
+    const QString path = dir.filePath(name);
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+    f.write(body.toUtf8());
+    return path;
+}
+
+QJsonObject parse(const ProcessResult &r)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << r.out.constData();
+    return doc.object();
+}
+
+QImage rgbFrame(int w, int h, int red)
+{
+    QImage img(w, h, QImage::Format_ARGB32);
+    img.fill(qRgba(red, 128, 40, 255));
+    return img;
+}
+
+} // namespace
+
+TEST(NoiseCommand, MeasuresPatchesOfAFrameSet)
+{
+    QTemporaryDir dir;
+    const QString a = saveImage(dir, "a.png", rgbFrame(40, 30, 100));
+    const QString b = saveImage(dir, "b.png", rgbFrame(40, 30, 200));
+    // The second rectangle has fractional edges and is rounded outwards.
+    const QString roi = writeRoi(dir, "chart.roi",
+                                 "[patches]\n1\\left=0\n1\\top=0\n1\\width=10\n1\\height=10\n"
+                                 "2\\left=30.5\n2\\top=20.2\n2\\width=9.5\n2\\height=9.3\nsize=2\n");
+    const ProcessResult r = runProcess(tool(), {"noise", roi, a, b});
+    ASSERT_EQ(r.exitCode, 0) << r.err.constData();
+    const QJsonObject o = parse(r);
+    EXPECT_TRUE(o["ok"].toBool());
+    EXPECT_EQ(o["error"].toString(), QString());
+    EXPECT_EQ(o["frames"].toInt(), 2);
+    const QJsonArray patches = o["patches"].toArray();
+    ASSERT_EQ(patches.size(), 2);
+    EXPECT_EQ(patches[1].toObject()["patch"].toInt(), 2);
+    EXPECT_EQ(patches[1].toObject()["frames"].toInt(), 2);
+    const QJsonArray channels = patches[0].toObject()["channels"].toArray();
+    ASSERT_EQ(channels.size(), 3);
+    const QJsonObject red = channels[0].toObject();
+    EXPECT_EQ(red["name"].toString(), "R");
+    EXPECT_EQ(channels[1].toObject()["name"].toString(), "G");
+    EXPECT_EQ(channels[2].toObject()["name"].toString(), "B");
+    const double lo = kestro::srgbToLinear(100 / 255.0) * 255, hi = kestro::srgbToLinear(200 / 255.0) * 255;
+    EXPECT_NEAR(red["signal"].toDouble(), (lo + hi) / 2, 1e-9);
+    EXPECT_NEAR(red["overall"].toDouble(), (hi - lo) / 2, 1e-9);
+    EXPECT_NEAR(red["temporal"].toDouble(), (hi - lo) / 2, 1e-9);
+    EXPECT_NEAR(red["rowTemporal"].toDouble(), (hi - lo) / 2, 1e-9);
+    EXPECT_NEAR(red["fpn"].toDouble(), 0.0, 1e-9);
+    EXPECT_NEAR(red["snr"].toDouble(), (lo + hi) / (hi - lo), 1e-9);
+    EXPECT_NEAR(red["snrDb"].toDouble(), 20 * std::log10((lo + hi) / (hi - lo)), 1e-9);
+    // Zero noise: the ratio is infinite and prints as a string.
+    EXPECT_EQ(channels[1].toObject()["snr"].toString(), "inf");
+}
+
+TEST(NoiseCommand, RefusalsAndBadInput)
+{
+    QTemporaryDir dir;
+    const QString a = saveImage(dir, "a.png", rgbFrame(40, 30, 100));
+    const QString wide = saveImage(dir, "wide.png", rgbFrame(41, 30, 100));
+    const QString roi = writeRoi(dir, "one.roi", "[patches]\n1\\left=35\n1\\top=0\n1\\width=10\n1\\height=10\nsize=1\n");
+    const QString good = writeRoi(dir, "good.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=4\n1\\height=4\nsize=1\n");
+
+    ProcessResult r = runProcess(tool(), {"noise", roi, a});
+    EXPECT_EQ(r.exitCode, 2);
+    QJsonObject o = parse(r);
+    EXPECT_FALSE(o["ok"].toBool());
+    EXPECT_EQ(o["error"].toString(), "Invalid region:((35, 0), (44, 9))");
+    EXPECT_TRUE(o["patches"].toArray().isEmpty());
+
+    r = runProcess(tool(), {"noise", good, a, wide});
+    EXPECT_EQ(r.exitCode, 2);
+    o = parse(r);
+    EXPECT_EQ(o["error"].toString(),
+              "Frames in the frameset do not have the same format. Calculation cannot be performed.");
+    EXPECT_EQ(o["frames"].toInt(), 2);
+
+    // Unreadable inputs and usage errors: stderr and status 1, no JSON.
+    const QString truncated = dir.filePath("cut.png");
+    {
+        QFile src(a), dst(truncated);
+        src.open(QIODevice::ReadOnly);
+        dst.open(QIODevice::WriteOnly);
+        dst.write(src.readAll().left(40));
+    }
+    for (const QStringList &args : {QStringList{"noise", good, a, truncated}, QStringList{"noise", good,
+                                    dir.filePath("missing.png")}, QStringList{"noise", dir.filePath("none.roi"), a},
+                                    QStringList{"noise", writeRoi(dir, "empty.roi", "[other]\nx=1\n"), a},
+                                    QStringList{"noise", good}}) {
+        r = runProcess(tool(), args);
+        EXPECT_EQ(r.exitCode, 1) << args.join(' ').toStdString();
+        EXPECT_TRUE(r.out.isEmpty());
+        EXPECT_FALSE(r.err.isEmpty());
+    }
+}
+
+TEST(NoiseCommand, SingleGrayFrameUsesFpn)
+{
+    QTemporaryDir dir;
+    QImage gray(16, 8, QImage::Format_Grayscale8);
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 16; ++x)
+            gray.scanLine(y)[x] = static_cast<uchar>(x % 2 ? 110 : 90);
+    const QString path = saveImage(dir, "gray.bmp", gray.convertToFormat(QImage::Format_Indexed8));
+    const QString roi = writeRoi(dir, "g.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=16\n1\\height=8\nsize=1\n");
+    const ProcessResult r = runProcess(tool(), {"noise", roi, path});
+    ASSERT_EQ(r.exitCode, 0) << r.err.constData();
+    const QJsonObject c = parse(r)["patches"].toArray()[0].toObject()["channels"].toArray()[0].toObject();
+    EXPECT_EQ(c["name"].toString(), "Mono");
+    EXPECT_DOUBLE_EQ(c["signal"].toDouble(), 100.0);
+    EXPECT_DOUBLE_EQ(c["fpn"].toDouble(), 10.0);
+    EXPECT_DOUBLE_EQ(c["columnFpn"].toDouble(), 10.0);
+    EXPECT_DOUBLE_EQ(c["rowFpn"].toDouble(), 0.0);
+    EXPECT_EQ(c["overall"].toDouble(), 0.0);
+    EXPECT_EQ(c["temporal"].toDouble(), 0.0);
+    EXPECT_DOUBLE_EQ(c["snr"].toDouble(), 10.0);
+    EXPECT_DOUBLE_EQ(c["snrDb"].toDouble(), 20.0);
+}

@@ -1,0 +1,432 @@
+#include "imaging/frame.h"
+#include "imaging/srgb.h"
+#include "measure/noise/noiseengine.h"
+
+#include <QImage>
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+#include <vector>
+
+using namespace kestro;
+
+namespace {
+
+// A stack of 16-bit single-sample frames: value(x, y, i) =
+// signal + row(y) + col(x) + pixel(x, y) + temporal(x, y, i), rounded.
+struct Stack
+{
+    int width = 0, height = 0, frames = 0;
+    std::vector<std::vector<std::uint16_t>> data;
+
+    NoiseFrameData frame(int i) const
+    {
+        NoiseFrameData d;
+        d.data = reinterpret_cast<const std::uint8_t *>(data[i].data());
+        d.size = data[i].size() * 2;
+        d.width = width;
+        d.height = height;
+        d.bytesPerLine = width * 2;
+        d.bytesPerPixel = 2;
+        d.layout = NoiseLayout::Single;
+        d.picture = QSize(width, height);
+        d.setDefaultLut();
+        return d;
+    }
+
+    NoisePatchResult run(const QRect &patch) const
+    {
+        NoiseAccumulator acc;
+        EXPECT_TRUE(acc.start(frame(0), {patch})) << acc.errorMessage().toStdString();
+        for (int i = 0; i < frames; ++i)
+            EXPECT_TRUE(acc.add(frame(i)));
+        return acc.results().value(0);
+    }
+};
+
+// Zero-mean values with exactly the population standard deviation sigma.
+std::vector<double> normalised(std::vector<double> v, double sigma)
+{
+    double mean = 0;
+    for (double x : v)
+        mean += x;
+    mean /= v.size();
+    double var = 0;
+    for (double &x : v) {
+        x -= mean;
+        var += x * x;
+    }
+    const double scale = var > 0 ? sigma / std::sqrt(var / v.size()) : 0.0;
+    for (double &x : v)
+        x *= scale;
+    return v;
+}
+
+struct Components
+{
+    double row = 0, col = 0, pixel = 0, temporal = 0;
+};
+
+// The patch is the frame less a border of 4 pixels; the components are
+// generated on the patch so that they are exactly orthogonal there: row and
+// column offsets with zero mean, a per-pixel pattern whose every row and
+// column averages to zero, temporal noise with zero mean over the frames at
+// every pixel and exactly `temporal` as its standard deviation there.
+Stack makeStack(int w, int h, int n, const Components &c, unsigned seed)
+{
+    std::mt19937 rng(seed);
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    auto draw = [&](std::size_t count) {
+        std::vector<double> v(count);
+        for (double &x : v)
+            x = gauss(rng);
+        return v;
+    };
+    const int pw = w - 8, ph = h - 8;
+    const std::vector<double> rows = normalised(draw(ph), c.row);
+    const std::vector<double> cols = normalised(draw(pw), c.col);
+    std::vector<double> pix = draw(static_cast<std::size_t>(pw) * ph);
+    for (int pass = 0; pass < 20; ++pass) { // double centring converges fast
+        for (int y = 0; y < ph; ++y) {
+            double m = 0;
+            for (int x = 0; x < pw; ++x)
+                m += pix[y * pw + x];
+            for (int x = 0; x < pw; ++x)
+                pix[y * pw + x] -= m / pw;
+        }
+        for (int x = 0; x < pw; ++x) {
+            double m = 0;
+            for (int y = 0; y < ph; ++y)
+                m += pix[y * pw + x];
+            for (int y = 0; y < ph; ++y)
+                pix[y * pw + x] -= m / ph;
+        }
+    }
+    pix = normalised(pix, c.pixel);
+    std::vector<std::vector<double>> temporal(static_cast<std::size_t>(pw) * ph);
+    for (auto &series : temporal)
+        series = n > 1 ? normalised(draw(n), c.temporal) : std::vector<double>(1, 0.0);
+
+    Stack s;
+    s.width = w;
+    s.height = h;
+    s.frames = n;
+    s.data.assign(n, std::vector<std::uint16_t>(static_cast<std::size_t>(w) * h, 20000));
+    for (int i = 0; i < n; ++i)
+        for (int y = 0; y < ph; ++y)
+            for (int x = 0; x < pw; ++x) {
+                const int k = y * pw + x;
+                const double v = 20000 + rows[y] + cols[x] + pix[k] + temporal[k][i];
+                s.data[i][(y + 4) * w + x + 4] = static_cast<std::uint16_t>(std::lround(v));
+            }
+    return s;
+}
+
+// The table's formulas evaluated directly, two-pass, over a stack.
+NoiseChannelResult bruteForce(const Stack &s, const QRect &r)
+{
+    const int W = r.width(), H = r.height(), N = s.frames;
+    auto p = [&](int x, int y, int i) { return double(s.data[i][(r.top() + y) * s.width + r.left() + x]); };
+    double signal = 0;
+    for (int i = 0; i < N; ++i)
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x)
+                signal += p(x, y, i);
+    signal /= double(W) * H * N;
+    NoiseChannelResult out;
+    out.signal = signal;
+    double var = 0, sd = 0, fpn = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            double avg = 0;
+            for (int i = 0; i < N; ++i)
+                avg += p(x, y, i);
+            avg /= N;
+            double v = 0;
+            for (int i = 0; i < N; ++i)
+                v += (p(x, y, i) - avg) * (p(x, y, i) - avg);
+            v /= N;
+            var += v;
+            sd += std::sqrt(v);
+            fpn += (avg - signal) * (avg - signal);
+        }
+    out.overall = std::sqrt(var / (W * H));
+    out.temporal = sd / (W * H);
+    out.fpn = std::sqrt(fpn / (W * H));
+    double colFpn = 0, colDyn = 0;
+    for (int x = 0; x < W; ++x) {
+        std::vector<double> v(N, 0.0);
+        double vx = 0;
+        for (int i = 0; i < N; ++i) {
+            for (int y = 0; y < H; ++y)
+                v[i] += p(x, y, i);
+            v[i] /= H;
+            vx += v[i] / N;
+        }
+        colFpn += (vx - signal) * (vx - signal);
+        for (int i = 0; i < N; ++i)
+            colDyn += (v[i] - vx) * (v[i] - vx);
+    }
+    out.columnFpn = std::sqrt(colFpn / W);
+    out.columnTemporal = std::sqrt(colDyn / (W * N));
+    double rowFpn = 0, rowDyn = 0;
+    for (int y = 0; y < H; ++y) {
+        std::vector<double> h(N, 0.0);
+        double hy = 0;
+        for (int i = 0; i < N; ++i) {
+            for (int x = 0; x < W; ++x)
+                h[i] += p(x, y, i);
+            h[i] /= W;
+            hy += h[i] / N;
+        }
+        rowFpn += (hy - signal) * (hy - signal);
+        for (int i = 0; i < N; ++i)
+            rowDyn += (h[i] - hy) * (h[i] - hy);
+    }
+    out.rowFpn = std::sqrt(rowFpn / H);
+    out.rowTemporal = std::sqrt(rowDyn / (H * N));
+    return out;
+}
+
+const QRect kPatch(4, 4, 72, 52); // the generated area of an 80 x 60 stack
+
+} // namespace
+
+TEST(NoiseEngine, MatchesTheFormulasEvaluatedDirectly)
+{
+    const Stack s = makeStack(80, 60, 9, {3.0, 2.0, 4.0, 5.0}, 1);
+    // An off-centre patch that cuts the generated area.
+    for (const QRect &r : {kPatch, QRect(7, 5, 31, 17), QRect(10, 10, 1, 1)}) {
+        const NoisePatchResult got = s.run(r);
+        const NoiseChannelResult want = bruteForce(s, r);
+        ASSERT_EQ(got.channels.size(), 1);
+        const NoiseChannelResult &c = got.channels[0];
+        EXPECT_EQ(got.frames, 9);
+        EXPECT_EQ(c.name, QStringLiteral("Mono"));
+        const double tol = 1e-9 * 20000;
+        EXPECT_NEAR(c.signal, want.signal, tol);
+        EXPECT_NEAR(c.overall, want.overall, 1e-9);
+        EXPECT_NEAR(c.temporal, want.temporal, 1e-9);
+        EXPECT_NEAR(c.fpn, want.fpn, 1e-8);
+        EXPECT_NEAR(c.columnFpn, want.columnFpn, 1e-8);
+        EXPECT_NEAR(c.rowFpn, want.rowFpn, 1e-8);
+        EXPECT_NEAR(c.columnTemporal, want.columnTemporal, 1e-9);
+        EXPECT_NEAR(c.rowTemporal, want.rowTemporal, 1e-9);
+    }
+}
+
+// Each injected component shows up where it belongs and nowhere else.
+TEST(NoiseEngine, SeparatesInjectedComponents)
+{
+    const int W = kPatch.width(), H = kPatch.height(), N = 16;
+    // Rounding to integers adds a uniform error of standard deviation
+    // 1/sqrt(12) per value; averages over rows or columns shrink it.
+    const double q = 1.0 / std::sqrt(12.0);
+
+    for (const Components &c : {Components{12, 0, 0, 0}, Components{0, 9, 0, 0}, Components{0, 0, 15, 0},
+                                Components{0, 0, 0, 20}, Components{12, 9, 15, 20}}) {
+        SCOPED_TRACE(testing::Message() << "row " << c.row << " col " << c.col << " pixel " << c.pixel
+                                        << " temporal " << c.temporal);
+        const Stack s = makeStack(80, 60, N, c, 7);
+        const NoiseChannelResult r = s.run(kPatch).channels.value(0);
+        EXPECT_NEAR(r.signal, 20000, 0.2); // rounding may be shared along a row or column
+        const double fixed = std::sqrt(c.row * c.row + c.col * c.col + c.pixel * c.pixel);
+        // Fixed-pattern values are exact up to rounding.
+        EXPECT_NEAR(r.fpn, fixed, 2 * q);
+        EXPECT_NEAR(r.rowFpn, c.row, 2 * q / std::sqrt(W) + 0.02);
+        EXPECT_NEAR(r.columnFpn, c.col, 2 * q / std::sqrt(H) + 0.02);
+        // Temporal noise has exactly sigma at every pixel.
+        EXPECT_NEAR(r.overall, c.temporal, 2 * q);
+        EXPECT_NEAR(r.temporal, c.temporal, 2 * q);
+        // Pixel-independent temporal noise averages down along a row or a
+        // column: sigma / sqrt(W) and sigma / sqrt(H), within the sampling
+        // spread of H x N (or W x N) values.
+        const double rowDyn = c.temporal / std::sqrt(W);
+        const double colDyn = c.temporal / std::sqrt(H);
+        EXPECT_NEAR(r.rowTemporal, rowDyn, 0.12 * rowDyn + 0.05);
+        EXPECT_NEAR(r.columnTemporal, colDyn, 0.12 * colDyn + 0.05);
+        if (c.temporal == 0) {
+            EXPECT_EQ(r.overall, 0.0);
+            EXPECT_EQ(r.rowTemporal, 0.0);
+        }
+    }
+}
+
+TEST(NoiseEngine, SingleFrameHasNoTemporalNoiseAndSnrUsesFpn)
+{
+    const Stack s = makeStack(80, 60, 1, {0, 0, 10, 0}, 3);
+    const NoisePatchResult r = s.run(kPatch);
+    ASSERT_EQ(r.frames, 1);
+    const NoiseChannelResult &c = r.channels[0];
+    EXPECT_EQ(c.overall, 0.0);
+    EXPECT_EQ(c.temporal, 0.0);
+    EXPECT_EQ(c.rowTemporal, 0.0);
+    EXPECT_EQ(c.columnTemporal, 0.0);
+    EXPECT_NEAR(c.fpn, 10.0, 0.6);
+    EXPECT_EQ(r.snrNoise(0), c.fpn);
+    EXPECT_DOUBLE_EQ(r.snr(0), c.signal / c.fpn);
+
+    // With two frames the SNR takes the overall noise.
+    const Stack two = makeStack(80, 60, 2, {0, 0, 10, 5}, 3);
+    const NoisePatchResult r2 = two.run(kPatch);
+    EXPECT_EQ(r2.snrNoise(0), r2.channels[0].overall);
+    EXPECT_NEAR(r2.snrDb(0), 20 * std::log10(r2.channels[0].signal / r2.channels[0].overall), 1e-12);
+}
+
+TEST(NoiseEngine, LongStacksStayAccurate)
+{
+    // A large offset with a tiny spread: a naive sum of squares would lose
+    // the variance; the running form keeps it.
+    Stack s;
+    s.width = 8;
+    s.height = 8;
+    s.frames = 400;
+    for (int i = 0; i < s.frames; ++i)
+        s.data.push_back(std::vector<std::uint16_t>(64, static_cast<std::uint16_t>(60000 + (i % 2))));
+    const NoiseChannelResult c = s.run(QRect(0, 0, 8, 8)).channels[0];
+    EXPECT_NEAR(c.signal, 60000.5, 1e-9);
+    EXPECT_NEAR(c.overall, 0.5, 1e-12);
+    EXPECT_NEAR(c.temporal, 0.5, 1e-12);
+    EXPECT_NEAR(c.rowTemporal, 0.5, 1e-12);
+    EXPECT_NEAR(c.fpn, 0.0, 1e-9);
+}
+
+TEST(NoiseEngine, RgbFramesAreDecodedFromSrgbPerChannel)
+{
+    // Red alternates between two bytes from frame to frame, green and blue
+    // stay constant: only red shows temporal noise, on the linear scale.
+    QList<CFrame *> owned;
+    QList<const CFrame *> frames;
+    for (int i = 0; i < 4; ++i) {
+        QImage img(20, 10, QImage::Format_ARGB32);
+        img.fill(qRgba(i % 2 ? 200 : 100, 128, 10, 255));
+        auto *f = new CFrame;
+        ASSERT_TRUE(f->setFromImage(img));
+        owned << f;
+        frames << f;
+    }
+    QVector<NoisePatchResult> results;
+    QString error;
+    ASSERT_TRUE(measureNoise(frames, {QRect(2, 3, 5, 4), QRect(0, 0, 20, 10)}, &results, &error))
+        << error.toStdString();
+    ASSERT_EQ(results.size(), 2);
+    const NoisePatchResult &r = results[0];
+    EXPECT_EQ(r.layout, NoiseLayout::Rgb);
+    ASSERT_EQ(r.channels.size(), 3);
+    EXPECT_EQ(r.channels[0].name, QStringLiteral("R"));
+    EXPECT_EQ(r.channels[1].name, QStringLiteral("G"));
+    EXPECT_EQ(r.channels[2].name, QStringLiteral("B"));
+    const double lo = srgbToLinear(100 / 255.0) * 255, hi = srgbToLinear(200 / 255.0) * 255;
+    EXPECT_NEAR(r.channels[0].signal, (lo + hi) / 2, 1e-9);
+    EXPECT_NEAR(r.channels[0].overall, (hi - lo) / 2, 1e-9);
+    EXPECT_NEAR(r.channels[1].signal, srgbToLinear(128 / 255.0) * 255, 1e-9);
+    EXPECT_NEAR(r.channels[2].signal, srgbToLinear(10 / 255.0) * 255, 1e-9);
+    for (int c = 1; c < 3; ++c) {
+        EXPECT_EQ(r.channels[c].overall, 0.0);
+        EXPECT_NEAR(r.channels[c].fpn, 0.0, 1e-9);
+    }
+    qDeleteAll(owned);
+}
+
+TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
+{
+    QImage a(20, 10, QImage::Format_ARGB32), b(21, 10, QImage::Format_ARGB32);
+    a.fill(Qt::gray);
+    b.fill(Qt::gray);
+    CFrame fa, fb, invalid;
+    ASSERT_TRUE(fa.setFromImage(a));
+    ASSERT_TRUE(fb.setFromImage(b));
+    QVector<NoisePatchResult> results(1);
+    QString error;
+    EXPECT_FALSE(measureNoise({&fa, &fb}, {QRect(0, 0, 4, 4)}, &results, &error));
+    EXPECT_EQ(error, QStringLiteral("Frames in the frameset do not have the same format. Calculation cannot be "
+                                    "performed."));
+    EXPECT_EQ(results.size(), 1);
+    EXPECT_FALSE(measureNoise({&fa, &invalid}, {QRect(0, 0, 4, 4)}, &results, &error));
+    EXPECT_EQ(error, noiseFormatMismatchText());
+    EXPECT_FALSE(measureNoise({}, {QRect(0, 0, 4, 4)}, &results, &error));
+    EXPECT_EQ(error, QStringLiteral("Invalid frame data. Calculation cannot be performed."));
+    EXPECT_FALSE(measureNoise({&invalid}, {QRect(0, 0, 4, 4)}, &results, &error));
+    EXPECT_EQ(error, noiseInvalidFrameText());
+
+    // Every invalid region is named; the last pixel row and column are inside.
+    EXPECT_TRUE(measureNoise({&fa, &fa}, {QRect(16, 6, 4, 4)}, &results, &error));
+    EXPECT_FALSE(measureNoise({&fa}, {QRect(17, 6, 4, 4), QRect(0, 0, 2, 2), QRect(-1, 0, 3, 3)}, &results,
+                              &error));
+    EXPECT_EQ(error, QStringLiteral("Invalid region:((17, 6), (20, 9))Invalid region:((-1, 0), (1, 2))"));
+
+    // The streaming accumulator refuses a frame of another layout.
+    NoiseAccumulator acc;
+    ASSERT_TRUE(acc.start(fa, {QRect(0, 0, 4, 4)}));
+    EXPECT_TRUE(acc.add(fa));
+    EXPECT_FALSE(acc.add(fb));
+    EXPECT_EQ(acc.errorMessage(), noiseFormatMismatchText());
+    EXPECT_EQ(acc.frames(), 1);
+}
+
+// A mosaic with a distinct level on each colour site and temporal noise on
+// the red sites only: every channel reads its own sites, minus the black
+// level, for each colour order and for patches starting on odd coordinates.
+TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
+{
+    // Position class at (x & 1) + 2 (y & 1): 0 Gr, 1 R, 2 B, 3 Gb.
+    const int map[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
+    const double level[4] = {300, 100, 400, 200}; // by class: Gr, R, B, Gb
+    const int w = 24, h = 18, black = 64;
+    for (int order = 0; order < 4; ++order) {
+        SCOPED_TRACE(order);
+        std::vector<std::vector<std::uint16_t>> frames(3, std::vector<std::uint16_t>(w * h));
+        for (int i = 0; i < 3; ++i)
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) {
+                    const int cls = map[order][(x & 1) + 2 * (y & 1)];
+                    const int noise = cls == 1 ? (i - 1) * 6 : 0; // red: -6, 0, +6
+                    frames[i][y * w + x] = static_cast<std::uint16_t>(black + level[cls] + noise);
+                }
+        NoiseAccumulator acc;
+        auto data = [&](int i) {
+            NoiseFrameData d;
+            d.data = reinterpret_cast<const std::uint8_t *>(frames[i].data());
+            d.size = frames[i].size() * 2;
+            d.width = w;
+            d.height = h;
+            d.bytesPerLine = 2 * w;
+            d.bytesPerPixel = 2;
+            d.layout = NoiseLayout::Bayer;
+            d.bayerOrder = order;
+            d.blackLevel = black;
+            d.picture = QSize(w - 4, h - 4);
+            d.pictureOffset = QPoint(2, 2);
+            return d;
+        };
+        // Picture coordinates; (3, 1) is mosaic (5, 3).
+        ASSERT_TRUE(acc.start(data(0), {QRect(3, 1, 9, 7), QRect(0, 0, 1, 1)}));
+        for (int i = 0; i < 3; ++i)
+            ASSERT_TRUE(acc.add(data(i)));
+        const QVector<NoisePatchResult> results = acc.results();
+        const NoisePatchResult &r = results[0];
+        EXPECT_EQ(r.layout, NoiseLayout::Bayer);
+        ASSERT_EQ(r.channels.size(), 4);
+        const char *names[4] = {"BayerR", "BayerGr", "BayerGb", "BayerB"};
+        const double want[4] = {100, 300, 200, 400};
+        for (int c = 0; c < 4; ++c) {
+            EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
+            EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
+            EXPECT_EQ(r.channels[c].fpn, 0.0) << names[c];
+            if (c == 0)
+                EXPECT_NEAR(r.channels[c].overall, std::sqrt(24.0), 1e-12);
+            else
+                EXPECT_EQ(r.channels[c].overall, 0.0) << names[c];
+        }
+        // A one-pixel patch holds a single site: the other channels have none.
+        const NoisePatchResult &one = results[1];
+        int withSamples = 0;
+        for (const NoiseChannelResult &c : one.channels)
+            withSamples += std::isfinite(c.signal) ? 1 : 0;
+        EXPECT_EQ(withSamples, 1);
+        const int cls = map[order][0]; // mosaic (2, 2) has even parity
+        const int channel = cls == 1 ? 0 : cls == 0 ? 1 : cls == 3 ? 2 : 3;
+        EXPECT_DOUBLE_EQ(one.channels[channel].signal, level[cls]);
+    }
+}
