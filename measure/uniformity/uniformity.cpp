@@ -1,0 +1,154 @@
+#include "measure/uniformity/uniformity.h"
+
+#include <QFileInfo>
+#include <QImageReader>
+
+namespace kestro {
+
+const char kUniformitySubsampleMessage[] =
+    "Cannot display subsampled image. Please input valid subsampling size (1 - Height/8 or Width/8).";
+const char kUniformityLoadFailureTitle[] = "File load failure";
+const char kUniformityInvalidFormatTitle[] = "Invalid format";
+
+QString uniformityLoadFailureText(const QString &fileName)
+{
+    return QStringLiteral("Failed to load the file : ") + fileName;
+}
+
+QString uniformityInvalidFormatText(const QString &fileName)
+{
+    return QStringLiteral("Only RGB files are supported for this test. Failed to load the file : ") + fileName;
+}
+
+static void summariseCenter(UniformityData &data, int centerPercent, UniformitySummary &summary)
+{
+    summary.center = data.centerValue(centerPercent / 100.0);
+}
+
+static void summariseCorners(UniformityData &data, int cornerPercent, UniformitySummary &summary)
+{
+    summary.corners = data.cornerValues(cornerPercent / 100.0);
+    for (int i = 0; i < 4; ++i)
+        summary.labels[i] = uniformityCornerLabel(summary.corners[i], summary.center);
+}
+
+static void summariseStatistics(const UniformityData &data, UniformitySummary &summary)
+{
+    summary.cols = data.cols();
+    summary.rows = data.rows();
+    summary.minimum = data.minimum();
+    summary.maximum = data.maximum();
+    summary.sum = data.sum();
+    summary.mean = data.mean();
+}
+
+UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, int cornerPercent)
+{
+    UniformitySummary summary;
+    summariseStatistics(data, summary);
+    summariseCenter(data, centerPercent, summary);
+    summariseCorners(data, cornerPercent, summary);
+    return summary;
+}
+
+UniformityCalculation::UniformityCalculation() = default;
+
+UniformityCalculation::LoadResult UniformityCalculation::loadImage(const QString &path)
+{
+    QImageReader reader(path);
+    const QImage image = reader.read();
+    if (image.isNull()) {
+        m_errorTitle = QString::fromLatin1(kUniformityLoadFailureTitle);
+        m_errorText = uniformityLoadFailureText(path);
+        return LoadFailed;
+    }
+    return setImage(image, path);
+}
+
+UniformityCalculation::LoadResult UniformityCalculation::setImage(const QImage &image, const QString &fileName)
+{
+    if (image.isNull()) {
+        m_errorTitle = QString::fromLatin1(kUniformityLoadFailureTitle);
+        m_errorText = uniformityLoadFailureText(fileName);
+        return LoadFailed;
+    }
+    if (!UniformityImage::isSupportedFormat(image.format())) {
+        m_errorTitle = QString::fromLatin1(kUniformityInvalidFormatTitle);
+        m_errorText = uniformityInvalidFormatText(fileName);
+        return InvalidFormat;
+    }
+    m_image = std::make_unique<UniformityImage>(image);
+    m_fileName = fileName;
+    m_errorTitle.clear();
+    m_errorText.clear();
+    m_gridDirty = true;
+    return Loaded;
+}
+
+void UniformityCalculation::setChannel(UniformityChannel channel)
+{
+    if (channel != m_channel) {
+        m_channel = channel;
+        m_gridDirty = true;
+    }
+}
+
+void UniformityCalculation::setSubsampleSize(int size)
+{
+    if (size != m_subsample) {
+        m_subsample = size;
+        m_gridDirty = true;
+    }
+}
+
+void UniformityCalculation::setCenterPercent(int percent)
+{
+    if (percent != m_centerPercent) {
+        m_centerPercent = percent;
+        m_centerDirty = true;
+    }
+}
+
+void UniformityCalculation::setCornerPercent(int percent)
+{
+    if (percent != m_cornerPercent) {
+        m_cornerPercent = percent;
+        m_cornersDirty = true;
+    }
+}
+
+bool UniformityCalculation::update()
+{
+    if (!m_image)
+        return false;
+    if (m_gridDirty) {
+        if (!UniformityImage::isValidSubsample(m_subsample, m_image->width(), m_image->height())) {
+            m_subsampleValid = false;
+            m_errorTitle.clear();
+            m_errorText = QString::fromLatin1(kUniformitySubsampleMessage);
+            return false;
+        }
+        UniformityGrid grid = m_image->grid(m_channel, m_subsample);
+        m_data.setSubsampleSize(m_subsample);
+        m_data.setGrid(std::move(grid.values), grid.cols, grid.rows);
+        summariseStatistics(m_data, m_summary);
+        m_subsampleValid = true;
+        m_errorText.clear();
+        m_gridDirty = false;
+        m_centerDirty = true;
+    }
+    if (!m_subsampleValid)
+        return false;
+    if (m_centerDirty) {
+        summariseCenter(m_data, m_centerPercent, m_summary);
+        m_centerDirty = false;
+        m_cornersDirty = true; // the drop-offs are taken against the centre
+    }
+    if (m_cornersDirty) {
+        summariseCorners(m_data, m_cornerPercent, m_summary);
+        m_cornersDirty = false;
+    }
+    return true;
+}
+
+} // namespace kestro

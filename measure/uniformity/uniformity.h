@@ -1,0 +1,99 @@
+#pragma once
+// The uniformity calculation of a flat-field image: one channel reduced to a
+// grid of block means (UniformityData), its statistics, the centre value and
+// the four corner values with their drop-off labels. UniformityCalculation
+// holds the page's inputs and recomputes, in the order grid, statistics,
+// centre, corners, only what a change made stale.
+
+#include "measure/uniformity/uniformitydata.h"
+#include "measure/uniformity/uniformityimage.h"
+
+#include <QString>
+#include <array>
+#include <memory>
+
+namespace kestro {
+
+// Message and titles the page shows.
+extern const char kUniformitySubsampleMessage[];
+extern const char kUniformityLoadFailureTitle[];  // "File load failure"
+extern const char kUniformityInvalidFormatTitle[]; // "Invalid format"
+QString uniformityLoadFailureText(const QString &fileName);
+QString uniformityInvalidFormatText(const QString &fileName);
+
+// Everything shown or reported for one channel's grid.
+struct UniformitySummary
+{
+    int cols = 0;
+    int rows = 0;
+    double minimum = 0.0;
+    double maximum = 0.0;
+    double sum = 0.0;
+    double mean = 0.0;
+    double center = 0.0;
+    std::array<double, 4> corners{}; // in UniformityCorner order
+    std::array<QString, 4> labels;
+};
+
+// Centre, then corners and labels, of the grid in `data`, for centre and
+// corner percentages (stores the windows in `data` for drawing).
+UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, int cornerPercent);
+
+class UniformityCalculation
+{
+public:
+    enum LoadResult { Loaded, LoadFailed, InvalidFormat };
+
+    UniformityCalculation();
+
+    // Loads a picture; on failure the previous picture stays and errorTitle()
+    // and errorText() tell why.
+    LoadResult loadImage(const QString &path);
+    LoadResult setImage(const QImage &image, const QString &fileName);
+    bool hasImage() const { return m_image != nullptr; }
+    const UniformityImage *image() const { return m_image.get(); }
+    QString fileName() const { return m_fileName; }
+
+    void setChannel(UniformityChannel channel);
+    UniformityChannel channel() const { return m_channel; }
+    void setSubsampleSize(int size);
+    int subsampleSize() const { return m_subsample; }
+    void setCenterPercent(int percent);
+    int centerPercent() const { return m_centerPercent; }
+    void setCornerPercent(int percent);
+    int cornerPercent() const { return m_cornerPercent; }
+
+    // Brings the results up to date. With an invalid subsample size it sets
+    // the subsampling message, clears the valid flag and changes nothing
+    // else; returns false then (and when there is no picture).
+    bool update();
+    bool isSubsampleValid() const { return m_subsampleValid; }
+
+    QString errorTitle() const { return m_errorTitle; }
+    QString errorText() const { return m_errorText; }
+
+    // Results of the last update(): centre value (0 until computed), corner
+    // values and labels.
+    double centerValue() const { return m_summary.center; }
+    const UniformitySummary &summary() const { return m_summary; }
+    UniformityData &data() { return m_data; }
+    const UniformityData &data() const { return m_data; }
+
+private:
+    std::unique_ptr<UniformityImage> m_image;
+    QString m_fileName;
+    UniformityChannel m_channel = UniformityChannel::Y;
+    int m_subsample = 10;
+    int m_centerPercent = 10;
+    int m_cornerPercent = 10;
+    bool m_gridDirty = true;
+    bool m_centerDirty = true;
+    bool m_cornersDirty = true;
+    bool m_subsampleValid = false;
+    QString m_errorTitle;
+    QString m_errorText;
+    UniformityData m_data;
+    UniformitySummary m_summary;
+};
+
+} // namespace kestro

@@ -1,0 +1,328 @@
+#include "measure/color/cielab.h"
+#include "measure/uniformity/cpiq.h"
+#include "measure/uniformity/uniformity.h"
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace kestro;
+
+namespace {
+
+// Flat field with a radial fall-off from the centre, a colour cast that grows
+// towards the right (more red, less blue) and a small deterministic ripple, so
+// that block sums exercise every rounding.
+QImage flatField(int w, int h, QImage::Format format = QImage::Format_RGB32)
+{
+    QImage img(w, h, format);
+    auto clamp = [](double v) { return std::clamp(static_cast<int>(std::lround(v)), 0, 255); };
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const double dx = (x - w / 2.0) / (w / 2.0);
+            const double dy = (y - h / 2.0) / (h / 2.0);
+            const double fall = 1.0 - 0.35 * (dx * dx + dy * dy);
+            const int ripple = (x * 7 + y * 13) % 5 - 2;
+            img.setPixel(x, y,
+                         qRgb(clamp(210 * fall + 20.0 * x / w + ripple), clamp(200 * fall + ripple),
+                              clamp(170 * fall - 15.0 * x / w + ripple)));
+        }
+    }
+    return img;
+}
+
+// Independent reference: plane values from QImage::pixel, block and window
+// sums accumulated exactly in binary128 and rounded once.
+using Exact = __float128;
+
+double refValue(QRgb p, int channel)
+{
+    switch (channel) {
+    case 0:
+        return 0.587 * qGreen(p) + 0.299 * qRed(p) + 0.114 * qBlue(p);
+    case 1:
+        return qRed(p);
+    case 2:
+        return qGreen(p);
+    default:
+        return qBlue(p);
+    }
+}
+
+std::vector<double> refGrid(const QImage &img, int channel, int s)
+{
+    const int cols = img.width() / s;
+    const int rows = img.height() / s;
+    std::vector<double> grid(static_cast<std::size_t>(cols) * rows);
+    for (int c = 0; c < cols; ++c) {
+        for (int r = 0; r < rows; ++r) {
+            Exact sum = 0;
+            for (int x = c * s; x < (c + 1) * s; ++x)
+                for (int y = r * s; y < (r + 1) * s; ++y)
+                    sum += refValue(img.pixel(x, y), channel);
+            grid[static_cast<std::size_t>(c) * rows + r] = static_cast<double>(sum) / s / s;
+        }
+    }
+    return grid;
+}
+
+double refMean(const std::vector<double> &grid, int rows, int x0, int y0, int x1, int y1)
+{
+    Exact sum = 0;
+    for (int x = x0; x < x1; ++x)
+        for (int y = y0; y < y1; ++y)
+            sum += grid[static_cast<std::size_t>(x) * rows + y];
+    return static_cast<double>(sum) / ((x1 - x0) * (y1 - y0));
+}
+
+} // namespace
+
+TEST(Uniformity, FlatFieldGridStatisticsAndWindowsMatchExactReference)
+{
+    // 203 x 157 with s = 5: a 40 x 31 grid, right and bottom strips dropped.
+    const QImage img = flatField(203, 157);
+    const UniformityImage image(img);
+    ASSERT_TRUE(image.isValid());
+    UniformityPass pass = image.compute(5, kAllUniformityChannels);
+    for (int channel = 0; channel < 4; ++channel) {
+        SCOPED_TRACE(channel);
+        const std::vector<double> ref = refGrid(img, channel, 5);
+        const UniformityGrid &grid = pass.grids[channel];
+        ASSERT_EQ(grid.cols, 40);
+        ASSERT_EQ(grid.rows, 31);
+        ASSERT_EQ(grid.values, ref); // bit for bit
+        EXPECT_EQ(image.grid(static_cast<UniformityChannel>(channel), 5).values, ref);
+
+        UniformityData data;
+        data.setGrid(grid.values, grid.cols, grid.rows);
+        EXPECT_EQ(data.minimum(), *std::min_element(ref.begin(), ref.end()));
+        EXPECT_EQ(data.maximum(), *std::max_element(ref.begin(), ref.end()));
+        EXPECT_EQ(data.mean(), data.sum() / 40 / 31);
+        Exact total = 0;
+        for (double v : ref)
+            total += v;
+        EXPECT_EQ(data.sum(), static_cast<double>(total));
+
+        // Centre 10 %: (20 - 2, 15.5 - 1.55, 4, 3.1) truncated to columns
+        // 18..21, rows 13..16. Corner 10 %: cw = 4, ch = 3.
+        const UniformitySummary s = summariseUniformity(data, 10, 10);
+        EXPECT_EQ(s.center, refMean(ref, 31, 18, 13, 22, 17));
+        EXPECT_EQ(s.corners[TopLeft], refMean(ref, 31, 0, 0, 4, 3));
+        EXPECT_EQ(s.corners[TopRight], refMean(ref, 31, 35, 0, 39, 3));
+        EXPECT_EQ(s.corners[BottomLeft], refMean(ref, 31, 0, 27, 4, 30));
+        EXPECT_EQ(s.corners[BottomRight], refMean(ref, 31, 35, 27, 39, 30));
+        // Fall-off: every corner is darker than the centre.
+        for (double corner : s.corners)
+            EXPECT_LT(corner, s.center);
+    }
+
+    // The channel plane is column-major and holds the same values.
+    const std::vector<double> &plane = image.plane(UniformityChannel::Y);
+    ASSERT_EQ(plane.size(), std::size_t(203 * 157));
+    for (int x : {0, 17, 202})
+        for (int y : {0, 91, 156})
+            EXPECT_EQ(plane[static_cast<std::size_t>(x) * 157 + y], refValue(img.pixel(x, y), 0));
+}
+
+TEST(Uniformity, ResultsDoNotDependOnThreadCount)
+{
+    // Over a million pixels, so the pass really splits; s = 7 leaves strips.
+    const QImage img = flatField(1103, 1000);
+    const UniformityImage image(img);
+    const UniformityPass one = image.compute(7, kAllUniformityChannels, 15, 20, 1);
+    const UniformityPass three = image.compute(7, kAllUniformityChannels, 15, 20, 3);
+    for (int c = 0; c < 4; ++c)
+        EXPECT_EQ(one.grids[c].values, three.grids[c].values);
+    EXPECT_EQ(one.grids[0].values, refGrid(img, 0, 7));
+    EXPECT_EQ(one.zones.red, three.zones.red);
+    EXPECT_EQ(one.zones.green, three.zones.green);
+    EXPECT_EQ(one.zones.blue, three.zones.blue);
+}
+
+TEST(Uniformity, CornerWindowsAreShiftedOneColumnAndRowIn)
+{
+    // Grid value col * 100 + row: a window's mean reveals its placement.
+    UniformityData data;
+    std::vector<double> values;
+    for (int c = 0; c < 40; ++c)
+        for (int r = 0; r < 30; ++r)
+            values.push_back(c * 100 + r);
+    data.setGrid(values, 40, 30);
+    const std::array<double, 4> corners = data.cornerValues(0.10);
+    EXPECT_EQ(corners[TopLeft], 151);      // columns 0..3, rows 0..2
+    EXPECT_EQ(corners[TopRight], 3651);    // columns 35..38, rows 0..2
+    EXPECT_EQ(corners[BottomLeft], 177);   // columns 0..3, rows 26..28
+    EXPECT_EQ(corners[BottomRight], 3677); // columns 35..38, rows 26..28
+    EXPECT_EQ(data.cornerRects()[TopRight], QRect(35, 0, 4, 3));
+    EXPECT_EQ(data.cornerDrawRects()[TopLeft], QRectF(0, 0, 4, 3));
+    EXPECT_EQ(data.cornerDrawRects()[BottomRight], QRectF(35, 26, 5, 4));
+
+    // Windows that leave the grid or are empty give NaN.
+    EXPECT_TRUE(std::isnan(data.cornerValues(1.0)[TopRight]));
+    EXPECT_TRUE(std::isnan(data.cornerValues(0.0)[TopLeft]));
+    EXPECT_TRUE(std::isnan(data.centerValue(0.0)));
+    EXPECT_TRUE(std::isnan(data.centerValue(1.5)));
+    EXPECT_EQ(data.centerValue(1.0), data.mean());
+    EXPECT_TRUE(std::isnan(data.average(-1, 0, 2, 2)));
+    EXPECT_TRUE(std::isnan(data.average(0, 0, 41, 2)));
+
+    // Chart lookup: the cell containing the point, clamped to the grid.
+    EXPECT_EQ(data.valueAt(12.7, 3.2), 1203);
+    EXPECT_EQ(data.valueAt(55, -4), 3900);
+    EXPECT_TRUE(std::isnan(data.value(40, 0)));
+}
+
+TEST(Uniformity, CornerLabels)
+{
+    EXPECT_EQ(uniformityCornerLabel(97.5, 120), "97.5, Dropoff: 22.5, 18.8%");
+    EXPECT_EQ(uniformityCornerLabel(130.4, 120), "130.4, Dropoff: -10.4, -8.67%");
+    EXPECT_EQ(uniformityCornerLabel(123.456789, 200), "123.457, Dropoff: 76.5, 38.3%");
+}
+
+TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedFormats)
+{
+    UniformityCalculation calc;
+    QImage img(100, 80, QImage::Format_RGB32);
+    img.fill(qRgb(40, 40, 40));
+    ASSERT_EQ(calc.setImage(img, "flat.png"), UniformityCalculation::Loaded);
+    calc.setChannel(UniformityChannel::R);
+    for (int s = 1; s <= 10; ++s) {
+        calc.setSubsampleSize(s);
+        EXPECT_TRUE(calc.update()) << s;
+        EXPECT_EQ(calc.data().cols(), 100 / s);
+    }
+    for (int s : {0, 11, -3}) {
+        calc.setSubsampleSize(s);
+        EXPECT_FALSE(calc.update()) << s;
+        EXPECT_FALSE(calc.isSubsampleValid());
+        EXPECT_EQ(calc.errorText(), "Cannot display subsampled image. Please input valid subsampling size "
+                                    "(1 - Height/8 or Width/8).");
+        EXPECT_EQ(calc.data().cols(), 10); // the previous grid stays
+    }
+
+    // A 103-pixel-wide image with s = 10 gives 10 columns; pixels 100..102
+    // (bright here) are ignored.
+    QImage wide(103, 80, QImage::Format_ARGB32);
+    wide.fill(qRgb(40, 40, 40));
+    for (int y = 0; y < 80; ++y)
+        for (int x = 100; x < 103; ++x)
+            wide.setPixel(x, y, qRgb(255, 255, 255));
+    ASSERT_EQ(calc.setImage(wide, "wide.png"), UniformityCalculation::Loaded);
+    calc.setSubsampleSize(10);
+    ASSERT_TRUE(calc.update());
+    EXPECT_EQ(calc.data().cols(), 10);
+    EXPECT_EQ(calc.data().maximum(), 40);
+
+    for (QImage::Format format : {QImage::Format_Grayscale8, QImage::Format_Indexed8, QImage::Format_RGB888}) {
+        QImage other = img.convertToFormat(format);
+        EXPECT_EQ(calc.setImage(other, "gray.png"), UniformityCalculation::InvalidFormat);
+        EXPECT_EQ(calc.errorTitle(), "Invalid format");
+        EXPECT_EQ(calc.errorText(),
+                  "Only RGB files are supported for this test. Failed to load the file : gray.png");
+    }
+    EXPECT_EQ(calc.fileName(), "wide.png"); // the previous picture stays
+    EXPECT_EQ(calc.setImage(img.convertToFormat(QImage::Format_ARGB32_Premultiplied), "p.png"),
+              UniformityCalculation::Loaded);
+    EXPECT_EQ(calc.loadImage("/nonexistent/flat.png"), UniformityCalculation::LoadFailed);
+    EXPECT_EQ(calc.errorTitle(), "File load failure");
+    EXPECT_EQ(calc.errorText(), "Failed to load the file : /nonexistent/flat.png");
+}
+
+TEST(Uniformity, RecomputesCentreAndLabelsWhenPercentagesChange)
+{
+    UniformityCalculation calc;
+    ASSERT_EQ(calc.setImage(flatField(160, 120), "f.png"), UniformityCalculation::Loaded);
+    calc.setSubsampleSize(4);
+    ASSERT_TRUE(calc.update());
+    const double narrow = calc.centerValue();
+    const QString label = calc.summary().labels[TopLeft];
+    calc.setCenterPercent(80);
+    ASSERT_TRUE(calc.update());
+    EXPECT_LT(calc.centerValue(), narrow); // a wider window takes in the fall-off
+    EXPECT_NE(calc.summary().labels[TopLeft], label);
+    EXPECT_EQ(calc.summary().labels[TopLeft],
+              uniformityCornerLabel(calc.summary().corners[TopLeft], calc.centerValue()));
+}
+
+TEST(Uniformity, UniformImageHasNoDropOffAndNoColourNonUniformity)
+{
+    QImage img(120, 96, QImage::Format_RGB32);
+    img.fill(qRgb(90, 140, 200));
+    const UniformityImage image(img);
+    UniformityPass pass = image.compute(6, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols);
+    const char *expected[4] = {nullptr, "90, Dropoff: 0, 0%", "140, Dropoff: 0, 0%", "200, Dropoff: 0, 0%"};
+    for (int c = 0; c < 4; ++c) {
+        UniformityData data;
+        data.setGrid(pass.grids[c].values, pass.grids[c].cols, pass.grids[c].rows);
+        EXPECT_EQ(data.minimum(), data.maximum());
+        EXPECT_EQ(data.colourRange().second, data.minimum() + 1);
+        const UniformitySummary s = summariseUniformity(data, 10, 10);
+        for (const QString &label : s.labels) {
+            EXPECT_TRUE(label.endsWith(", Dropoff: 0, 0%")) << label.toStdString();
+            if (expected[c]) {
+                EXPECT_EQ(label, expected[c]);
+            }
+        }
+    }
+
+    const CpiqResult cpiq = cpiqFromZoneMeans(pass.zones);
+    ASSERT_TRUE(cpiq.valid);
+    ASSERT_EQ(cpiq.zones.size(), std::size_t(15 * 20));
+    for (const CpiqZone &z : cpiq.zones) {
+        EXPECT_EQ(z.R, 90);
+        EXPECT_EQ(z.B, 200);
+        EXPECT_EQ(z.deltaAb, 0);
+    }
+    EXPECT_EQ(cpiq.metric, 0);
+    EXPECT_EQ(cpiq.zones.back().row, 15);
+    EXPECT_EQ(cpiq.zones.back().column, 20);
+}
+
+TEST(Uniformity, CpiqFindsColourCastInOneCorner)
+{
+    // Gray field; the top-left zone of a 15 x 20 grid on 200 x 150 pixels is
+    // x 0..9, y 0..9 and gets a red cast.
+    QImage img(200, 150, QImage::Format_RGB32);
+    img.fill(qRgb(128, 128, 128));
+    for (int y = 0; y < 10; ++y)
+        for (int x = 0; x < 10; ++x)
+            img.setPixel(x, y, qRgb(170, 128, 128));
+    const CpiqResult cpiq = computeCpiq(UniformityImage(img));
+    ASSERT_TRUE(cpiq.valid);
+    const LabColor gray = srgbToLab(128 / 255.0, 128 / 255.0, 128 / 255.0);
+    const LabColor red = srgbToLab(170 / 255.0, 128 / 255.0, 128 / 255.0);
+    const double meanA = (red.a + 299 * gray.a) / 300;
+    const double meanB = (red.b + 299 * gray.b) / 300;
+    const double cast = std::hypot(red.a - meanA, red.b - meanB);
+    const double rest = std::hypot(gray.a - meanA, gray.b - meanB);
+    EXPECT_GT(cast, 10);
+    EXPECT_NEAR(cpiq.zones[0].R, 170, 0);
+    EXPECT_NEAR(cpiq.zones[0].a, red.a, 0);
+    EXPECT_NEAR(cpiq.zones[0].deltaAb, cast, 1e-12 * cast);
+    EXPECT_NEAR(cpiq.zones[1].deltaAb, rest, 1e-12 * cast);
+    EXPECT_NEAR(cpiq.zones.back().deltaAb, rest, 1e-12 * cast);
+    EXPECT_NEAR(cpiq.metric, cast, 1e-12 * cast);
+    EXPECT_EQ(cpiq.metric, cpiq.zones[0].deltaAb);
+
+    // Uneven zone sizes: zone k spans [floor(k s / n), floor((k + 1) s / n)).
+    const QImage field = flatField(203, 157);
+    const CpiqResult uneven = computeCpiq(UniformityImage(field), 7, 9);
+    ASSERT_EQ(uneven.zones.size(), std::size_t(63));
+    for (const CpiqZone &z : uneven.zones) {
+        const int x0 = (z.column - 1) * 203 / 9, x1 = z.column * 203 / 9;
+        const int y0 = (z.row - 1) * 157 / 7, y1 = z.row * 157 / 7;
+        long long g = 0;
+        for (int y = y0; y < y1; ++y)
+            for (int x = x0; x < x1; ++x)
+                g += qGreen(field.pixel(x, y));
+        EXPECT_EQ(z.G, static_cast<double>(g) / ((x1 - x0) * (y1 - y0)));
+    }
+
+    EXPECT_FALSE(computeCpiq(UniformityImage(img), 33, 20).valid);
+    EXPECT_FALSE(computeCpiq(UniformityImage(img), 0, 20).valid);
+    QImage narrow(20, 40, QImage::Format_RGB32);
+    narrow.fill(Qt::gray);
+    EXPECT_FALSE(computeCpiq(UniformityImage(narrow), 15, 21).valid);
+}
