@@ -1,0 +1,165 @@
+// kestro-measure colordiff IMAGE ROIFILE: colour difference of a 24-patch
+// Macbeth chart. The image is loaded as a frame, the 24 regions of the ROI
+// file are rounded outwards to whole pixels and measured, and the per-patch
+// results and the summary print as one JSON object.
+
+#include "command.h"
+#include "json.h"
+
+#include "imaging/frame.h"
+#include "imaging/region.h"
+#include "measure/color/macbethcolordifference.h"
+
+#include <QFileInfo>
+#include <QSettings>
+#include <QVector>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+using namespace kestro;
+
+const char *const kNotEnoughRegions =
+    "Color difference process error : not enough regions to do Macbeth chart processing.";
+
+// Reads the "patches" array of an ROI file (left, top, width, height as real
+// numbers; missing, unreadable or absurdly large values are 0), rounding each
+// rectangle outwards. A file without the array gives no rectangles.
+bool readRegions(const QString &path, QVector<QRect> *rects, int *count, QString *error)
+{
+    const QFileInfo info(path);
+    if (!info.isFile() || !info.isReadable()) {
+        *error = QStringLiteral("cannot read ROI file %1").arg(path);
+        return false;
+    }
+    QSettings settings(path, QSettings::IniFormat);
+    if (settings.status() != QSettings::NoError) {
+        *error = QStringLiteral("cannot read ROI file %1").arg(path);
+        return false;
+    }
+    const int size = settings.beginReadArray(QStringLiteral("patches"));
+    // Only the count matters beyond 24: do not read a damaged file's millions.
+    const int toRead = size < 0 ? 0 : std::min(size, kMacbethPatchCount + 1);
+    for (int i = 0; i < toRead; ++i) {
+        settings.setArrayIndex(i);
+        auto number = [&settings](const char *key) {
+            bool ok = false;
+            const double v = settings.value(QLatin1String(key)).toDouble(&ok);
+            return ok && std::isfinite(v) && std::abs(v) < 1e9 ? v : 0.0;
+        };
+        const double height = number("height");
+        const double width = number("width");
+        const double top = number("top");
+        const double left = number("left");
+        rects->append(alignedRect(QRectF(left, top, width, height)));
+    }
+    settings.endArray();
+    *count = std::max(size, 0);
+    return true;
+}
+
+void writeStat(JsonWriter &w, const char *name, float average, float minimum, float maximum, float p95,
+               int minimumIndex, int maximumIndex)
+{
+    w.key(name).beginObject();
+    w.field("average", double(average));
+    w.field("minimum", double(minimum));
+    w.field("maximum", double(maximum));
+    w.field("percentile95", double(p95));
+    w.field("minimumIndex", minimumIndex);
+    w.field("maximumIndex", maximumIndex);
+    w.endObject();
+}
+
+void writePatch(JsonWriter &w, const QStdMacbethChartColorDifference &model, int i)
+{
+    const MacbethPatch &p = model.patch(i);
+    const double dE00 = model.dE00(i); // computes the record
+    w.beginObject();
+    w.field("patch", i + 1);
+    w.field("R", p.R);
+    w.field("G", p.G);
+    w.field("B", p.B);
+    w.field("L", p.L);
+    w.field("a", p.a);
+    w.field("b", p.b);
+    w.field("refL", p.refL);
+    w.field("refA", p.refA);
+    w.field("refB", p.refB);
+    w.field("dE00", dE00);
+    w.field("dC00", p.dC00);
+    w.field("dH00", p.dH00);
+    w.field("saturation", p.saturation);
+    w.field("chroma", p.chroma);
+    w.field("rOverG", p.rOverG);
+    w.field("bOverG", p.bOverG);
+    w.field("pixels", static_cast<long long>(p.region.width()) * p.region.height());
+    w.endObject();
+}
+
+int runColorDiff(const QStringList &args)
+{
+    if (args.size() != 2)
+        return measure::usageError("colordiff");
+    const QString imagePath = args[0];
+    const QString roiPath = args[1];
+
+    CFrame frame;
+    if (!QFileInfo(imagePath).isFile() || !frame.load(imagePath) || frame.image().isNull())
+        return measure::fail(QStringLiteral("cannot load image %1").arg(imagePath));
+    QVector<QRect> rects;
+    int count = 0;
+    QString error;
+    if (!readRegions(roiPath, &rects, &count, &error))
+        return measure::fail(error);
+
+    JsonWriter w;
+    if (count != kMacbethPatchCount) {
+        std::fprintf(stderr, "kestro-measure: the ROI file holds %d regions; a Macbeth chart needs 24\n", count);
+        w.beginObject().field("ok", false).field("error", kNotEnoughRegions);
+        w.key("patches").beginArray().endArray();
+        w.endObject();
+        measure::printJson(w.text());
+        return 2;
+    }
+
+    QStdMacbethChartColorDifference model;
+    QStdMacbethChartColorDifference::Rects patchRects;
+    std::copy(rects.begin(), rects.end(), patchRects.begin());
+    const bool ok = model.setMeasuredRegions(frame.image(), patchRects);
+    if (ok)
+        model.calculateStatistics();
+
+    w.beginObject().field("ok", ok).field("error", model.errorText());
+    w.key("patches").beginArray();
+    for (int i = 0; i < kMacbethPatchCount; ++i) {
+        if (model.patch(i).hasMeasured)
+            writePatch(w, model, i);
+    }
+    w.endArray();
+    if (ok) {
+        const ColorDifferenceSummary &s = model.summary();
+        w.key("summary").beginObject();
+        writeStat(w, "dE00", s.dE00Average, s.dE00Minimum, s.dE00Maximum, s.dE00Percentile95, s.dE00MinimumIndex,
+                  s.dE00MaximumIndex);
+        writeStat(w, "dC00", s.dC00Average, s.dC00Minimum, s.dC00Maximum, s.dC00Percentile95, s.dC00MinimumIndex,
+                  s.dC00MaximumIndex);
+        writeStat(w, "dH00", s.dH00Average, s.dH00Minimum, s.dH00Maximum, s.dH00Percentile95, s.dH00MinimumIndex,
+                  s.dH00MaximumIndex);
+        writeStat(w, "saturation", s.saturationAverage, s.saturationMinimum, s.saturationMaximum,
+                  s.saturationPercentile95, s.saturationMinimumIndex, s.saturationMaximumIndex);
+        w.field("grayChromaAverage", double(s.grayChromaAverage));
+        w.field("grayROverGAverage", double(s.grayROverGAverage));
+        w.field("grayBOverGAverage", double(s.grayBOverGAverage));
+        w.endObject();
+    }
+    w.endObject();
+    measure::printJson(w.text());
+    return ok ? 0 : 2;
+}
+
+} // namespace
+
+KESTRO_MEASURE_COMMAND("colordiff", "IMAGE ROIFILE", runColorDiff);
