@@ -81,6 +81,7 @@ bool CFrame::load(const QString &path)
     }
     if (!ok)
         return false;
+    m_tag = 0; // frames read from files carry no tag
     m_fileName = path;
     m_valid = true;
     m_loaded = true;

@@ -1,0 +1,31 @@
+#pragma once
+// Demosaicing of a raw Bayer mosaic by gradient-corrected linear
+// interpolation (5 x 5 kernels, Malvar, He and Cutler).
+
+#include <QImage>
+#include <cstdint>
+
+namespace kestro {
+
+// Position class of the mosaic cell position (x mod 2, y mod 2) for a colour
+// order code: 0 green on a red row, 1 red, 2 blue, 3 green on a blue row.
+// Order codes: 0 "G R / B G", 1 "R G / G B", 2 "B G / G R", 3 "G B / R G";
+// any other code is treated as 0.
+int bayerPositionClass(int bayerOrder, int x, int y);
+
+// Demosaics a width x height array of signed 16-bit samples (row pitch =
+// width) of `bits` significant bits with black level `black` into a
+// Format_RGB32 picture. The mosaic is first cut to even width and height
+// (W, H); the picture is (W - 4) x (H - 4): output pixel (x, y) is centred on
+// sample (x + 2, y + 2). Each channel is
+// floor(clamp((sum of kernel * normalised sample), 0, 1) * 255 + 0.5) with the
+// normalised sample (s - black) / ((2^bits - 1) - black), computed exactly
+// in integer arithmetic (no rounding before the final one).
+//
+// Returns a null image when the mosaic is smaller than 6 x 6 after cutting,
+// bits are outside 1..16, the black level is at or above full scale, or the
+// picture cannot be allocated. `threads` <= 0 uses every core.
+QImage demosaicToImage(const std::int16_t *samples, int width, int height, int bits, unsigned black,
+                       int bayerOrder, int threads = 0);
+
+} // namespace kestro

@@ -1,0 +1,233 @@
+// The demosaic against per-pixel computations written straight from the
+// kernel tables: one in double precision over normalised samples, one exact
+// in integers (the optimised, banded implementation must match it bit for bit).
+#include "imaging/demosaic.h"
+#include "imaging/rawimage.h"
+
+#include <QImage>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <random>
+#include <vector>
+
+using namespace kestro;
+
+namespace {
+
+// Kernels before the factor 1/8, as published.
+using Kernel = double[5][5];
+const Kernel kIdentity = {{0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 8, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}};
+const Kernel kGreen = {{0, 0, -1, 0, 0}, {0, 0, 2, 0, 0}, {-1, 2, 4, 2, -1}, {0, 0, 2, 0, 0}, {0, 0, -1, 0, 0}};
+const Kernel kRow = {{0, 0, 0.5, 0, 0}, {0, -1, 0, -1, 0}, {-1, 4, 5, 4, -1}, {0, -1, 0, -1, 0}, {0, 0, 0.5, 0, 0}};
+const Kernel kColumn = {{0, 0, -1, 0, 0}, {0, -1, 4, -1, 0}, {0.5, 0, 5, 0, 0.5}, {0, -1, 4, -1, 0}, {0, 0, -1, 0, 0}};
+const Kernel kCross = {{0, 0, -1.5, 0, 0}, {0, 2, 0, 2, 0}, {-1.5, 0, 6, 0, -1.5}, {0, 2, 0, 2, 0}, {0, 0, -1.5, 0, 0}};
+
+// [class][channel]
+const Kernel *const kTable[4][3] = {
+    {&kRow, &kIdentity, &kColumn},
+    {&kIdentity, &kGreen, &kCross},
+    {&kCross, &kGreen, &kIdentity},
+    {&kColumn, &kIdentity, &kRow},
+};
+const int kMaps[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
+
+struct Mosaic
+{
+    int width, height, bits;
+    unsigned black;
+    std::vector<std::int16_t> samples;
+};
+
+Mosaic randomMosaic(int width, int height, int bits, unsigned black, unsigned seed)
+{
+    Mosaic m{width, height, bits, black, {}};
+    std::mt19937 rng(seed);
+    const int full = (1 << bits) - 1;
+    std::uniform_int_distribution<int> value(0, full);
+    std::uniform_int_distribution<int> pick(0, 19);
+    m.samples.resize(static_cast<size_t>(width) * height);
+    for (auto &s : m.samples) {
+        // Mostly smooth values, some extremes so that clamping is exercised.
+        const int p = pick(rng);
+        s = static_cast<std::int16_t>(p == 0 ? 0 : p == 1 ? full : value(rng));
+    }
+    return m;
+}
+
+// Spec-literal per-pixel value in double, before rounding (v * 255 + 0.5).
+double literalScaled(const Mosaic &m, int order, int x, int y, int channel)
+{
+    const int cls = kMaps[order][(x & 1) + 2 * (y & 1)];
+    const Kernel &k = *kTable[cls][channel];
+    const double full = std::ldexp(1.0, m.bits) - 1.0;
+    double v = 0;
+    for (int dy = -2; dy <= 2; ++dy) {
+        for (int dx = -2; dx <= 2; ++dx) {
+            const double s = m.samples[static_cast<size_t>(y + 2 + dy) * m.width + (x + 2 + dx)];
+            v += k[dy + 2][dx + 2] * (1.0 / 8.0) * ((s - m.black) / (full - m.black));
+        }
+    }
+    v = std::min(1.0, std::max(0.0, v));
+    return v * 255.0 + 0.5;
+}
+
+// Exact per-pixel byte: numerator over a common denominator, rounded once.
+int exactByte(const Mosaic &m, int order, int x, int y, int channel)
+{
+    const int cls = kMaps[order][(x & 1) + 2 * (y & 1)];
+    const Kernel &k = *kTable[cls][channel];
+    const long long full = (1LL << m.bits) - 1;
+    long long n = 0; // sum of 16 k/8 (s - black)
+    for (int dy = -2; dy <= 2; ++dy)
+        for (int dx = -2; dx <= 2; ++dx)
+            n += static_cast<long long>(std::lround(k[dy + 2][dx + 2] * 2))
+                * (m.samples[static_cast<size_t>(y + 2 + dy) * m.width + (x + 2 + dx)] - static_cast<long long>(m.black));
+    const long long d = 16 * (full - m.black);
+    if (n <= 0)
+        return 0;
+    if (n >= d)
+        return 255;
+    return static_cast<int>((510 * n + d) / (2 * d)); // floor(255 n / d + 1/2)
+}
+
+int channelOf(QRgb p, int c)
+{
+    return c == 0 ? qRed(p) : c == 1 ? qGreen(p) : qBlue(p);
+}
+
+} // namespace
+
+TEST(Demosaic, PositionClassesOfTheFourOrders)
+{
+    // Top-left cells: 0 "G R / B G", 1 "R G / G B", 2 "B G / G R", 3 "G B / R G"
+    // with classes 0 green-on-red-row, 1 red, 2 blue, 3 green-on-blue-row.
+    const int cells[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
+    for (int order = 0; order < 4; ++order)
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 4; ++x)
+                EXPECT_EQ(bayerPositionClass(order, x, y), cells[order][(x & 1) + 2 * (y & 1)]);
+    EXPECT_EQ(bayerPositionClass(7, 1, 0), 1); // unknown orders act as order 0
+    EXPECT_EQ(bayerPositionClass(-1, 0, 1), 2);
+}
+
+TEST(Demosaic, MatchesPerPixelComputationForAllOrdersAndSizes)
+{
+    const int sizes[][2] = {{16, 12}, {17, 13}, {6, 6}, {7, 9}, {40, 31}};
+    int ties = 0;
+    for (const auto &size : sizes) {
+        for (int order = 0; order < 4; ++order) {
+            const Mosaic m = randomMosaic(size[0], size[1], 12, 168, 1000u * size[0] + order);
+            const QImage img = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 1);
+            const int outW = (m.width & ~1) - 4;
+            const int outH = (m.height & ~1) - 4;
+            ASSERT_EQ(img.format(), QImage::Format_RGB32);
+            ASSERT_EQ(img.width(), outW);
+            ASSERT_EQ(img.height(), outH);
+            for (int y = 0; y < outH; ++y) {
+                for (int x = 0; x < outW; ++x) {
+                    const QRgb p = img.pixel(x, y);
+                    ASSERT_EQ(qAlpha(p), 255);
+                    for (int c = 0; c < 3; ++c) {
+                        const int got = channelOf(p, c);
+                        ASSERT_EQ(got, exactByte(m, order, x, y, c)) << size[0] << "x" << size[1] << " order " << order
+                                                                     << " at " << x << "," << y << " ch " << c;
+                        const double scaled = literalScaled(m, order, x, y, c);
+                        const int literal = static_cast<int>(std::floor(scaled));
+                        if (literal != got) {
+                            // Only where the value is a rounding tie can double
+                            // precision land on the other side.
+                            ASSERT_NEAR(scaled, std::round(scaled), 1e-9) << x << "," << y;
+                            ++ties;
+                        }
+                    }
+                }
+            }
+        }
+    }
+    EXPECT_LT(ties, 20);
+}
+
+TEST(Demosaic, FlatFieldsAndDepths)
+{
+    // A uniform mosaic at value s gives (s - black) / (full - black) in every
+    // channel, whatever the kernel (each kernel sums to one).
+    for (int bits : {1, 8, 10, 16}) {
+        const int full = (1 << bits) - 1;
+        const unsigned black = bits > 1 ? 1 : 0;
+        for (int s : {0, static_cast<int>(black), full / 3, full}) {
+            std::vector<std::int16_t> samples(10 * 8, static_cast<std::int16_t>(s));
+            const QImage img = demosaicToImage(samples.data(), 10, 8, bits, black, 0);
+            ASSERT_EQ(img.size(), QSize(6, 4));
+            double v = (static_cast<double>(s) - black) / (full - static_cast<double>(black));
+            v = std::min(1.0, std::max(0.0, v));
+            const int want = static_cast<int>(std::floor(v * 255 + 0.5));
+            // 16-bit full scale reads as a negative signed sample.
+            const int expected = (bits == 16 && s > 32767) ? 0 : want;
+            EXPECT_EQ(img.pixel(3, 2), qRgb(expected, expected, expected)) << bits << " " << s;
+        }
+    }
+}
+
+TEST(Demosaic, RefusesWhatCannotBeDemosaiced)
+{
+    std::vector<std::int16_t> samples(64, 100);
+    EXPECT_TRUE(demosaicToImage(samples.data(), 5, 12, 10, 0, 0).isNull()); // 4 wide after cutting
+    EXPECT_TRUE(demosaicToImage(samples.data(), 8, 5, 10, 0, 0).isNull());
+    EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 0, 0, 0).isNull());
+    EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 17, 0, 0).isNull());
+    EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 10, 1023, 0).isNull());
+    EXPECT_TRUE(demosaicToImage(nullptr, 8, 8, 10, 0, 0).isNull());
+    EXPECT_EQ(demosaicToImage(samples.data(), 7, 7, 10, 0, 0).size(), QSize(2, 2));
+    // Out-of-range orders give the order-0 result.
+    const Mosaic m = randomMosaic(12, 10, 10, 64, 7);
+    EXPECT_EQ(demosaicToImage(m.samples.data(), 12, 10, 10, 64, 9), demosaicToImage(m.samples.data(), 12, 10, 10, 64, 0));
+}
+
+TEST(Demosaic, BandsGiveTheSameResultAsOneThread)
+{
+    const Mosaic m = randomMosaic(301, 777, 12, 168, 99);
+    for (int order = 0; order < 4; ++order) {
+        const QImage one = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 1);
+        for (int threads : {2, 3, 7})
+            EXPECT_EQ(one, demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, threads));
+        // Spot-check the banded result against the exact computation.
+        const QImage many = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 4);
+        for (int y = 0; y < many.height(); y += 37)
+            for (int x = 0; x < many.width(); x += 13)
+                for (int c = 0; c < 3; ++c)
+                    ASSERT_EQ(channelOf(many.pixel(x, y), c), exactByte(m, order, x, y, c));
+    }
+}
+
+TEST(RawNormalise, PlaneValuesCropAndDefaultBlack)
+{
+    std::vector<std::int16_t> samples(7 * 5);
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = static_cast<std::int16_t>(i * 30);
+    RawPlane p = normaliseRaw(samples.data(), 7, 5, 10, 64);
+    ASSERT_EQ(p.width, 6);
+    ASSERT_EQ(p.height, 4);
+    EXPECT_FLOAT_EQ(p.values[0], (0 - 64.0f) / (1023 - 64.0f));
+    EXPECT_FLOAT_EQ(p.values[1 * 6 + 2], (9 * 30 - 64.0f) / (1023 - 64.0f)); // row pitch is the full width
+
+    // Negative black: 42 * 2^(10 - bits).
+    EXPECT_DOUBLE_EQ(defaultBlackLevel(10), 42.0);
+    EXPECT_DOUBLE_EQ(defaultBlackLevel(12), 10.5);
+    EXPECT_DOUBLE_EQ(defaultBlackLevel(8), 168.0);
+    p = normaliseRaw(samples.data(), 7, 5, 12, -1);
+    EXPECT_FLOAT_EQ(p.values[1], (30 - 10.5f) / (4095 - 10.5f));
+
+    // Crop origin and size; absurd sizes mean "all that remains".
+    p = normaliseRaw(samples.data(), 7, 5, 10, 0, 1, 1, 4, 2);
+    ASSERT_EQ(p.width, 4);
+    ASSERT_EQ(p.height, 2);
+    EXPECT_FLOAT_EQ(p.values[0], 8 * 30 / 1023.0f);
+    p = normaliseRaw(samples.data(), 7, 5, 10, 0, 2, 1, 100, -3);
+    EXPECT_EQ(p.width, 4);
+    EXPECT_EQ(p.height, 4);
+    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 10, 0, 7, 0).isEmpty());
+    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 0, 0).isEmpty());
+    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 17, 0).isEmpty());
+    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 10, 1023).isEmpty());
+    EXPECT_TRUE(normaliseRaw(samples.data(), 1, 5, 10, 0).isEmpty());
+}

@@ -1,0 +1,213 @@
+// Raw sensor files loaded into frames through the camera library.
+#include "imaging/demosaic.h"
+#include "imaging/frame.h"
+#include "imaging/frameset.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+void write(const QString &path, const QByteArray &bytes)
+{
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+}
+
+// Little-endian 16-bit samples with a ramp pattern below 2^bits.
+QByteArray mosaic16(int w, int h, int bits)
+{
+    QByteArray data;
+    data.reserve(w * h * 2);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const int v = ((x * 37 + y * 101) * 13) & ((1 << bits) - 1);
+            data.append(char(v & 0xff)).append(char(v >> 8));
+        }
+    return data;
+}
+
+QByteArray frameIni(int w, int h, int bits, int type, int order, int black)
+{
+    return QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=%3\nImageType=%4\nBayerOrder=%5\nBlackLevel=%6\n")
+        .arg(w).arg(h).arg(bits).arg(type).arg(order).arg(black).toLatin1();
+}
+
+class FrameRaw : public ::testing::Test
+{
+protected:
+    QTemporaryDir dir;
+    QString path(const char *name) const { return dir.filePath(name); }
+};
+
+} // namespace
+
+TEST_F(FrameRaw, SidecarDescribesTheFrame)
+{
+    const QByteArray data = mosaic16(20, 14, 12);
+    write(path("s.raw"), data);
+    write(path("s.ini"), frameIni(20, 14, 12, 1, 3, 168));
+    CFrame frame;
+    ASSERT_TRUE(frame.load(path("s.raw")));
+    EXPECT_TRUE(frame.isValid());
+    EXPECT_EQ(frame.kind(), 1u);
+    EXPECT_EQ(frame.width(), 20);
+    EXPECT_EQ(frame.height(), 14);
+    EXPECT_EQ(frame.bitsPerPixel(), 12);
+    EXPECT_EQ(frame.bytesPerPixel(), 2);
+    EXPECT_EQ(frame.bytesPerLine(), 40);
+    EXPECT_EQ(frame.dataSize(), 20 * 14 * 2);
+    EXPECT_EQ(frame.bayerOrder(), 3);
+    EXPECT_EQ(frame.tag(), 0);
+    EXPECT_EQ(frame.fileName(), path("s.raw"));
+    ASSERT_NE(frame.data(), nullptr);
+    EXPECT_EQ(0, std::memcmp(frame.data(), data.constData(), data.size()));
+    EXPECT_EQ(frame.linearData(), nullptr); // kind 1
+    const QImage img = frame.image();
+    EXPECT_EQ(img.size(), QSize(16, 10));
+    EXPECT_EQ(img, kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()), 20, 14, 12, 168, 3));
+
+    // Two loads of one file are compatible; a copy owns its own raw buffer.
+    CFrame again;
+    ASSERT_TRUE(again.load(path("s.raw")));
+    EXPECT_TRUE(frame.isCompatible(again));
+    CFrame copy(frame);
+    EXPECT_NE(copy.data(), frame.data());
+    EXPECT_EQ(0, std::memcmp(copy.data(), frame.data(), frame.dataSize()));
+    EXPECT_EQ(copy.image(), img);
+    EXPECT_TRUE(copy.isCompatible(frame));
+
+    // Reloading a broken file clears the frame.
+    write(path("s.raw"), data.left(100));
+    EXPECT_FALSE(frame.load(path("s.raw")));
+    EXPECT_FALSE(frame.isValid());
+    EXPECT_FALSE(frame.isCompatible(again));
+}
+
+TEST_F(FrameRaw, SensorDataLookupBySize)
+{
+    // 644 x 484 10-bit: the shipped demo sensor of that size describes it.
+    write(path("board.raw"), mosaic16(644, 484, 10));
+    CFrame frame;
+    ASSERT_TRUE(frame.load(path("board.raw")));
+    EXPECT_EQ(frame.width(), 644);
+    EXPECT_EQ(frame.height(), 484);
+    EXPECT_EQ(frame.bitsPerPixel(), 10);
+    EXPECT_EQ(frame.image().size(), QSize(640, 480));
+    EXPECT_EQ(frame.kind(), 1u);
+
+    // An 8-bit monochrome file of the shipped 1024 x 768 sensor: widened to
+    // 2 bytes per pixel in the frame's data.
+    QByteArray mono(1024 * 768, '\0');
+    for (int i = 0; i < mono.size(); ++i)
+        mono[i] = char(i % 251);
+    write(path("mono.raw"), mono);
+    ASSERT_TRUE(frame.load(path("mono.raw")));
+    EXPECT_EQ(frame.bitsPerPixel(), 8);
+    EXPECT_EQ(frame.dataSize(), 1024 * 768 * 2);
+    EXPECT_EQ(frame.bytesPerLine(), 2048);
+    EXPECT_EQ(frame.data()[2 * 300], static_cast<std::uint8_t>(300 % 251));
+    EXPECT_EQ(frame.data()[2 * 300 + 1], 0);
+    EXPECT_EQ(frame.image().size(), QSize(1020, 764));
+
+    // No sidecar and no sensor of this size.
+    write(path("odd.raw"), QByteArray(1001, '\x05'));
+    EXPECT_FALSE(frame.load(path("odd.raw")));
+    EXPECT_FALSE(frame.isValid());
+
+    // A missing sensor data folder: no description, a clean failure.
+    const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(path("no-such-folder")));
+    EXPECT_FALSE(frame.load(path("board.raw")));
+    qputenv("KESTRO_SENSOR_DATA", saved);
+}
+
+TEST_F(FrameRaw, OddSizesAndImageTypes)
+{
+    // An odd width loses its last column before the 4-pixel border.
+    write(path("o.raw"), mosaic16(645, 485, 10));
+    write(path("o.ini"), frameIni(645, 485, 10, 1, 0, 64));
+    CFrame frame;
+    ASSERT_TRUE(frame.load(path("o.raw")));
+    EXPECT_EQ(frame.image().size(), QSize(645 - 1 - 4, 485 - 1 - 4));
+    EXPECT_EQ(frame.width(), 645);
+
+    struct Case { int type; std::uint32_t kind; };
+    for (const Case c : {Case{0, 1u}, Case{5, 2u}, Case{11, 3u}, Case{7, 1u}, Case{3, 1u}}) {
+        write(path("t.raw"), mosaic16(10, 8, 10));
+        write(path("t.ini"), frameIni(10, 8, 10, c.type, 1, 0));
+        ASSERT_TRUE(frame.load(path("t.raw"))) << c.type;
+        EXPECT_EQ(frame.kind(), c.kind) << c.type;
+        EXPECT_EQ(frame.image().size(), QSize(6, 4)); // demosaiced whatever the type
+    }
+
+    // Too small to demosaic: the frame loads with its data and a null picture.
+    write(path("tiny.raw"), mosaic16(4, 4, 10));
+    write(path("tiny.ini"), frameIni(4, 4, 10, 1, 0, 0));
+    ASSERT_TRUE(frame.load(path("tiny.raw")));
+    EXPECT_TRUE(frame.image().isNull());
+    EXPECT_NE(frame.data(), nullptr);
+}
+
+TEST_F(FrameRaw, BadFilesNeverLoad)
+{
+    const QByteArray good = frameIni(8, 6, 10, 1, 0, 64);
+    const QByteArray data = mosaic16(8, 6, 10);
+    struct Case { const char *what; QByteArray raw; QByteArray ini; };
+    const Case cases[] = {
+        {"truncated", data.left(95), good},
+        {"empty", QByteArray(), good},
+        {"too long", data + "x", good},
+        {"0 bits", data, frameIni(8, 6, 0, 1, 0, 0)},
+        {"17 bits", data, frameIni(8, 6, 17, 1, 0, 0)},
+        {"black at full scale", data, frameIni(8, 6, 10, 1, 0, 1023)},
+        {"garbage sidecar", data, QByteArray("\xff\xfe[Frame\nWidth==\x01\nHeight=-\n", 30)},
+        {"text in numbers", data, "[Frame]\nWidth=8px\nHeight=6\nBitsPerPixel=10\n"},
+        {"no frame group", data, "[Sensor]\nWidth=8\nHeight=6\nBitsPerPixel=10\n"},
+    };
+    const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(path("none")));
+    for (const Case &c : cases) {
+        write(path("b.raw"), c.raw);
+        write(path("b.ini"), c.ini);
+        CFrame frame;
+        EXPECT_FALSE(frame.load(path("b.raw"))) << c.what;
+        EXPECT_FALSE(frame.isValid()) << c.what;
+        EXPECT_EQ(frame.data(), nullptr) << c.what;
+    }
+    qputenv("KESTRO_SENSOR_DATA", saved);
+}
+
+TEST_F(FrameRaw, FrameSetKeepsValidFramesInOrder)
+{
+    write(path("a.raw"), mosaic16(10, 8, 10));
+    write(path("a.ini"), frameIni(10, 8, 10, 1, 0, 0));
+    write(path("b.raw"), mosaic16(12, 8, 10));
+    write(path("b.ini"), frameIni(12, 8, 10, 1, 0, 0));
+    write(path("broken.png"), "not a picture");
+    kestro::CFrameSet set;
+    QList<int> counts;
+    QObject::connect(&set, &kestro::CFrameSet::countChanged, [&](int n) { counts << n; });
+    EXPECT_EQ(set.loadFiles({path("a.raw"), path("broken.png"), path("a.raw")}), 2);
+    EXPECT_EQ(counts, QList<int>({0, 1, 2}));
+    EXPECT_TRUE(set.isCompatible());
+    EXPECT_EQ(set.at(0)->fileName(), path("a.raw"));
+    EXPECT_EQ(set.at(2), nullptr);
+
+    CFrame other;
+    ASSERT_TRUE(other.load(path("b.raw")));
+    EXPECT_TRUE(set.addFrame(other));
+    EXPECT_FALSE(set.isCompatible()); // different size
+    EXPECT_FALSE(set.addFrame(CFrame()));
+    EXPECT_EQ(set.count(), 3);
+    set.clear();
+    EXPECT_EQ(set.count(), 0);
+    EXPECT_EQ(counts.last(), 0);
+    EXPECT_FALSE(set.isCompatible());
+}
