@@ -1,0 +1,133 @@
+// kestro-measure uniformity, run as a process.
+
+#include "testsupport.h"
+
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace kestro::test;
+
+namespace {
+
+QString tool()
+{
+    return buildPath("tools/kestro-measure/kestro-measure");
+}
+
+QJsonObject parse(const ProcessResult &r)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << r.out.toStdString();
+    return doc.object();
+}
+
+} // namespace
+
+TEST(UniformityCommand, PrintsChannelsLabelsAndCpiqZones)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    // 100 x 80 gray field, brighter in its left half, with a blue cast in the
+    // top-left CPIQ zone.
+    QImage img(100, 80, QImage::Format_RGB32);
+    img.fill(qRgb(100, 100, 100));
+    for (int y = 0; y < 80; ++y)
+        for (int x = 0; x < 50; ++x)
+            img.setPixel(x, y, x < 5 && y < 5 ? qRgb(120, 120, 200) : qRgb(120, 120, 120));
+    const QString path = saveImage(dir, "flat.png", img);
+
+    ProcessResult r = runProcess(tool(), {"uniformity", path, "--subsample", "5", "--center", "20", "--corner",
+                                          "25", "--zones", "16x20"});
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    QJsonObject o = parse(r);
+    EXPECT_EQ(o["width"].toInt(), 100);
+    EXPECT_EQ(o["height"].toInt(), 80);
+    EXPECT_EQ(o["subsample"].toInt(), 5);
+    EXPECT_TRUE(o["valid"].toBool());
+    EXPECT_EQ(o["error"].toString(), "");
+    const QJsonObject channels = o["channels"].toObject();
+    EXPECT_EQ(channels.keys(), QStringList({"B", "G", "R", "Y"}));
+    const QJsonObject g = channels["G"].toObject();
+    EXPECT_EQ(g["cols"].toInt(), 20);
+    EXPECT_EQ(g["rows"].toInt(), 16);
+    EXPECT_EQ(g["minimum"].toDouble(), 100);
+    EXPECT_EQ(g["maximum"].toDouble(), 120);
+    EXPECT_EQ(g["mean"].toDouble(), 110);
+    // Centre window columns 8..11: half bright, half dark.
+    EXPECT_EQ(g["center"].toDouble(), 110);
+    EXPECT_EQ(g["corners"].toObject()["topLeft"].toDouble(), 120);
+    EXPECT_EQ(g["corners"].toObject()["bottomRight"].toDouble(), 100);
+    EXPECT_EQ(g["labels"].toObject()["topLeft"].toString(), "120, Dropoff: -10, -9.09%");
+    EXPECT_EQ(g["labels"].toObject()["topRight"].toString(), "100, Dropoff: 10, 9.09%");
+
+    const QJsonObject cpiq = o["cpiq"].toObject();
+    EXPECT_EQ(cpiq["rows"].toInt(), 16);
+    EXPECT_EQ(cpiq["cols"].toInt(), 20);
+    const QJsonArray zones = cpiq["zones"].toArray();
+    ASSERT_EQ(zones.size(), 320);
+    const QJsonObject first = zones[0].toObject();
+    EXPECT_EQ(first["row"].toInt(), 1);
+    EXPECT_EQ(first["column"].toInt(), 1);
+    EXPECT_EQ(first["B"].toDouble(), 200);
+    EXPECT_EQ(zones[21].toObject()["row"].toInt(), 2);
+    EXPECT_EQ(zones[21].toObject()["column"].toInt(), 2);
+    EXPECT_EQ(cpiq["metric"].toDouble(), first["deltaAb"].toDouble());
+    EXPECT_GT(cpiq["metric"].toDouble(), 5);
+
+    // An empty centre window prints "nan".
+    r = runProcess(tool(), {"uniformity", path, "--center", "0"});
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    o = parse(r);
+    EXPECT_EQ(o["channels"].toObject()["Y"].toObject()["center"].toString(), "nan");
+    EXPECT_EQ(o["cpiq"].toObject()["zones"].toArray().size(), 300);
+}
+
+TEST(UniformityCommand, RefusalsAndUsageErrors)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    QImage img(100, 80, QImage::Format_RGB32);
+    img.fill(qRgb(10, 20, 30));
+    const QString path = saveImage(dir, "flat.png", img);
+
+    for (const char *size : {"0", "11"}) {
+        const ProcessResult r = runProcess(tool(), {"uniformity", path, "--subsample", size});
+        EXPECT_EQ(r.exitCode, 2);
+        const QJsonObject o = parse(r);
+        EXPECT_FALSE(o["ok"].toBool());
+        EXPECT_FALSE(o["valid"].toBool());
+        EXPECT_EQ(o["error"].toString(), "Cannot display subsampled image. Please input valid subsampling size "
+                                         "(1 - Height/8 or Width/8).");
+        EXPECT_FALSE(o.contains("channels"));
+        EXPECT_FALSE(o.contains("cpiq"));
+    }
+
+    const QString gray = saveImage(dir, "gray.png", img.convertToFormat(QImage::Format_Grayscale8));
+    ProcessResult r = runProcess(tool(), {"uniformity", gray});
+    EXPECT_EQ(r.exitCode, 2);
+    QJsonObject o = parse(r);
+    EXPECT_FALSE(o["valid"].toBool());
+    EXPECT_EQ(o["error"].toString(), "Only RGB files are supported for this test. Failed to load the file : " + gray);
+
+    const QString broken = dir.filePath("broken.png");
+    {
+        QFile f(broken);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("\x89PNG\r\n\x1a\n truncated");
+    }
+    for (const QStringList &args :
+         {QStringList{"uniformity", broken}, QStringList{"uniformity", dir.filePath("missing.png")},
+          QStringList{"uniformity"}, QStringList{"uniformity", path, "--zones", "33x20"},
+          QStringList{"uniformity", path, "--zones", "15"}, QStringList{"uniformity", path, "--center", "ten"},
+          QStringList{"uniformity", path, "--corner"}, QStringList{"uniformity", path, "--bogus", "1"}}) {
+        r = runProcess(tool(), args);
+        EXPECT_EQ(r.exitCode, 1) << args.join(' ').toStdString();
+        EXPECT_TRUE(r.out.isEmpty());
+        EXPECT_FALSE(r.err.isEmpty());
+    }
+}
