@@ -1,5 +1,10 @@
 #include "measure/noise/noisereport.h"
 
+#include "imaging/srgb.h"
+
+#include <algorithm>
+#include <cmath>
+
 namespace kestro {
 
 namespace {
@@ -109,6 +114,58 @@ QString buildNoiseReport(const QVector<NoisePatchResult> &results, const QString
                          "noise. </p>");
     out += QLatin1String("</body></html>");
     return out;
+}
+
+QVector<QVector<double>> snrChartSeries(const QVector<NoisePatchResult> &results)
+{
+    QVector<QVector<double>> series(4, QVector<double>(results.size(), 0.0));
+    for (int p = 0; p < results.size(); ++p) {
+        const NoisePatchResult &r = results[p];
+        // Bayer channels are R, Gr, Gb, B; the chart keeps R, G, B, G2.
+        static const int bayerSlot[4] = {0, 1, 3, 2};
+        const int charted = std::min(r.layout == NoiseLayout::Bayer ? 4 : 3, static_cast<int>(r.channels.size()));
+        for (int c = 0; c < charted; ++c) {
+            const int slot = r.layout == NoiseLayout::Bayer ? bayerSlot[c] : c;
+            const double noise = r.snrNoise(c);
+            const double value = noise != 0.0 ? r.channels[c].signal / noise : noise;
+            series[slot][p] = std::isfinite(value) ? value : 0.0;
+        }
+    }
+    return series;
+}
+
+QVector<QColor> noisePatchColors(const QVector<NoisePatchResult> &results)
+{
+    auto finite = [](double v) { return std::isfinite(v) ? std::max(v, 0.0) : 0.0; };
+    double largest = 0.0;
+    for (const NoisePatchResult &r : results)
+        for (const NoiseChannelResult &c : r.channels)
+            largest = std::max(largest, finite(c.signal));
+    QVector<QColor> colors;
+    for (const NoisePatchResult &r : results) {
+        double rgb[3] = {0, 0, 0};
+        double scale = 255.0;
+        const auto &ch = r.channels;
+        if (r.layout == NoiseLayout::Rgb && ch.size() >= 3) {
+            for (int k = 0; k < 3; ++k)
+                rgb[k] = finite(ch[k].signal);
+        } else {
+            scale = largest > 0 ? largest : 1.0;
+            if (r.layout == NoiseLayout::Bayer && ch.size() >= 4) {
+                rgb[0] = finite(ch[0].signal);
+                rgb[1] = (finite(ch[1].signal) + finite(ch[2].signal)) / 2;
+                rgb[2] = finite(ch[3].signal);
+            } else if (!ch.isEmpty()) {
+                rgb[0] = rgb[1] = rgb[2] = finite(ch[0].signal);
+            }
+        }
+        QColor color;
+        color.setRgbF(std::clamp(linearToSrgb(std::min(rgb[0] / scale, 1.0)), 0.0, 1.0),
+                      std::clamp(linearToSrgb(std::min(rgb[1] / scale, 1.0)), 0.0, 1.0),
+                      std::clamp(linearToSrgb(std::min(rgb[2] / scale, 1.0)), 0.0, 1.0));
+        colors << color;
+    }
+    return colors;
 }
 
 } // namespace kestro

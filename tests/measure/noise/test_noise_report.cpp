@@ -86,3 +86,50 @@ TEST(NoiseReport, LayoutOfTheDocument)
     // A patch index past the end gives no table.
     EXPECT_EQ(buildNoiseReport(results, {}, 6).count("<caption>Patch "), 0);
 }
+
+TEST(NoiseReport, SnrChartSeriesPlacesChannelsByColour)
+{
+    // A mosaic patch (R, Gr, Gb, B) with one frame: the noise is FPN and the
+    // series hold R, Gr, B, Gb.
+    NoisePatchResult bayer;
+    bayer.frames = 1;
+    bayer.layout = NoiseLayout::Bayer;
+    const double signal[4] = {100, 200, 300, 400};
+    for (int c = 0; c < 4; ++c) {
+        NoiseChannelResult ch;
+        ch.signal = signal[c];
+        ch.fpn = 10.0;
+        ch.overall = 1.0; // not used with one frame
+        bayer.channels << ch;
+    }
+    // An RGB patch with two frames, green without noise.
+    NoisePatchResult rgb = record(2, 60.0, 3.0, 1.0);
+    rgb.channels << rgb.channels[0] << rgb.channels[0];
+    rgb.channels[1].overall = 0.0;
+    // A single-channel patch.
+    NoisePatchResult mono = record(3, 80.0, 4.0, 1.0);
+    mono.layout = NoiseLayout::Single;
+
+    const QVector<QVector<double>> s = snrChartSeries({bayer, rgb, mono});
+    ASSERT_EQ(s.size(), 4);
+    EXPECT_EQ(s[0][0], 10.0);
+    EXPECT_EQ(s[1][0], 20.0);
+    EXPECT_EQ(s[2][0], 40.0);
+    EXPECT_EQ(s[3][0], 30.0);
+    EXPECT_EQ(s[0][1], 20.0);
+    EXPECT_EQ(s[1][1], 0.0);
+    EXPECT_EQ(s[2][1], 20.0);
+    EXPECT_EQ(s[3][1], 0.0);
+    EXPECT_EQ(s[0][2], 20.0);
+    EXPECT_EQ(s[1][2], 0.0);
+
+    // Display colours: RGB signals are linear and come back as sRGB bytes.
+    NoisePatchResult mid = record(2, 0, 1, 1);
+    mid.channels = {mid.channels[0], mid.channels[0], mid.channels[0]};
+    for (auto &c : mid.channels)
+        c.signal = 0.21404114048223255 * 255; // sRGB 128
+    const QColor color = noisePatchColors({mid}).value(0);
+    EXPECT_EQ(color.red(), 128);
+    EXPECT_EQ(color.green(), 128);
+    EXPECT_EQ(color.blue(), 128);
+}

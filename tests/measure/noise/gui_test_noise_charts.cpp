@@ -1,0 +1,215 @@
+#include "measure/noise/chartgraph.h"
+#include "measure/noise/noisecharts.h"
+
+#ifdef KESTRO_HAVE_GRAY_CHART_PLOT
+#include "measure/color/graychartplot.h"
+#include <qwt_text.h>
+#endif
+
+#include <QImage>
+#include <QSignalSpy>
+#include <QTest>
+#include <cmath>
+#include <gtest/gtest.h>
+
+using namespace kestro;
+
+namespace {
+
+QVector<QColor> chartColors()
+{
+    QVector<QColor> c;
+    for (int k = 0; k < 18; ++k)
+        c << QColor::fromHsv(k * 20, 200, 60 + (k % 3) * 90);
+    for (int k = 0; k < 6; ++k)
+        c << QColor(243 - k * 45, 243 - k * 45, 242 - k * 45);
+    return c;
+}
+
+// Geometry of the fixed grid for a widget size.
+struct Cell
+{
+    QRect left, right;
+};
+Cell cellOf(const QSize &size, int k)
+{
+    const int m = size.width() / 50, cw = (size.width() - 2 * m) / 6, ch = (size.height() - 2 * m) / 4;
+    const QRect cell(m + (k % 6) * cw, m + (k / 6) * ch, cw, ch);
+    const int gap = cw / 9;
+    const QRect inner(cell.left() + gap / 2, cell.top() + gap / 2, cw - gap, ch - gap);
+    Cell c;
+    c.left = QRect(inner.left(), inner.top(), inner.width() / 2, inner.height());
+    c.right = QRect(c.left.right() + 1, inner.top(), inner.width() - c.left.width(), inner.height());
+    return c;
+}
+
+QImage shot(ChartGraph &chart, const char *name)
+{
+    const QImage img = chart.grab().toImage();
+    if (name)
+        img.save(QStringLiteral("/tmp/%1.png").arg(QLatin1String(name)));
+    return img;
+}
+
+int countPixels(const QImage &img, const QRect &r, QRgb rgb)
+{
+    int n = 0;
+    for (int y = r.top(); y <= r.bottom(); ++y)
+        for (int x = r.left(); x <= r.right(); ++x)
+            n += (img.pixel(x, y) & 0xffffff) == (rgb & 0xffffff);
+    return n;
+}
+
+} // namespace
+
+TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
+{
+    ChartGraph chart;
+    chart.resize(900, 600);
+    const QVector<QColor> colors = chartColors();
+    chart.setPatchColors(colors);
+    double values[24];
+    for (int k = 0; k < 24; ++k)
+        values[k] = k == 5 ? 8.0 : 2.0 + (k % 4); // scale is the largest value, 8
+    chart.setValues(values, 24);
+    chart.setSelectedPatch(7);
+    const QImage img = shot(chart, "chartgraph_mode0");
+
+    EXPECT_EQ(img.pixel(0, 0) & 0xffffff, qRgb(51, 51, 51) & 0xffffff);
+    for (int k : {0, 5, 13, 23}) {
+        const Cell c = cellOf(img.size(), k);
+        // The left half carries the patch colour.
+        EXPECT_GT(countPixels(img, c.left, colors[k].rgb()), c.left.width() * c.left.height() / 3) << k;
+        // The bar covers values[k] / 8 of the bar area, from the bottom.
+        const int inside = c.right.center().x();
+        const int barTop = c.right.top() + int(std::lround((1 - values[k] / 8.0) * c.right.height()));
+        EXPECT_EQ(img.pixel(inside, c.right.bottom() - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
+        if (barTop - 3 > c.right.top() + 1)
+            EXPECT_NE(img.pixel(inside, barTop - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
+    }
+    // Dark patches get white text, light ones black text.
+    const Cell dark = cellOf(img.size(), 23), light = cellOf(img.size(), 18);
+    EXPECT_GT(countPixels(img, dark.left, qRgb(255, 255, 255)), 10);
+    EXPECT_GT(countPixels(img, light.left, qRgb(0, 0, 0)), 10);
+    // The selected patch has its frame around the cell.
+    const int m = img.width() / 50, cw = (img.width() - 2 * m) / 6, ch = (img.height() - 2 * m) / 4;
+    const QRect cell7(m + cw, m + ch, cw, ch);
+    EXPECT_GT(countPixels(img, QRect(cell7.left(), cell7.top(), cell7.width(), 4), qRgb(255, 204, 0)), 10);
+
+    // Clicking a patch selects it.
+    QSignalSpy spy(&chart, &ChartGraph::patchSelected);
+    const Cell c20 = cellOf(img.size(), 20);
+    QTest::mouseClick(&chart, Qt::LeftButton, {}, c20.left.center());
+    ASSERT_EQ(spy.count(), 1);
+    EXPECT_EQ(spy.at(0).at(0).toInt(), 20);
+    EXPECT_EQ(chart.selectedPatch(), 20);
+}
+
+TEST(ChartGraph, NoiseAndGrayModes)
+{
+    ChartGraph chart;
+    chart.resize(900, 600);
+    const QVector<QColor> colors = chartColors();
+    chart.setPatchColors(colors);
+    chart.setMode(ChartGraph::NoiseMode);
+    double r[24], g[24], b[24];
+    for (int k = 0; k < 24; ++k) {
+        r[k] = 10 + k;
+        g[k] = 20 + k;
+        b[k] = 40 - k;
+    }
+    const double *series[4] = {r, g, b, nullptr};
+    chart.setSeries(series, 24);
+    QImage img = shot(chart, "chartgraph_mode1");
+    // Three used series: three bars side by side, red, green, blue.
+    const Cell c = cellOf(img.size(), 3);
+    const int third = c.right.width() / 3;
+    auto barPixel = [&](int j) { return img.pixel(c.right.left() + j * third + third / 2, c.right.bottom() - 3); };
+    EXPECT_GT(qRed(barPixel(0)), 200);
+    EXPECT_GT(qGreen(barPixel(1)), 150);
+    EXPECT_GT(qBlue(barPixel(2)), 200);
+
+    chart.setMode(ChartGraph::GrayMode);
+    const double gray[6] = {1.5, 2.5, 3.5, 0.5, 4.0, 2.0};
+    chart.setGrayValues(gray, 6);
+    img = shot(chart, "chartgraph_mode2");
+    // Only the gray patches are drawn: the first cell holds the tall bar of
+    // patch 19, not patch 1's colour.
+    const Cell first = cellOf(img.size(), 0);
+    EXPECT_EQ(countPixels(img, first.left, colors[0].rgb()), 0);
+    const Cell grayCell = cellOf(img.size(), 22); // value 4.0 is the scale: full height
+    EXPECT_GT(countPixels(img, grayCell.left, colors[22].rgb()), 10);
+    const QRect topOfBar(cellOf(img.size(), 4).left.left() + 4, cellOf(img.size(), 4).left.top() + 3, 4, 2);
+    EXPECT_GT(countPixels(img, topOfBar, colors[22].rgb()), 0);
+    // A click anywhere in a column selects that column's gray patch.
+    QSignalSpy spy(&chart, &ChartGraph::patchSelected);
+    QTest::mouseClick(&chart, Qt::LeftButton, {}, first.left.center());
+    ASSERT_EQ(spy.count(), 1);
+    EXPECT_EQ(spy.at(0).at(0).toInt(), 18);
+}
+
+TEST(ChartGraph, AnySizeAndNonFiniteValues)
+{
+    ChartGraph chart;
+    double values[24];
+    for (int k = 0; k < 24; ++k)
+        values[k] = k % 3 == 0 ? std::nan("") : (k % 3 == 1 ? INFINITY : -5.0);
+    chart.setValues(values, 24);
+    for (const QSize &size : {QSize(1, 1), QSize(30, 20), QSize(140, 90), QSize(2400, 1600)}) {
+        chart.resize(size);
+        const QImage img = chart.grab().toImage();
+        EXPECT_EQ(img.size(), size);
+    }
+}
+
+#ifdef KESTRO_HAVE_GRAY_CHART_PLOT
+TEST(NoiseCharts, InitAndUpdate)
+{
+    QWidget area;
+    area.resize(420, 260);
+    ChartGraph chart;
+    QVector<NoisePatchResult> results(3);
+    GrayChartPlot *plot = initNoiseCharts(&results, &chart, &area);
+    ASSERT_NE(plot, nullptr);
+    EXPECT_TRUE(results.isEmpty());
+    EXPECT_EQ(chart.mode(), ChartGraph::NoiseMode);
+    EXPECT_EQ(plot->parentWidget(), &area);
+    EXPECT_EQ(plot->minimumSize(), QSize(420, 260));
+    EXPECT_EQ(plot->maximumSize(), QSize(420, 260));
+    EXPECT_EQ(plot->title().text(), "Gray Chart SNR");
+    EXPECT_EQ(plot->axisTitle(QwtPlot::yLeft).text(), "SNR");
+    EXPECT_EQ(plot->axisTitle(QwtPlot::xBottom).text(), "Gray Patch Index");
+    EXPECT_TRUE(plot->axisEnabled(QwtPlot::yLeft));
+
+    // 24 RGB patches, two frames: SNR = signal / overall; patch 21 has no
+    // noise in green and keeps a zero.
+    for (int p = 0; p < 24; ++p) {
+        NoisePatchResult r;
+        r.frames = 2;
+        r.layout = NoiseLayout::Rgb;
+        for (int c = 0; c < 3; ++c) {
+            NoiseChannelResult ch;
+            ch.name = QString("RGB").mid(c, 1);
+            ch.signal = 100.0 + p;
+            ch.overall = (p == 20 && c == 1) ? 0.0 : 1.0 + c;
+            ch.fpn = 50.0;
+            r.channels << ch;
+        }
+        results << r;
+    }
+    updateSnrCharts(results, &chart, plot);
+    const QwtSeriesData<QPointF> *red = plot->curve(GrayChartPlot::RedCurve)->data();
+    ASSERT_EQ(red->size(), 6u);
+    EXPECT_DOUBLE_EQ(red->sample(0).x(), 19.0);
+    EXPECT_DOUBLE_EQ(red->sample(5).x(), 24.0);
+    EXPECT_DOUBLE_EQ(red->sample(0).y(), 118.0);
+    const QwtSeriesData<QPointF> *green = plot->curve(GrayChartPlot::GreenCurve)->data();
+    EXPECT_DOUBLE_EQ(green->sample(2).y(), 0.0);
+    EXPECT_DOUBLE_EQ(green->sample(3).y(), 121.0 / 2.0);
+    EXPECT_EQ(plot->curve(GrayChartPlot::GrayCurve)->data()->size(), 0u); // no second green
+    area.show();
+    plot->grab().save("/tmp/noise_gray_chart_snr.png");
+    chart.resize(900, 600);
+    shot(chart, "chartgraph_noise_update");
+}
+#endif
