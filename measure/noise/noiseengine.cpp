@@ -3,8 +3,12 @@
 #include "imaging/frame.h"
 #include "imaging/region.h"
 #include "imaging/srgb.h"
+#ifdef KESTRO_NOISE_HAVE_TARNLIB
+#include "platform/tarnlib/tarnlib.h"
+#endif
 
 #include <QColor>
+#include <QFile>
 #include <QImage>
 #include <cmath>
 #include <cstring>
@@ -17,27 +21,45 @@ namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// Raw frames may carry a black level and the camera library's image type;
-// both are read when the frame class offers them.
-template <typename F>
-auto frameBlackLevel(const F &frame, int) -> decltype(static_cast<double>(frame.blackLevel()))
+// Image type and black level of a raw frame: from the frame when it keeps
+// them, else asked from the camera library for the frame's file.
+bool queryRawFile(const QString &path, int *imageType, double *black)
 {
-    return static_cast<double>(frame.blackLevel());
+#ifdef KESTRO_NOISE_HAVE_TARNLIB
+    tl_camera_t **cameras = nullptr;
+    int count = 0;
+    const QByteArray name = QFile::encodeName(path);
+    if (tl_OpenCameras2(&cameras, &count, name.constData(), 16, 0) != TL_OK || count < 1 || !cameras
+        || !cameras[0]) {
+        tl_CloseCameras2(cameras, count);
+        return false;
+    }
+    *imageType = cameras[0]->sensor.imageType;
+    unsigned int level = 0;
+    if (tl_getSensorParameter(cameras[0], TL_PARAM_BLACK_LEVEL, &level) != TL_OK)
+        level = 0;
+    *black = level;
+    tl_CloseCameras2(cameras, count);
+    return true;
+#else
+    Q_UNUSED(path);
+    Q_UNUSED(imageType);
+    Q_UNUSED(black);
+    return false;
+#endif
 }
 template <typename F>
-double frameBlackLevel(const F &, long)
+auto rawFacts(const F &frame, int, int *imageType, double *black)
+    -> decltype(static_cast<double>(frame.blackLevel()), static_cast<int>(frame.imageType()), bool())
 {
-    return 0.0;
+    *imageType = static_cast<int>(frame.imageType());
+    *black = static_cast<double>(frame.blackLevel());
+    return true;
 }
 template <typename F>
-auto frameImageType(const F &frame, int) -> decltype(static_cast<int>(frame.imageType()))
+bool rawFacts(const F &frame, long, int *imageType, double *black)
 {
-    return static_cast<int>(frame.imageType());
-}
-template <typename F>
-int frameImageType(const F &, long)
-{
-    return 1; // a mosaic
+    return queryRawFile(frame.fileName(), imageType, black);
 }
 
 // Mosaic position class at (x & 1) + 2 (y & 1) for each colour order:
@@ -114,11 +136,17 @@ bool noiseFrameData(const CFrame &frame, NoiseFrameData *out)
     d.bytesPerLine = frame.bytesPerLine();
     const bool raw = picture.isNull() || d.data != picture.constBits();
     if (raw) {
-        d.bytesPerPixel = frame.bytesPerPixel();
-        if (d.bytesPerPixel != 1 && d.bytesPerPixel != 2)
-            return false;
-        d.blackLevel = frameBlackLevel(frame, 0);
-        const int type = frameImageType(frame, 0);
+        // Raw samples are 16-bit little-endian words whatever the depth, rows
+        // at the full width.
+        d.bytesPerPixel = 2;
+        d.bytesPerLine = d.width * 2;
+        int type = 1;
+        double black = 0.0;
+        if (!rawFacts(frame, 0, &type, &black)) {
+            type = 1;
+            black = 0.0;
+        }
+        d.blackLevel = black;
         if (type == 0 || type == 4) {
             d.layout = NoiseLayout::Single;
             d.singleName = channelName(type, 0);

@@ -2,10 +2,13 @@
 #include "imaging/srgb.h"
 #include "measure/noise/noiseengine.h"
 
+#include <QFile>
 #include <QImage>
+#include <QTemporaryDir>
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -428,5 +431,58 @@ TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
         const int cls = map[order][0]; // mosaic (2, 2) has even parity
         const int channel = cls == 1 ? 0 : cls == 0 ? 1 : cls == 3 ? 2 : 3;
         EXPECT_DOUBLE_EQ(one.channels[channel].signal, level[cls]);
+    }
+}
+
+// The same through raw sensor files with their sidecar description: the
+// frame's mosaic, colour order and black level reach the engine.
+TEST(NoiseEngine, RawFilesForEachColourOrder)
+{
+    const int map[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
+    const double level[4] = {300, 100, 400, 200}; // by class: Gr, R, B, Gb
+    const int w = 24, h = 18, black = 64;
+    QTemporaryDir dir;
+    for (int order = 0; order < 4; ++order) {
+        SCOPED_TRACE(order);
+        QList<const CFrame *> frames;
+        std::vector<std::unique_ptr<CFrame>> owned;
+        for (int i = 0; i < 3; ++i) {
+            QByteArray bytes;
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) {
+                    const int cls = map[order][(x & 1) + 2 * (y & 1)];
+                    const int v = int(black + level[cls]) + (cls == 3 ? (i - 1) * 4 : 0); // Gb: -4, 0, +4
+                    bytes.append(char(v & 0xff)).append(char(v >> 8));
+                }
+            const QString base = dir.filePath(QString("o%1_f%2").arg(order).arg(i));
+            QFile raw(base + ".raw"), ini(base + ".ini");
+            ASSERT_TRUE(raw.open(QIODevice::WriteOnly));
+            raw.write(bytes);
+            raw.close();
+            ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
+            ini.write(QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\nBayerOrder=%3\n"
+                              "BlackLevel=%4\n")
+                          .arg(w).arg(h).arg(order).arg(black).toLatin1());
+            ini.close();
+            owned.emplace_back(new CFrame);
+            ASSERT_TRUE(owned.back()->load(base + ".raw"));
+            frames << owned.back().get();
+        }
+        QVector<NoisePatchResult> results;
+        QString error;
+        ASSERT_TRUE(measureNoise(frames, {QRect(3, 1, 9, 7)}, &results, &error)) << error.toStdString();
+        const NoisePatchResult &r = results[0];
+        ASSERT_EQ(r.channels.size(), 4);
+        const char *names[4] = {"BayerR", "BayerGr", "BayerGb", "BayerB"};
+        const double want[4] = {100, 300, 200, 400};
+        for (int c = 0; c < 4; ++c) {
+            EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
+            EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
+            EXPECT_NEAR(r.channels[c].overall, c == 2 ? std::sqrt(32.0 / 3.0) : 0.0, 1e-12) << names[c];
+        }
+        // The picture is the mosaic less two pixels each side: 20 x 14.
+        EXPECT_TRUE(measureNoise(frames, {QRect(19, 13, 1, 1)}, &results, &error));
+        EXPECT_FALSE(measureNoise(frames, {QRect(19, 13, 2, 1)}, &results, &error));
+        EXPECT_EQ(error, QStringLiteral("Invalid region:((19, 13), (20, 13))"));
     }
 }
