@@ -1,5 +1,13 @@
 #include "colorcal.h"
 
+#include "imagecache.h"
+#include "sfr_measure.h"
+
+#include <QRect>
+#include <QString>
+#include <algorithm>
+#include <string>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,4 +43,64 @@ const char *CColorCalibrate::RequiredRuntime()
 {
     const char *named = std::getenv("KESTRO_COLORCAL_RUNTIME");
     return named && *named ? named : nullptr;
+}
+
+bool CColorCalibrate::CalculateMTF(unsigned int &pointCount, double *frequencies,
+                                   double *grayCurve, double *redCurve, double *greenCurve,
+                                   double *blueCurve, double *mtf50, double *mtf50Peak,
+                                   double *mtf10, double *mtf10Peak, double *slopeDegrees,
+                                   double *contrast, char *errorText, int errorSize,
+                                   const char *fileName, double gamma, int left, int top,
+                                   int width, int height, int mode)
+{
+    (void)mode;
+    pointCount = 0;
+    if (!frequencies || !grayCurve || !redCurve || !greenCurve || !blueCurve || !mtf50
+        || !mtf50Peak || !mtf10 || !mtf10Peak || !slopeDegrees || !contrast || !errorText
+        || errorSize <= 0 || !fileName)
+        return false;
+    auto setError = [&](const std::string &text) {
+        const std::size_t n = std::min(text.size(), static_cast<std::size_t>(errorSize - 1));
+        std::memcpy(errorText, text.data(), n);
+        errorText[n] = '\0';
+    };
+    try {
+        const QString path = QString::fromLatin1(fileName);
+        QString why;
+        const QImage image = kestro::colorcal::loadImageCached(path, &why);
+        if (image.isNull()) {
+            setError(QString("Cannot read the image file %1 (%2): check that it exists and is a "
+                             "supported image format.")
+                         .arg(path, why)
+                         .toStdString());
+            return true;
+        }
+        kestro::sfr::Result r;
+        kestro::sfr::measureImageRegion(image, QRect(left, top, width, height), gamma, r);
+        if (!r.error.empty()) {
+            setError(r.error);
+            return true;
+        }
+        const int n = static_cast<int>(r.frequencies.size());
+        double *curves[4] = {redCurve, greenCurve, blueCurve, grayCurve};
+        for (int i = 0; i < n; ++i) {
+            frequencies[i] = r.frequencies[static_cast<std::size_t>(i)];
+            for (int c = 0; c < 4; ++c)
+                curves[c][i] = r.curve[c][static_cast<std::size_t>(i)];
+        }
+        for (int c = 0; c < 4; ++c) {
+            mtf50[c] = r.mtf50[c];
+            mtf50Peak[c] = r.mtf50Peak[c];
+            mtf10[c] = r.mtf10[c];
+            mtf10Peak[c] = r.mtf10Peak[c];
+            slopeDegrees[c] = r.slopeDegrees[c];
+            contrast[c] = r.contrast[c];
+        }
+        pointCount = static_cast<unsigned int>(n);
+        setError(std::string());
+        return true;
+    } catch (...) {
+        pointCount = 0;
+        return false;
+    }
 }

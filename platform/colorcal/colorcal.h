@@ -27,6 +27,24 @@ public:
     // names one (used by tests to exercise a missing runtime).
     static const char *RequiredRuntime();
 
+    // Slanted-edge MTF of one region of an image file. The library reads the
+    // file itself (decoded images are cached by path and modification time).
+    // Outputs: the number of frequency points (at most 1000, up to 1 cycle per
+    // pixel along the edge normal), the frequencies, the gray, red, green and
+    // blue curves, and per channel (red 0, green 1, blue 2, gray 3) MTF50,
+    // MTF50P, MTF10, MTF10P, the edge angle in degrees and the edge contrast.
+    // Curve and frequency arrays must hold 1000 values, metric arrays 4.
+    // `gamma` linearises 8-bit values v as (v / 255)^(1 / gamma). `mode` is
+    // passed through and not interpreted.
+    // Returns true when the computation ran; `errorText` then holds a
+    // terminated text, empty on success, else what is wrong with the region
+    // or file. Returns false on an internal fault (missing buffers).
+    bool CalculateMTF(unsigned int &pointCount, double *frequencies, double *grayCurve,
+                      double *redCurve, double *greenCurve, double *blueCurve, double *mtf50,
+                      double *mtf50Peak, double *mtf10, double *mtf10Peak, double *slopeDegrees,
+                      double *contrast, char *errorText, int errorSize, const char *fileName,
+                      double gamma, int left, int top, int width, int height, int mode);
+
     tl_camera_t *camera() const { return m_camera; }
 
 private:

@@ -1,0 +1,164 @@
+// CColorCalibrate::CalculateMTF on image files: argument order, error texts,
+// the decoded-image cache.
+
+#include "slantededge.h"
+
+#include "platform/colorcal/colorcal.h"
+#include "platform/colorcal/imagecache.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+using kestro::test::EdgeSpec;
+using kestro::test::makeEdgeImage;
+using kestro::test::trueCrossing;
+
+namespace {
+
+struct Call
+{
+    unsigned count = 12345;
+    std::vector<double> freq = std::vector<double>(1000, -1);
+    std::vector<double> gray = std::vector<double>(1000, -1), red = gray, green = gray, blue = gray;
+    double m50[5] = {}, m50p[5] = {}, m10[5] = {}, m10p[5] = {}, slope[5] = {}, contrast[5] = {};
+    char error[1024];
+    bool ok = false;
+
+    Call() { std::memset(error, 'x', sizeof error); }
+
+    bool run(CColorCalibrate &cal, const QString &file, double gamma, QRect r)
+    {
+        const QByteArray name = file.toLatin1();
+        ok = cal.CalculateMTF(count, freq.data(), gray.data(), red.data(), green.data(), blue.data(), m50,
+                              m50p, m10, m10p, slope, contrast, error, 1024, name.constData(), gamma,
+                              r.left(), r.top(), r.width(), r.height(), 3);
+        return ok;
+    }
+    std::string text() const { return std::string(error); }
+};
+
+} // namespace
+
+TEST(ColorcalMtf, ColourFileGivesCurvesInTheLibraryOrder)
+{
+    QTemporaryDir dir;
+    EdgeSpec s;
+    s.colour = true;
+    s.sigma[0] = 0.6;
+    s.sigma[1] = 1.0;
+    s.sigma[2] = 1.6;
+    s.width = 120;
+    s.height = 160;
+    s.angleDegrees = 6;
+    // Embed the edge in a larger picture at (40, 30).
+    QImage picture(240, 240, QImage::Format_RGB32);
+    picture.fill(qRgb(90, 90, 90));
+    const QImage edge = makeEdgeImage(s);
+    for (int y = 0; y < edge.height(); ++y)
+        for (int x = 0; x < edge.width(); ++x)
+            picture.setPixel(40 + x, 30 + y, edge.pixel(x, y));
+    const QString path = dir.filePath("edge.png");
+    ASSERT_TRUE(picture.save(path));
+
+    CColorCalibrate cal(nullptr);
+    Call c;
+    ASSERT_TRUE(c.run(cal, path, 1.0, QRect(40, 30, 120, 160)));
+    EXPECT_EQ(c.text(), "");
+    ASSERT_GT(c.count, 20u);
+    ASSERT_LE(c.count, 1000u);
+    EXPECT_EQ(c.freq[c.count], -1.0); // nothing written past the points
+    for (int ch = 0; ch < 3; ++ch)
+        EXPECT_NEAR(c.m50[ch] / trueCrossing(s.sigma[ch], 6, 0.5), 1.0, 0.01) << ch;
+    // The red curve is the sharpest, blue the softest; gray comes first.
+    const int i = static_cast<int>(c.count / 4);
+    EXPECT_GT(c.red[i], c.green[i]);
+    EXPECT_GT(c.green[i], c.blue[i]);
+    EXPECT_LT(c.gray[i], c.red[i]);
+    EXPECT_GT(c.gray[i], c.blue[i]);
+    EXPECT_NEAR(c.slope[3], 6.0, 0.05);
+    EXPECT_GT(c.contrast[3], 0.8);
+}
+
+TEST(ColorcalMtf, FailuresComeBackAsTexts)
+{
+    QTemporaryDir dir;
+    CColorCalibrate cal(nullptr);
+    Call c;
+    ASSERT_TRUE(c.run(cal, dir.filePath("missing.png"), 1.0, QRect(0, 0, 50, 50)));
+    EXPECT_NE(c.text().find("Cannot read the image file"), std::string::npos);
+    EXPECT_EQ(c.count, 0u);
+
+    // A truncated PNG.
+    EdgeSpec s;
+    const QString good = dir.filePath("good.png");
+    ASSERT_TRUE(makeEdgeImage(s).save(good));
+    QFile f(good);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    const QByteArray bytes = f.readAll();
+    f.close();
+    QFile t(dir.filePath("cut.png"));
+    ASSERT_TRUE(t.open(QIODevice::WriteOnly));
+    t.write(bytes.left(bytes.size() / 3));
+    t.close();
+    Call c2;
+    ASSERT_TRUE(c2.run(cal, t.fileName(), 1.0, QRect(0, 0, 50, 50)));
+    EXPECT_NE(c2.text(), "");
+
+    Call c3;
+    ASSERT_TRUE(c3.run(cal, good, 1.0, QRect(100, 0, 50, 50)));
+    EXPECT_NE(c3.text().find("inside the image"), std::string::npos);
+    EXPECT_EQ(c3.count, 0u);
+
+    // A short error buffer still gets a terminated text.
+    unsigned n = 0;
+    double a[1000], m[5];
+    char small[16];
+    ASSERT_TRUE(cal.CalculateMTF(n, a, a, a, a, a, m, m, m, m, m, m, small, 16, "/nonexistent.png", 1.0,
+                                 0, 0, 10, 10, 3));
+    EXPECT_EQ(std::strlen(small), 15u);
+
+    // Missing buffers are an internal fault.
+    EXPECT_FALSE(cal.CalculateMTF(n, nullptr, a, a, a, a, m, m, m, m, m, m, small, 16, "x.png", 1.0, 0, 0,
+                                  10, 10, 3));
+    EXPECT_FALSE(cal.CalculateMTF(n, a, a, a, a, a, m, m, m, m, m, m, small, 0, "x.png", 1.0, 0, 0, 10, 10, 3));
+}
+
+TEST(ColorcalMtf, CacheFollowsTheFileOnDisk)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("edge.png");
+    EdgeSpec s;
+    s.sigma[0] = 0.6;
+    ASSERT_TRUE(makeEdgeImage(s).save(path));
+    kestro::colorcal::clearImageCache();
+    CColorCalibrate cal(nullptr);
+    Call a;
+    ASSERT_TRUE(a.run(cal, path, 1.0, QRect(0, 0, s.width, s.height)));
+    ASSERT_EQ(a.text(), "");
+    EXPECT_EQ(kestro::colorcal::imageCacheSize(), 1);
+
+    // Replace the file with a blurrier edge: the next call sees the new one.
+    s.sigma[0] = 1.5;
+    s.noise = 0.5; // a different size on disk as well
+    ASSERT_TRUE(makeEdgeImage(s).save(path));
+    Call b;
+    ASSERT_TRUE(b.run(cal, path, 1.0, QRect(0, 0, s.width, s.height)));
+    ASSERT_EQ(b.text(), "");
+    EXPECT_LT(b.m50[3], 0.7 * a.m50[3]);
+    EXPECT_EQ(kestro::colorcal::imageCacheSize(), 1);
+
+    // The cache stays bounded.
+    for (int i = 0; i < 8; ++i) {
+        const QString other = dir.filePath(QString("e%1.png").arg(i));
+        ASSERT_TRUE(makeEdgeImage(s).save(other));
+        EXPECT_FALSE(kestro::colorcal::loadImageCached(other).isNull());
+    }
+    EXPECT_LE(kestro::colorcal::imageCacheSize(), 4);
+    kestro::colorcal::clearImageCache();
+    EXPECT_EQ(kestro::colorcal::imageCacheSize(), 0);
+}

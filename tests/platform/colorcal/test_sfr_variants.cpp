@@ -1,0 +1,201 @@
+// The slanted-edge measurement across orientations, polarities, encodings and
+// colour channels, and its refusals.
+
+#include "slantededge.h"
+
+#include "platform/colorcal/sfr_measure.h"
+
+#include <gtest/gtest.h>
+
+#include <QPainter>
+#include <cmath>
+
+using namespace kestro;
+using kestro::test::EdgeSpec;
+using kestro::test::makeEdgeImage;
+using kestro::test::trueCrossing;
+using kestro::test::trueMtf;
+
+namespace {
+
+sfr::Result measure(const QImage &image, double gamma = 1.0, QRect rect = QRect())
+{
+    sfr::Result r;
+    sfr::measureImageRegion(image, rect.isNull() ? image.rect() : rect, gamma, r);
+    return r;
+}
+
+EdgeSpec spec(double angle, double sigma)
+{
+    EdgeSpec s;
+    s.angleDegrees = angle;
+    s.sigma[0] = s.sigma[1] = s.sigma[2] = sigma;
+    s.width = 120;
+    s.height = 160;
+    return s;
+}
+
+double relErr(double got, double truth)
+{
+    return std::fabs(got / truth - 1);
+}
+
+} // namespace
+
+TEST(SfrVariants, OrientationAndPolarityGiveTheSameResult)
+{
+    for (double angle : {3.0, 7.0, 12.0}) {
+        for (double sigma : {0.5, 1.2}) {
+            const double truth = trueCrossing(sigma, angle, 0.5);
+            for (bool horizontal : {false, true}) {
+                for (bool darkLeft : {true, false}) {
+                    EdgeSpec s = spec(angle, sigma);
+                    s.horizontal = horizontal;
+                    s.darkLeft = darkLeft;
+                    const sfr::Result r = measure(makeEdgeImage(s));
+                    ASSERT_EQ(r.error, "");
+                    EXPECT_LT(relErr(r.mtf50[sfr::Gray], truth), 0.005)
+                        << angle << " " << sigma << " h" << horizontal << " d" << darkLeft;
+                    EXPECT_NEAR(std::fabs(r.slopeDegrees[sfr::Gray]), angle, 0.05);
+                    EXPECT_NEAR(r.contrast[sfr::Gray], (0.8 - 0.05) / 0.85, 0.01);
+                    // A gray picture gives the same figures in every channel.
+                    EXPECT_EQ(r.mtf50[sfr::Red], r.mtf50[sfr::Gray]);
+                }
+            }
+        }
+    }
+}
+
+TEST(SfrVariants, CurveFollowsTheTrueMtfAndTheAxisIsAlongTheNormal)
+{
+    const double angle = 9, sigma = 0.8;
+    const sfr::Result r = measure(makeEdgeImage(spec(angle, sigma)));
+    ASSERT_EQ(r.error, "");
+    ASSERT_GT(r.frequencies.size(), 20u);
+    ASSERT_LE(r.frequencies.size(), 1000u);
+    EXPECT_EQ(r.frequencies.front(), 0.0);
+    EXPECT_LE(r.frequencies.back(), 1.0);
+    EXPECT_GT(r.frequencies.back(), 0.97);
+    for (std::size_t i = 0; i < r.frequencies.size(); ++i) {
+        const double f = r.frequencies[i];
+        if (f > 0.6)
+            break;
+        EXPECT_NEAR(r.curve[sfr::Gray][i], trueMtf(sigma, angle, f), 0.006) << f;
+    }
+    EXPECT_LT(relErr(r.mtf10[sfr::Gray], trueCrossing(sigma, angle, 0.1)), 0.01);
+    // A monotonic curve peaks at zero frequency: the peak figures agree.
+    EXPECT_NEAR(r.mtf50Peak[sfr::Gray], r.mtf50[sfr::Gray], 1e-9);
+    EXPECT_NEAR(r.mtf10Peak[sfr::Gray], r.mtf10[sfr::Gray], 1e-9);
+}
+
+TEST(SfrVariants, GammaEncodedImagesAreLinearised)
+{
+    for (double sigma : {0.6, 1.5}) {
+        EdgeSpec s = spec(5, sigma);
+        s.encodeGamma = 0.45;
+        s.dark = 0.04;
+        s.light = 0.7;
+        s.noise = 1;
+        const QImage image = makeEdgeImage(s);
+        const double truth = trueCrossing(sigma, 5, 0.5);
+        const sfr::Result r = measure(image, 0.45);
+        ASSERT_EQ(r.error, "");
+        EXPECT_LT(relErr(r.mtf50[sfr::Gray], truth), 0.01) << sigma;
+        // Read as linear, the encoded edge looks markedly different.
+        const sfr::Result wrong = measure(image, 1.0);
+        ASSERT_EQ(wrong.error, "");
+        EXPECT_GT(relErr(wrong.mtf50[sfr::Gray], truth), 0.03) << sigma;
+    }
+}
+
+TEST(SfrVariants, ColourChannelsCarryTheirOwnBlur)
+{
+    EdgeSpec s = spec(6, 1);
+    s.colour = true;
+    s.sigma[0] = 0.6;
+    s.sigma[1] = 1.0;
+    s.sigma[2] = 1.8;
+    s.noise = 1;
+    const sfr::Result r = measure(makeEdgeImage(s));
+    ASSERT_EQ(r.error, "");
+    for (int c = sfr::Red; c <= sfr::Blue; ++c)
+        EXPECT_LT(relErr(r.mtf50[c], trueCrossing(s.sigma[c], 6, 0.5)), 0.008) << c;
+    // Luminance mixes the three: between the sharpest and the softest.
+    EXPECT_LT(r.mtf50[sfr::Gray], r.mtf50[sfr::Red]);
+    EXPECT_GT(r.mtf50[sfr::Gray], r.mtf50[sfr::Blue]);
+}
+
+TEST(SfrVariants, EdgeOffCentreAndSmallRegionStillMeasure)
+{
+    EdgeSpec s = spec(4, 0.9);
+    s.offset = -25;
+    s.width = 100;
+    s.height = 60;
+    const sfr::Result r = measure(makeEdgeImage(s));
+    ASSERT_EQ(r.error, "");
+    EXPECT_LT(relErr(r.mtf50[sfr::Gray], trueCrossing(0.9, 4, 0.5)), 0.01);
+}
+
+TEST(SfrVariants, CurvedEdgeIsFittedWithAPolynomial)
+{
+    // A gently bowed edge, as barrel distortion leaves it near the frame's
+    // border: 2 px of bow over 200 rows.
+    EdgeSpec s = spec(5, 0.8);
+    s.height = 200;
+    s.width = 140;
+    s.bow = 2;
+    const sfr::Result r = measure(makeEdgeImage(s));
+    ASSERT_EQ(r.error, "");
+    EXPECT_LT(relErr(r.mtf50[sfr::Gray], trueCrossing(0.8, 5, 0.5)), 0.01);
+}
+
+TEST(SfrVariants, RefusalsSayWhatIsWrong)
+{
+    QImage flat(100, 100, QImage::Format_Grayscale8);
+    flat.fill(128);
+    EXPECT_NE(measure(flat).error.find("too faint"), std::string::npos);
+
+    EdgeSpec faint = spec(5, 1);
+    faint.dark = 0.50;
+    faint.light = 0.52;
+    EXPECT_NE(measure(makeEdgeImage(faint)).error.find("too faint"), std::string::npos);
+
+    EdgeSpec clipped = spec(5, 1);
+    clipped.dark = 0;
+    clipped.light = 1.2;
+    EXPECT_NE(measure(makeEdgeImage(clipped)).error.find("clipped"), std::string::npos);
+
+    EXPECT_NE(measure(makeEdgeImage(spec(0.3, 1))).error.find("too close to 0"), std::string::npos);
+
+    EdgeSpec steep = spec(44, 1);
+    steep.width = 200;
+    steep.height = 200;
+    EXPECT_NE(measure(makeEdgeImage(steep)).error.find("45 degrees"), std::string::npos);
+
+    const QImage ok = makeEdgeImage(spec(5, 1));
+    EXPECT_NE(measure(ok, 1.0, QRect(0, 0, 120, 30)).error.find("too short"), std::string::npos);
+    EXPECT_NE(measure(ok, 1.0, QRect(50, 0, 80, 160)).error.find("inside the image"), std::string::npos);
+    EXPECT_NE(measure(ok, 1.0, QRect(-1, 0, 80, 160)).error.find("inside the image"), std::string::npos);
+    EXPECT_NE(measure(ok, 0.0).error.find("gamma"), std::string::npos);
+    EXPECT_NE(measure(ok, std::nan("")).error.find("gamma"), std::string::npos);
+
+    // A jagged edge: every eighth row band shifted far sideways.
+    QImage jagged = ok.copy();
+    for (int y = 0; y < jagged.height(); ++y) {
+        const int shift = (y / 8) % 2 ? 14 : -14;
+        for (int x = 0; x < jagged.width(); ++x)
+            jagged.scanLine(y)[x] = ok.constScanLine(y)[std::clamp(x - shift, 0, ok.width() - 1)];
+    }
+    const std::string e = measure(jagged).error;
+    EXPECT_TRUE(e.find("not straight") != std::string::npos || e.find("No edge") != std::string::npos) << e;
+
+    // Two edges (a bar) confuse the location: the region is refused, not measured.
+    QImage bar(120, 160, QImage::Format_Grayscale8);
+    bar.fill(30);
+    QPainter p(&bar);
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(200, 200, 200));
+    p.drawPolygon(QPolygonF({QPointF(30, 0), QPointF(90, 0), QPointF(80, 160), QPointF(20, 160)}));
+    p.end();
+    EXPECT_NE(measure(bar).error, "");
+}
