@@ -1,0 +1,195 @@
+#include "measure/mtf/regionbasedmtf.h"
+
+#include "platform/colorcal/colorcal.h"
+#include "platform/colorcal/imagecache.h"
+
+#include <QImage>
+#include <algorithm>
+#include <cmath>
+
+regionBasedMTF::regionBasedMTF()
+    : m_calibration(sharedCalibration())
+{
+}
+
+regionBasedMTF::regionBasedMTF(CColorCalibrate &calibration)
+    : m_calibration(calibration)
+{
+}
+
+CColorCalibrate &regionBasedMTF::sharedCalibration()
+{
+    // The computation keeps no state in the object, so one serves all regions
+    // and threads.
+    static CColorCalibrate calibration(nullptr);
+    return calibration;
+}
+
+void regionBasedMTF::setFileName(const QString &fileName)
+{
+    if (fileName.compare(m_fileName, Qt::CaseSensitive) == 0)
+        return;
+    m_fileName = fileName;
+    m_dirty = true;
+}
+
+void regionBasedMTF::setGamma(double gamma)
+{
+    if (gamma == m_gamma)
+        return;
+    m_gamma = gamma;
+    m_dirty = true;
+}
+
+void regionBasedMTF::setPictureHeight(unsigned height)
+{
+    if (height == m_pictureHeight)
+        return;
+    m_pictureHeight = height;
+    m_dirty = true;
+}
+
+const double *regionBasedMTF::frequencies() const
+{
+    return isValid() ? m_frequencies : nullptr;
+}
+
+const double *regionBasedMTF::frequenciesLWPH() const
+{
+    return isValid() ? m_frequenciesLWPH : nullptr;
+}
+
+const double *regionBasedMTF::curve(int channel) const
+{
+    if (!isValid())
+        return nullptr;
+    switch (channel) {
+    case Red:
+        return m_redCurve;
+    case Green:
+        return m_greenCurve;
+    case Blue:
+        return m_blueCurve;
+    case Gray:
+        return m_grayCurve;
+    default:
+        return nullptr;
+    }
+}
+
+double regionBasedMTF::overshoot(int channel) const
+{
+    return channel >= 0 && channel < 4 ? m_overshoot[channel] : 0.0;
+}
+
+QString regionBasedMTF::errorMessage() const
+{
+    return m_errorMessage;
+}
+
+QString regionBasedMTF::regionInfoHtml() const
+{
+    return QString("<table><tr><th align=\"left\">Region</th><td> topleft(%1, %2), width: %3, height: "
+                   "%4</td> </tr><tr><th align=\"left\">File Name</th><td width=\"500px\"> %5</td></tr><tr>"
+                   "<th align=\"left\">ROI Distance</th><td> %6</td></tr></table>")
+        .arg(m_region.left())
+        .arg(m_region.top())
+        .arg(m_region.width())
+        .arg(m_region.height())
+        .arg(m_fileName)
+        .arg(m_roiDistance, 0, 'g', 6);
+}
+
+QString regionBasedMTF::regionTag() const
+{
+    return QString("%1_%2_%3_%4")
+        .arg(m_region.left())
+        .arg(m_region.top())
+        .arg(m_region.width())
+        .arg(m_region.height());
+}
+
+QString regionBasedMTF::channelName(int channel)
+{
+    switch (channel) {
+    case Red:
+        return QStringLiteral("Red");
+    case Green:
+        return QStringLiteral("Green");
+    case Blue:
+        return QStringLiteral("Blue");
+    case Gray:
+        return QStringLiteral("Gray");
+    default:
+        return QStringLiteral("Invalid");
+    }
+}
+
+bool regionBasedMTF::callLibrary(unsigned int &pointCount, double *frequencies, double *gray,
+                                 double *red, double *green, double *blue, double *mtf50,
+                                 double *mtf50Peak, double *mtf10, double *mtf10Peak,
+                                 double *slopeDegrees, double *contrast, char *errorText,
+                                 int errorSize, const char *fileName, double gamma, int left,
+                                 int top, int width, int height, int mode)
+{
+    return m_calibration.CalculateMTF(pointCount, frequencies, gray, red, green, blue, mtf50,
+                                      mtf50Peak, mtf10, mtf10Peak, slopeDegrees, contrast,
+                                      errorText, errorSize, fileName, gamma, left, top, width,
+                                      height, mode);
+}
+
+bool regionBasedMTF::calculate()
+{
+    if (!m_dirty)
+        return true;
+    std::fill(std::begin(m_overshoot), std::end(m_overshoot), 0.0);
+
+    // The picture comes from the library's cache of decoded files, so the
+    // library's own read of the same file does not decode it again.
+    const QImage picture = kestro::colorcal::loadImageCached(m_fileName);
+    if (picture.isNull()) {
+        m_errorMessage = QStringLiteral("Cannot open the file : ") + m_fileName;
+        return false;
+    }
+    const QPoint regionCentre = m_region.center();
+    const QPoint pictureCentre = picture.rect().center();
+    const int dx = pictureCentre.x() - regionCentre.x();
+    const int dy = pictureCentre.y() - regionCentre.y();
+    m_roiDistance = std::sqrt(static_cast<double>(dx * dx + dy * dy));
+
+    char errorText[1024] = {};
+    unsigned int count = 0;
+    const QByteArray name = m_fileName.toLatin1();
+    const bool ran = callLibrary(count, m_frequencies, m_grayCurve, m_redCurve, m_greenCurve,
+                                 m_blueCurve, m_mtf50, m_mtf50Peak, m_mtf10, m_mtf10Peak,
+                                 m_slopeDegrees, m_contrast, errorText, 1024, name.constData(),
+                                 m_gamma, m_region.left(), m_region.top(), m_region.width(),
+                                 m_region.height(), 3);
+    m_pointCount = std::min<unsigned>(count, kMaxPoints);
+    for (unsigned i = 0; i < m_pointCount; ++i)
+        m_frequenciesLWPH[i] = 2.0 * m_pictureHeight * m_frequencies[i];
+
+    bool success;
+    if (ran) {
+        errorText[sizeof errorText - 1] = '\0';
+        m_errorMessage = QString::fromLatin1(errorText);
+        success = m_errorMessage.isEmpty();
+    } else {
+        m_errorMessage = QStringLiteral("Internal operation error in MTF calculation");
+        success = false;
+    }
+    m_dirty = !success;
+    if (success) {
+        const double *curves[4] = {m_redCurve, m_greenCurve, m_blueCurve, m_grayCurve};
+        for (int c = 0; c < 4; ++c) {
+            double peak = 0;
+            for (unsigned i = 0; i < m_pointCount; ++i)
+                peak = std::max(peak, curves[c][i]);
+            m_overshoot[c] = peak;
+        }
+        // Gray keeps the plain maximum.
+        for (int c = Red; c <= Blue; ++c)
+            m_overshoot[c] -= 1.0;
+    }
+    return success;
+}

@@ -1,0 +1,184 @@
+// regionBasedMTF: caching behind the dirty flag, failure rules, overshoots,
+// distances and texts.
+
+#include "../../platform/colorcal/slantededge.h"
+
+#include "measure/mtf/regionbasedmtf.h"
+#include "platform/colorcal/colorcal.h"
+
+#include <gtest/gtest.h>
+
+#include <QTemporaryDir>
+#include <cstring>
+
+namespace {
+
+// The library replaced by a scripted answer, counting its calls.
+class ScriptedMTF : public regionBasedMTF
+{
+public:
+    int calls = 0;
+    bool result = true;
+    std::string message;
+    unsigned points = 3;
+    double redPeak = 1.0, grayPeak = 1.0;
+
+protected:
+    bool callLibrary(unsigned int &count, double *freq, double *gray, double *red, double *green,
+                     double *blue, double *, double *, double *, double *, double *, double *,
+                     char *errorText, int errorSize, const char *, double, int, int, int, int,
+                     int mode) override
+    {
+        ++calls;
+        EXPECT_EQ(errorSize, 1024);
+        EXPECT_EQ(mode, 3);
+        count = points;
+        for (unsigned i = 0; i < points; ++i) {
+            freq[i] = 0.1 * i;
+            red[i] = i == 1 ? redPeak : 0.5;
+            green[i] = blue[i] = 0.5;
+            gray[i] = i == 1 ? grayPeak : 0.5;
+        }
+        std::strncpy(errorText, message.c_str(), static_cast<std::size_t>(errorSize));
+        return result;
+    }
+};
+
+class RegionMtf : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        QImage picture(200, 100, QImage::Format_Grayscale8);
+        picture.fill(100);
+        path = dir.filePath("picture.png");
+        ASSERT_TRUE(picture.save(path));
+        m.setFileName(path);
+        m.setRegion(QRect(20, 10, 40, 60));
+        m.setPictureHeight(100);
+    }
+    QTemporaryDir dir;
+    QString path;
+    ScriptedMTF m;
+};
+
+} // namespace
+
+TEST_F(RegionMtf, RecalculatesOnlyWhenAnInputReallyChanges)
+{
+    EXPECT_FALSE(m.isValid());
+    EXPECT_EQ(m.frequencies(), nullptr);
+    ASSERT_TRUE(m.calculate());
+    EXPECT_TRUE(m.isValid());
+    EXPECT_TRUE(m.calculate());
+    EXPECT_EQ(m.calls, 1);
+
+    m.setFileName(path);
+    m.setGamma(1.0);
+    m.setPictureHeight(100);
+    m.setRegion(QRect(20, 10, 40, 60));
+    EXPECT_TRUE(m.isValid());
+
+    m.setFileName(path.toUpper());
+    EXPECT_FALSE(m.isValid());
+    m.setFileName(path);
+    ASSERT_TRUE(m.calculate());
+    for (auto change : {+[](regionBasedMTF &r) { r.setGamma(0.45); },
+                        +[](regionBasedMTF &r) { r.setPictureHeight(101); },
+                        +[](regionBasedMTF &r) { r.setRegion(QRect(20, 10, 40, 61)); },
+                        +[](regionBasedMTF &r) { r.invalidate(); }}) {
+        change(m);
+        EXPECT_FALSE(m.isValid());
+        ASSERT_TRUE(m.calculate());
+    }
+    EXPECT_EQ(m.calls, 6);
+    // The LW/PH axis is twice the picture height times cycles per pixel.
+    EXPECT_DOUBLE_EQ(m.frequenciesLWPH()[2], 2 * 101 * 0.2);
+}
+
+TEST_F(RegionMtf, FailuresKeepTheObjectDirty)
+{
+    m.setFileName(dir.filePath("none.png"));
+    EXPECT_FALSE(m.calculate());
+    EXPECT_EQ(m.errorMessage(), "Cannot open the file : " + dir.filePath("none.png"));
+    EXPECT_EQ(m.calls, 0);
+    EXPECT_EQ(m.roiDistance(), 0.0);
+
+    m.setFileName(path);
+    m.message = "The edge is too faint";
+    EXPECT_FALSE(m.calculate());
+    EXPECT_EQ(m.errorMessage(), "The edge is too faint");
+    EXPECT_FALSE(m.isValid());
+    EXPECT_EQ(m.curve(regionBasedMTF::Red), nullptr);
+
+    m.message.clear();
+    m.result = false;
+    EXPECT_FALSE(m.calculate());
+    EXPECT_EQ(m.errorMessage(), "Internal operation error in MTF calculation");
+    EXPECT_GT(m.roiDistance(), 0.0);
+
+    m.result = true;
+    EXPECT_TRUE(m.calculate());
+    EXPECT_EQ(m.errorMessage(), "");
+    EXPECT_EQ(m.calls, 3);
+}
+
+TEST_F(RegionMtf, OvershootsDistancesAndTexts)
+{
+    m.redPeak = 1.08;
+    m.grayPeak = 1.08;
+    ASSERT_TRUE(m.calculate());
+    EXPECT_NEAR(m.overshoot(regionBasedMTF::Red), 0.08, 1e-12);
+    EXPECT_NEAR(m.overshoot(regionBasedMTF::Green), -0.5, 1e-12);
+    EXPECT_NEAR(m.overshoot(regionBasedMTF::Gray), 1.08, 1e-12);
+    EXPECT_EQ(m.overshoot(4), 0.0);
+    EXPECT_EQ(m.curve(4), nullptr);
+    EXPECT_NE(m.curve(regionBasedMTF::Gray), nullptr);
+
+    m.points = 0;
+    m.invalidate();
+    ASSERT_TRUE(m.calculate());
+    EXPECT_EQ(m.overshoot(regionBasedMTF::Red), -1.0);
+    EXPECT_EQ(m.overshoot(regionBasedMTF::Blue), -1.0);
+    EXPECT_EQ(m.overshoot(regionBasedMTF::Gray), 0.0);
+
+    // Picture 200 x 100: centre (99, 49).
+    m.setRegion(QRect(80, 30, 40, 40)); // centre (99, 49)
+    ASSERT_TRUE(m.calculate());
+    EXPECT_EQ(m.roiDistance(), 0.0);
+    m.setRegion(QRect(77, 26, 40, 40)); // centre (96, 45): 3 left, 4 up
+    ASSERT_TRUE(m.calculate());
+    EXPECT_EQ(m.roiDistance(), 5.0);
+
+    m.setRegion(QRect(120, 80, 64, 128));
+    EXPECT_EQ(m.regionTag(), "120_80_64_128");
+    EXPECT_EQ(m.regionInfoHtml(),
+              QString("<table><tr><th align=\"left\">Region</th><td> topleft(120, 80), width: 64, height: 128</td> "
+                      "</tr><tr><th align=\"left\">File Name</th><td width=\"500px\"> %1</td></tr><tr><th "
+                      "align=\"left\">ROI Distance</th><td> 5</td></tr></table>")
+                  .arg(path));
+    EXPECT_EQ(regionBasedMTF::channelName(0), "Red");
+    EXPECT_EQ(regionBasedMTF::channelName(3), "Gray");
+    EXPECT_EQ(regionBasedMTF::channelName(4), "Invalid");
+    EXPECT_EQ(regionBasedMTF::channelName(-1), "Invalid");
+}
+
+TEST(RegionMtfLibrary, RealEdgeThroughTheLibrary)
+{
+    QTemporaryDir dir;
+    kestro::test::EdgeSpec s;
+    s.angleDegrees = 5;
+    s.sigma[0] = 0.7;
+    const QString path = dir.filePath("edge.png");
+    ASSERT_TRUE(kestro::test::makeEdgeImage(s).save(path));
+    regionBasedMTF m;
+    m.setFileName(path);
+    m.setPictureHeight(static_cast<unsigned>(s.height));
+    m.setRegion(QRect(0, 0, s.width, s.height));
+    ASSERT_TRUE(m.calculate()) << m.errorMessage().toStdString();
+    EXPECT_GT(m.pointCount(), 20u);
+    EXPECT_NEAR(m.mtf50(regionBasedMTF::Gray) / kestro::test::trueCrossing(0.7, 5, 0.5), 1.0, 0.005);
+    EXPECT_NEAR(m.curve(regionBasedMTF::Gray)[0], 1.0, 1e-9);
+    EXPECT_NEAR(m.overshoot(regionBasedMTF::Gray), 1.0, 1e-9);
+    EXPECT_NEAR(m.overshoot(regionBasedMTF::Red), 0.0, 1e-9);
+}
