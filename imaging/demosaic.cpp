@@ -1,6 +1,10 @@
 #include "imaging/demosaic.h"
 
 #include <algorithm>
+#include <cstdlib>
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 #include <thread>
 #include <vector>
 
@@ -16,115 +20,203 @@ constexpr int kClassMap[4][4] = {
     {3, 2, 1, 0},
 };
 
-// Five mosaic rows around the centre row; s(dx, dy) reads relative to column cx.
-struct Window
+// The rows are processed in two phases: the even output columns, then the
+// odd ones. Each mosaic row is first split into its even and odd columns
+// (widened to 32 bits), so that every tap of a phase reads consecutive
+// elements and the arithmetic vectorises.
+//
+// The kernels are scaled by 16 (the published kernels times 1/8, times 16),
+// so every coefficient is an integer and every kernel sums to 16; with
+// n = sum - 16 * black and D = 16 * (full scale - black) the channel is
+// floor(clamp(n / D, 0, 1) * 255 + 1/2), taken from a table over 0..D.
+
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+#define KESTRO_DEMOSAIC_CLONES __attribute__((target_clones("avx2", "default"), flatten))
+#else
+#define KESTRO_DEMOSAIC_CLONES
+#endif
+
+struct Phase
 {
-    const std::int16_t *r[5];
-    int s(int cx, int dx, int dy) const { return r[dy + 2][cx + dx]; }
+    const std::int32_t *same[5];  // columns of the centre's parity, element j + 1 = centre
+    const std::int32_t *other[5]; // the other parity, elements j and j + 1 = left and right
 };
 
-// The kernels, each scaled by 16 (the published kernels times 1/8, times 16),
-// so every coefficient is an integer and every kernel sums to 16.
-inline int kIdentity(const Window &w, int x) { return 16 * w.s(x, 0, 0); }
-
-inline int kGreenAtRB(const Window &w, int x)
-{
-    return 8 * w.s(x, 0, 0) + 4 * (w.s(x, -1, 0) + w.s(x, 1, 0) + w.s(x, 0, -1) + w.s(x, 0, 1))
-        - 2 * (w.s(x, -2, 0) + w.s(x, 2, 0) + w.s(x, 0, -2) + w.s(x, 0, 2));
-}
-
-inline int diagonals(const Window &w, int x)
-{
-    return w.s(x, -1, -1) + w.s(x, 1, -1) + w.s(x, -1, 1) + w.s(x, 1, 1);
-}
-
-// Wanted colour to the left and right of the centre.
-inline int kAlongRow(const Window &w, int x)
-{
-    return 10 * w.s(x, 0, 0) + 8 * (w.s(x, -1, 0) + w.s(x, 1, 0)) - 2 * (w.s(x, -2, 0) + w.s(x, 2, 0))
-        - 2 * diagonals(w, x) + (w.s(x, 0, -2) + w.s(x, 0, 2));
-}
-
-// Wanted colour above and below the centre.
-inline int kAlongColumn(const Window &w, int x)
-{
-    return 10 * w.s(x, 0, 0) + 8 * (w.s(x, 0, -1) + w.s(x, 0, 1)) - 2 * (w.s(x, 0, -2) + w.s(x, 0, 2))
-        - 2 * diagonals(w, x) + (w.s(x, -2, 0) + w.s(x, 2, 0));
-}
-
-// Red at blue, blue at red.
-inline int kDiagonal(const Window &w, int x)
-{
-    return 12 * w.s(x, 0, 0) + 4 * diagonals(w, x)
-        - 3 * (w.s(x, -2, 0) + w.s(x, 2, 0) + w.s(x, 0, -2) + w.s(x, 0, 2));
-}
-
+// Channel sums, offset by 16 * black and clamped to 0..D, for n centres of
+// position class P.
+// Exact floor(255 n / D + 1/2) for n in 0..D: a float estimate, then one
+// integer correction step (the estimate is off by at most one, near ties).
 struct Quantiser
 {
-    const std::uint8_t *lut; // index n in 0..range -> floor(255 n / range + 0.5)
-    int offset;              // 16 * black
-    int range;               // 16 * (full scale - black)
-    std::uint32_t operator()(int sum) const
+    float scale; // 255 / D
+    int range;   // D
+    int twice;   // 2 D
+    inline std::uint32_t operator()(int n) const
     {
-        const int n = std::min(std::max(sum - offset, 0), range);
-        return lut[n];
+        n = std::min(std::max(n, 0), range);
+        int q = static_cast<int>(static_cast<float>(n) * scale + 0.5f);
+        const int num = 510 * n + range;
+        q -= static_cast<int>(twice * q > num);
+        q += static_cast<int>(twice * (q + 1) <= num);
+        return static_cast<std::uint32_t>(q);
     }
 };
 
 template <int P>
-inline std::uint32_t pixel(const Window &w, int cx, const Quantiser &q)
+inline void phasePixels(const Phase &ph, int n, int offset, const Quantiser &q, std::uint32_t *__restrict out)
 {
-    int r, g, b;
-    if constexpr (P == 0) {
-        r = kAlongRow(w, cx);
-        g = kIdentity(w, cx);
-        b = kAlongColumn(w, cx);
-    } else if constexpr (P == 1) {
-        r = kIdentity(w, cx);
-        g = kGreenAtRB(w, cx);
-        b = kDiagonal(w, cx);
-    } else if constexpr (P == 2) {
-        r = kDiagonal(w, cx);
-        g = kGreenAtRB(w, cx);
-        b = kIdentity(w, cx);
-    } else {
-        r = kAlongColumn(w, cx);
-        g = kIdentity(w, cx);
-        b = kAlongRow(w, cx);
+    const std::int32_t *__restrict s0 = ph.same[0];
+    const std::int32_t *__restrict s1 = ph.same[1];
+    const std::int32_t *__restrict s2 = ph.same[2];
+    const std::int32_t *__restrict s3 = ph.same[3];
+    const std::int32_t *__restrict s4 = ph.same[4];
+    const std::int32_t *__restrict t1 = ph.other[1];
+    const std::int32_t *__restrict t2 = ph.other[2];
+    const std::int32_t *__restrict t3 = ph.other[3];
+    for (int j = 0; j < n; ++j) {
+        const int c = s2[j + 1];
+        const int hn = t2[j] + t2[j + 1];            // left and right neighbours
+        const int h2 = s2[j] + s2[j + 2];            // two to the left and right
+        const int vn = s1[j + 1] + s3[j + 1];        // above and below
+        const int v2 = s0[j + 1] + s4[j + 1];        // two above and below
+        const int dg = t1[j] + t1[j + 1] + t3[j] + t3[j + 1]; // diagonals
+        const int identity = 16 * c;
+        const int greenAt = 8 * c + 4 * (hn + vn) - 2 * (h2 + v2);
+        const int alongRow = 10 * c + 8 * hn - 2 * h2 - 2 * dg + v2;
+        const int alongColumn = 10 * c + 8 * vn - 2 * v2 - 2 * dg + h2;
+        const int cross = 12 * c + 4 * dg - 3 * (h2 + v2);
+        int vr, vg, vb;
+        if constexpr (P == 0) {
+            vr = alongRow, vg = identity, vb = alongColumn;
+        } else if constexpr (P == 1) {
+            vr = identity, vg = greenAt, vb = cross;
+        } else if constexpr (P == 2) {
+            vr = cross, vg = greenAt, vb = identity;
+        } else {
+            vr = alongColumn, vg = identity, vb = alongRow;
+        }
+        out[j] = 0xff000000u | (q(vr - offset) << 16) | (q(vg - offset) << 8) | q(vb - offset);
     }
-    return 0xff000000u | (q(r) << 16) | (q(g) << 8) | q(b);
 }
 
-// One output row whose even columns are class PE and odd columns class PO.
-template <int PE, int PO>
-void row(const Window &w, std::uint32_t *out, int outWidth, const Quantiser &q)
+inline void pixelsFor(int cls, const Phase &ph, int n, int offset, const Quantiser &q, std::uint32_t *out)
 {
-    int x = 0;
-    for (; x + 1 < outWidth; x += 2) {
-        out[x] = pixel<PE>(w, x + 2, q);
-        out[x + 1] = pixel<PO>(w, x + 3, q);
+    switch (cls) {
+    case 0: phasePixels<0>(ph, n, offset, q, out); break;
+    case 1: phasePixels<1>(ph, n, offset, q, out); break;
+    case 2: phasePixels<2>(ph, n, offset, q, out); break;
+    default: phasePixels<3>(ph, n, offset, q, out); break;
     }
-    if (x < outWidth)
-        out[x] = pixel<PE>(w, x + 2, q);
 }
 
-void rows(const std::int16_t *samples, int pitch, int y0, int y1, int outWidth, int order, const Quantiser &q,
-          uchar *bits, qsizetype bytesPerLine)
+struct Band
 {
+    const std::int16_t *samples;
+    int pitch;      // samples per mosaic row
+    int halfWidth;  // even width / 2
+    int outWidth;
+    int order;
+    int offset;
+    Quantiser quantiser;
+    uchar *pixels;
+    qsizetype bytesPerLine;
+};
+
+// Scratch: 5 split rows (even and odd halves) and one row of pixels per phase.
+struct Scratch
+{
+    std::vector<std::int32_t> split;    // 5 * 2 * halfWidth
+    std::vector<std::uint32_t> pixels;  // 2 * halfWidth: even, then odd columns
+    int rowInSlot[5] = {-1, -1, -1, -1, -1};
+};
+
+KESTRO_DEMOSAIC_CLONES
+void splitRow(const std::int16_t *__restrict src, int halfWidth, std::int32_t *__restrict even,
+              std::int32_t *__restrict odd)
+{
+    for (int k = 0; k < halfWidth; ++k) {
+        even[k] = src[2 * k];
+        odd[k] = src[2 * k + 1];
+    }
+}
+
+KESTRO_DEMOSAIC_CLONES
+void rowPixels(int clsEven, int clsOdd, const Phase &evenPhase, const Phase &oddPhase, int nEven, int nOdd,
+               int offset, const Quantiser &q, std::uint32_t *__restrict even, std::uint32_t *__restrict odd,
+               std::uint32_t *__restrict out)
+{
+    pixelsFor(clsEven, evenPhase, nEven, offset, q, even);
+    pixelsFor(clsOdd, oddPhase, nOdd, offset, q, odd);
+    for (int j = 0; j < nOdd; ++j) {
+        out[2 * j] = even[j];
+        out[2 * j + 1] = odd[j];
+    }
+    if (nEven > nOdd)
+        out[2 * (nEven - 1)] = even[nEven - 1];
+}
+
+void bandRows(const Band &band, int y0, int y1, Scratch &scratch)
+{
+    const int hw = band.halfWidth;
+    const int nEven = (band.outWidth + 1) / 2;
+    const int nOdd = band.outWidth / 2;
+    std::uint32_t *px = scratch.pixels.data();
     for (int y = y0; y < y1; ++y) {
-        Window w;
-        for (int k = 0; k < 5; ++k)
-            w.r[k] = samples + static_cast<size_t>(y + k) * pitch;
-        auto *out = reinterpret_cast<std::uint32_t *>(bits + y * bytesPerLine);
-        // Output (x, y) is centred on (x + 2, y + 2): same parities.
-        const int even = kClassMap[order][2 * (y & 1)];
-        switch (even) {
-        case 0: row<0, 1>(w, out, outWidth, q); break;
-        case 1: row<1, 0>(w, out, outWidth, q); break;
-        case 2: row<2, 3>(w, out, outWidth, q); break;
-        default: row<3, 2>(w, out, outWidth, q); break;
+        Phase evenPhase, oddPhase;
+        for (int k = 0; k < 5; ++k) {
+            const int row = y + k;
+            const int slot = row % 5;
+            std::int32_t *even = scratch.split.data() + static_cast<size_t>(slot) * 2 * hw;
+            std::int32_t *odd = even + hw;
+            if (scratch.rowInSlot[slot] != row) {
+                splitRow(band.samples + static_cast<size_t>(row) * band.pitch, hw, even, odd);
+                scratch.rowInSlot[slot] = row;
+            }
+            // Even output x = 2j is centred on mosaic column 2j + 2 (even,
+            // element j + 1); odd x = 2j + 1 on column 2j + 3 (odd, j + 1),
+            // whose left neighbour is even column 2j + 2 (element j + 1).
+            evenPhase.same[k] = even;
+            evenPhase.other[k] = odd;
+            oddPhase.same[k] = odd;
+            oddPhase.other[k] = even + 1;
+        }
+        const int clsEven = kClassMap[band.order][2 * (y & 1)];
+        const int clsOdd = kClassMap[band.order][1 + 2 * (y & 1)];
+        auto *out = reinterpret_cast<std::uint32_t *>(band.pixels + y * band.bytesPerLine);
+        rowPixels(clsEven, clsOdd, evenPhase, oddPhase, nEven, nOdd, band.offset, band.quantiser, px, px + hw, out);
+    }
+}
+
+// A large picture gets memory aligned to 2 MiB and marked for transparent
+// huge pages where the system offers them: the first writes then fault in a
+// few dozen pages instead of thousands.
+QImage allocatePicture(int width, int height)
+{
+    const qsizetype bytesPerLine = static_cast<qsizetype>(width) * 4;
+    const size_t bytes = static_cast<size_t>(bytesPerLine) * static_cast<size_t>(height);
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    constexpr size_t kHuge = size_t(2) << 20;
+    if (bytes >= 4 * kHuge) {
+        const size_t rounded = (bytes + kHuge - 1) / kHuge * kHuge;
+        if (void *memory = std::aligned_alloc(kHuge, rounded)) {
+            madvise(memory, rounded, MADV_HUGEPAGE);
+            QImage image(static_cast<uchar *>(memory), width, height, bytesPerLine, QImage::Format_RGB32,
+                         [](void *p) { std::free(p); }, memory);
+            if (!image.isNull())
+                return image;
+            std::free(memory);
         }
     }
+#endif
+    return QImage(width, height, QImage::Format_RGB32);
+}
+
+void runBand(const Band &band, int y0, int y1)
+{
+    Scratch scratch;
+    scratch.split.resize(static_cast<size_t>(10) * band.halfWidth);
+    scratch.pixels.resize(static_cast<size_t>(2) * band.halfWidth);
+    bandRows(band, y0, y1, scratch);
 }
 
 } // namespace
@@ -150,40 +242,33 @@ QImage demosaicToImage(const std::int16_t *samples, int width, int height, int b
         return QImage();
     const int outW = evenW - 4;
     const int outH = evenH - 4;
-    QImage image(outW, outH, QImage::Format_RGB32);
+    QImage image = allocatePicture(outW, outH);
     if (image.isNull())
         return QImage();
     if (bayerOrder < 0 || bayerOrder > 3)
         bayerOrder = 0;
 
     const int range = 16 * (full - static_cast<int>(black));
-    std::vector<std::uint8_t> lut(static_cast<size_t>(range) + 1);
-    for (int n = 0; n <= range; ++n)
-        lut[n] = static_cast<std::uint8_t>((510LL * n + range) / (2LL * range));
-    const Quantiser q{lut.data(), 16 * static_cast<int>(black), range};
+    const Quantiser quantiser{255.0f / static_cast<float>(range), range, 2 * range};
+    // Take the pixel memory once: scanLine() on the workers would race.
+    const Band band{samples, width, evenW / 2, outW, bayerOrder, 16 * static_cast<int>(black), quantiser,
+                    image.bits(), image.bytesPerLine()};
 
     if (threads <= 0)
         threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     // Bands of at least 64 rows; small pictures stay on the calling thread.
     threads = std::max(1, std::min({threads, 16, outH / 64}));
-    // Take the pixel memory once: scanLine() on the workers would race.
-    uchar *pixels = image.bits();
-    const qsizetype bpl = image.bytesPerLine();
-    if (threads == 1) {
-        rows(samples, width, 0, outH, outW, bayerOrder, q, pixels, bpl);
-        return image;
-    }
+    const int rowsPerBand = (outH + threads - 1) / threads;
     std::vector<std::thread> workers;
     workers.reserve(threads - 1);
-    const int band = (outH + threads - 1) / threads;
     for (int t = 1; t < threads; ++t) {
-        const int y0 = t * band;
-        const int y1 = std::min(outH, y0 + band);
+        const int y0 = t * rowsPerBand;
+        const int y1 = std::min(outH, y0 + rowsPerBand);
         if (y0 >= y1)
             break;
-        workers.emplace_back([&, y0, y1] { rows(samples, width, y0, y1, outW, bayerOrder, q, pixels, bpl); });
+        workers.emplace_back([&band, y0, y1] { runBand(band, y0, y1); });
     }
-    rows(samples, width, 0, std::min(outH, band), outW, bayerOrder, q, pixels, bpl);
+    runBand(band, 0, std::min(outH, rowsPerBand));
     for (std::thread &w : workers)
         w.join();
     return image;
