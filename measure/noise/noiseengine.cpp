@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <type_traits>
 
 namespace kestro {
@@ -20,6 +21,8 @@ namespace kestro {
 namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
+// Upper bound of the per-site accumulators of one calculation.
+const unsigned long long kMaxAccumulatorBytes = 4ull << 30;
 
 // Image type and black level of a raw frame: from the frame when it keeps
 // them, else asked from the camera library for the frame's file.
@@ -404,8 +407,28 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
             break;
         }
         }
-        for (Channel &ch : channels)
-            ch.allocate();
+    }
+    // Two running values per sample site; refuse patch sets that would not
+    // fit rather than fail half-way.
+    unsigned long long sites = 0;
+    for (const Patch &patch : m_patches)
+        for (const Channel &ch : patch.channels)
+            sites += static_cast<unsigned long long>(ch.nx) * static_cast<unsigned long long>(ch.ny);
+    const unsigned long long bytes = sites * 2 * sizeof(double);
+    if (bytes > kMaxAccumulatorBytes) {
+        m_patches.clear();
+        m_error = QStringLiteral("The patches are too large for the noise calculation (%1 MiB needed).")
+                      .arg(bytes >> 20);
+        return false;
+    }
+    try {
+        for (Patch &patch : m_patches)
+            for (Channel &ch : patch.channels)
+                ch.allocate();
+    } catch (const std::bad_alloc &) {
+        m_patches.clear();
+        m_error = QStringLiteral("Not enough memory for the noise calculation.");
+        return false;
     }
     m_layout = first;
     delete m_facts;

@@ -366,6 +366,21 @@ TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
     EXPECT_FALSE(acc.add(fb));
     EXPECT_EQ(acc.errorMessage(), noiseFormatMismatchText());
     EXPECT_EQ(acc.frames(), 1);
+
+    // Patches whose accumulators would not fit are refused up front (the
+    // buffer below is never read).
+    const std::uint16_t tiny[4] = {};
+    NoiseFrameData huge;
+    huge.data = reinterpret_cast<const std::uint8_t *>(tiny);
+    huge.width = huge.height = 60000;
+    huge.bytesPerLine = 120000;
+    huge.bytesPerPixel = 2;
+    huge.size = 120000ull * 60000ull;
+    huge.picture = QSize(60000, 60000);
+    NoiseAccumulator big;
+    EXPECT_FALSE(big.start(huge, {QRect(0, 0, 60000, 60000)}));
+    EXPECT_TRUE(big.errorMessage().startsWith("The patches are too large")) << big.errorMessage().toStdString();
+    EXPECT_FALSE(big.add(huge));
 }
 
 // A mosaic with a distinct level on each colour site and temporal noise on
