@@ -32,23 +32,45 @@ QString valueText(double v)
     return QString::number(v, 'f', 2);
 }
 
-// The widget's font scaled so that `lines` lines of "9999.99" fill the box
-// (at most three times the widget's size); an invalid font when text of that
-// size would be too small to read.
-QFont fittedFont(const QFont &base, const QSizeF &box, int lines)
+// The widget's font scaled so that `lines` lines of `sample` fill the box
+// (at most three times the widget's size); the "no text" marker when text
+// of that size would be smaller than minPixels.
+QFont fittedFont(const QFont &base, const QSizeF &box, int lines, const QString &sample, double minPixels)
 {
-    const QRectF sample = QFontMetricsF(base).boundingRect(QLatin1String(kTextSample));
-    if (sample.width() <= 0 || sample.height() <= 0 || lines < 1)
-        return QFont();
-    const double fx = (box.width() * 0.9) / sample.width();
-    const double fy = (box.height() * 0.95) / (sample.height() * lines);
+    const QRectF bounds = QFontMetricsF(base).boundingRect(sample);
+    if (bounds.width() <= 0 || bounds.height() <= 0 || lines < 1)
+        return QFont(QStringLiteral("-"));
+    const double fx = (box.width() * 0.9) / bounds.width();
+    const double fy = (box.height() * 0.95) / (bounds.height() * lines);
     const double factor = std::min({fx, fy, 3.0});
     QFont font = base;
     const double pixels = QFontInfo(base).pixelSize() * factor;
-    if (pixels < 6.0)
-        return QFont(QStringLiteral("-")); // marker: no text
+    if (pixels < minPixels)
+        return QFont(QStringLiteral("-"));
     font.setPixelSize(static_cast<int>(pixels));
     return font;
+}
+
+// Value texts are laid out for "9999.99"; a cell too small for that takes
+// the size of its own texts, then keeps only its first line.
+QFont fontForLines(const QFont &base, const QSizeF &box, QStringList *lines)
+{
+    while (!lines->isEmpty()) {
+        QFont font = fittedFont(base, box, lines->size(), QLatin1String(kTextSample), 7.0);
+        if (font.family() != QLatin1String("-"))
+            return font;
+        QString longest;
+        for (const QString &line : *lines)
+            if (QFontMetricsF(base).horizontalAdvance(line) > QFontMetricsF(base).horizontalAdvance(longest))
+                longest = line;
+        font = fittedFont(base, box, lines->size(), longest.isEmpty() ? QStringLiteral("0") : longest, 6.0);
+        if (font.family() != QLatin1String("-"))
+            return font;
+        if (lines->size() == 1)
+            break;
+        *lines = lines->mid(0, 1);
+    }
+    return QFont(QStringLiteral("-"));
 }
 
 bool usable(const QFont &f)
@@ -258,15 +280,16 @@ void ChartGraph::paintEvent(QPaintEvent *)
         p.setPen(Qt::NoPen);
         p.setBrush(color);
         p.drawRect(area);
-        const QFont font = fittedFont(this->font(), area.size(), lines.size());
-        if (lines.isEmpty() || !usable(font))
+        QStringList shown = lines;
+        const QFont font = fontForLines(this->font(), area.size(), &shown);
+        if (shown.isEmpty() || !usable(font))
             return;
         p.setFont(font);
         p.setPen(textColorFor(color));
-        const int lineHeight = area.height() / lines.size();
-        for (int i = 0; i < lines.size(); ++i)
+        const int lineHeight = area.height() / shown.size();
+        for (int i = 0; i < shown.size(); ++i)
             p.drawText(QRect(area.left(), area.top() + i * lineHeight, area.width(), lineHeight), Qt::AlignCenter,
-                       lines[i]);
+                       shown[i]);
     };
     auto halves = [](const QRect &inner, QRect *left, QRect *right) {
         *left = QRect(inner.left(), inner.top(), inner.width() / 2, inner.height());

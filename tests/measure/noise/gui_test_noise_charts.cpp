@@ -84,8 +84,9 @@ TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
         const int inside = c.right.center().x();
         const int barTop = c.right.top() + int(std::lround((1 - values[k] / 8.0) * c.right.height()));
         EXPECT_EQ(img.pixel(inside, c.right.bottom() - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
-        if (barTop - 3 > c.right.top() + 1)
+        if (barTop - 3 > c.right.top() + 1) {
             EXPECT_NE(img.pixel(inside, barTop - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
+        }
     }
     // Dark patches get white text, light ones black text.
     const Cell dark = cellOf(img.size(), 23), light = cellOf(img.size(), 18);
@@ -160,6 +161,18 @@ TEST(ChartGraph, AnySizeAndNonFiniteValues)
         const QImage img = chart.grab().toImage();
         EXPECT_EQ(img.size(), size);
     }
+    // A small chart still shows its values.
+    for (int k = 0; k < 24; ++k)
+        values[k] = k * 1.25;
+    chart.setValues(values, 24);
+    chart.resize(330, 220);
+    const QImage small = shot(chart, "chartgraph_small");
+    const Cell c = cellOf(small.size(), 9); // mid-gray default colour: black text
+    int dark = 0;
+    for (int y = c.left.top(); y <= c.left.bottom(); ++y)
+        for (int x = c.left.left(); x <= c.left.right(); ++x)
+            dark += qGray(small.pixel(x, y)) < 64;
+    EXPECT_GT(dark, 3);
 }
 
 #ifdef KESTRO_HAVE_GRAY_CHART_PLOT
