@@ -51,12 +51,18 @@ std::vector<EdgePoint> locateEdgePoints(const Plane &plane, const LocateOptions 
         const int j0 = std::max(0, static_cast<int>(std::ceil(centre - 0.5 - o.halfWidth)));
         const int j1 = std::min(n - 1, static_cast<int>(std::floor(centre - 0.5 + o.halfWidth)));
         double sum = 0, moment = 0;
+        // cos(pi (x - centre) / H) advanced by a rotation per pixel.
+        const double step = pi / o.halfWidth;
+        const double cs = std::cos(step), sn = std::sin(step);
+        double c = std::cos(step * (j0 + 0.5 - centre)), s = std::sin(step * (j0 + 0.5 - centre));
         for (int j = j0; j <= j1; ++j) {
             const double x = j + 0.5;
-            const double w = 0.54 + 0.46 * std::cos(pi * (x - centre) / o.halfWidth);
-            const double v = w * d[static_cast<std::size_t>(j)];
+            const double v = (0.54 + 0.46 * c) * d[static_cast<std::size_t>(j)];
             sum += v;
             moment += v * x;
+            const double cn = c * cs - s * sn;
+            s = s * cs + c * sn;
+            c = cn;
         }
         if (!(sum > o.minimumStep) || sum <= 0)
             continue;

@@ -28,9 +28,27 @@ bool binEdgeSpread(const Plane &plane, int rowBegin, int rowEnd, const EdgeFit &
     const int n = static_cast<int>(kMax - kMin + 1);
     std::vector<double> sum(static_cast<std::size_t>(n), 0.0);
     std::vector<int> count(static_cast<std::size_t>(n), 0);
+    // With a whole number of bins per pixel, floor((c - x) * inv) is
+    // c * inv + floor(-x * inv): one floor per row.
+    const int perPixel = static_cast<int>(std::lround(inv));
+    const bool wholeBins = std::fabs(inv - perPixel) < 1e-12;
     for (int r = rowBegin; r < rowEnd; ++r) {
         const double x = fit.at(r);
         const float *row = plane.row(r);
+        if (wholeBins) {
+            const long long base = static_cast<long long>(std::floor(-x * inv)) - kMin;
+            int c0 = 0, c1 = plane.cols - 1;
+            while (c0 <= c1 && base + static_cast<long long>(c0) * perPixel < 0)
+                ++c0;
+            while (c1 >= c0 && base + static_cast<long long>(c1) * perPixel >= n)
+                --c1;
+            std::size_t k = static_cast<std::size_t>(base + static_cast<long long>(c0) * perPixel);
+            for (int c = c0; c <= c1; ++c, k += static_cast<std::size_t>(perPixel)) {
+                sum[k] += row[c];
+                ++count[k];
+            }
+            continue;
+        }
         for (int c = 0; c < plane.cols; ++c) {
             const long long k = static_cast<long long>(std::floor((c - x) * inv)) - kMin;
             if (k < 0 || k >= n)

@@ -27,6 +27,7 @@ const double kMaxClipped = 0.05;
 struct Channel
 {
     std::string error;
+    EdgeFit first; // the first-pass fit
     EdgeFit fit;
     double slope = 0;
     double angleDegrees = 0;
@@ -51,7 +52,9 @@ double windowHalfWidth(double rise)
     return std::max(8.0, 20.0 * rise);
 }
 
-bool analyse(const Plane &p, Channel &ch)
+// `guess`: a first-pass fit from another channel of the same edge (the
+// colour channels start from the gray one's and skip their own first pass).
+bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
 {
     const int rows = p.rows, cols = p.cols;
     // Rough plateaus from both ends of the rows: sign of the edge and its
@@ -87,11 +90,16 @@ bool analyse(const Plane &p, Channel &ch)
     lo.sign = sign;
     lo.minimumStep = 0.2 * std::fabs(b - a);
     lo.halfWidth = std::max(4.0, cols / 2.0);
-    std::vector<EdgePoint> points = locateEdgePoints(p, lo);
+    std::vector<EdgePoint> points;
     EdgeFit first;
-    if (static_cast<int>(points.size()) < std::max(10, rows / 2) || !fitEdge(points, false, first)) {
-        ch.error = noEdge;
-        return false;
+    if (guess) {
+        first = *guess;
+    } else {
+        points = locateEdgePoints(p, lo);
+        if (static_cast<int>(points.size()) < std::max(10, rows / 2) || !fitEdge(points, false, first)) {
+            ch.error = noEdge;
+            return false;
+        }
     }
     const double s = first.slope();
     const double angle = std::atan(s) * 180 / kPi;
@@ -163,6 +171,7 @@ bool analyse(const Plane &p, Channel &ch)
     const double centre = lsfCentroid(lsf, 0.0, std::max(2.0, 2.0 * rise));
     applyHammingWindow(lsf, centre, windowHalfWidth(rise));
 
+    ch.first = first;
     ch.fit = fit;
     ch.slope = fit.slope();
     ch.angleDegrees = std::atan(ch.slope) * 180 / kPi;
@@ -220,7 +229,7 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
             ch[c] = ch[Gray];
             ok[c] = true;
         } else {
-            ok[c] = analyse(planes.channel[c], ch[c]);
+            ok[c] = analyse(planes.channel[c], ch[c], &ch[Gray].first);
         }
     }
 
@@ -249,8 +258,7 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
         if (monochrome && c != Gray)
             continue; // copied from gray below
         const ChannelSpectrum spectrum(&ch[c].lsf, ch[c].cosAngle);
-        for (int i = 0; i < points; ++i)
-            curve[static_cast<std::size_t>(i)] = spectrum(result.frequencies[static_cast<std::size_t>(i)]);
+        spectrum.evaluate(result.frequencies.data(), points, curve.data());
         const CurveMetrics m = curveMetrics(result.frequencies.data(), curve.data(), points,
                                             [&spectrum](double f) { return spectrum(f); });
         result.mtf50[c] = m.mtf50;

@@ -21,7 +21,7 @@ double firstCrossing(const double *freq, const double *curve, int n, int start, 
         for (int it = 0; it < 40; ++it) {
             f = fa + (fb - fa) * ya / (ya - yb);
             const double y = exact(f) - level;
-            if (std::fabs(y) < 1e-12 || fb - fa < 1e-12)
+            if (std::fabs(y) < 1e-10 || fb - fa < 1e-10)
                 break;
             if (y > 0) {
                 fa = f;

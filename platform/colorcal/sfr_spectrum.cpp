@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace kestro::sfr {
 
@@ -31,6 +32,29 @@ double lsfMagnitude(const Lsf &lsf, double nu)
     return std::sqrt(std::max(power, 0.0));
 }
 
+void lsfMagnitudes(const Lsf &lsf, const double *nu, int count, double *out)
+{
+    int i = 0;
+    const double *v = lsf.values.data();
+    for (; i + 4 <= count && lsf.last >= lsf.first; i += 4) {
+        double c[4], a1[4] = {0, 0, 0, 0}, a2[4] = {0, 0, 0, 0};
+        for (int q = 0; q < 4; ++q)
+            c[q] = 2 * std::cos(2 * kPi * nu[i + q] * lsf.binWidth);
+        for (int k = lsf.first; k <= lsf.last; ++k) {
+            const double x = v[k];
+            for (int q = 0; q < 4; ++q) {
+                const double s = x + c[q] * a1[q] - a2[q];
+                a2[q] = a1[q];
+                a1[q] = s;
+            }
+        }
+        for (int q = 0; q < 4; ++q)
+            out[i + q] = std::sqrt(std::max(a1[q] * a1[q] + a2[q] * a2[q] - c[q] * a1[q] * a2[q], 0.0));
+    }
+    for (; i < count; ++i)
+        out[i] = lsfMagnitude(lsf, nu[i]);
+}
+
 double derivativeResponse(double nu, double binWidth)
 {
     return sinc(2 * nu * binWidth);
@@ -49,6 +73,24 @@ ChannelSpectrum::ChannelSpectrum(const Lsf *lsf, double cosAngle)
         for (int k = lsf->first; k <= lsf->last; ++k)
             dc += lsf->values[static_cast<std::size_t>(k)];
     m_dc = dc;
+}
+
+void ChannelSpectrum::evaluate(const double *f, int count, double *out) const
+{
+    if (!isValid()) {
+        std::fill(out, out + count, 0.0);
+        return;
+    }
+    std::vector<double> nu(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i)
+        nu[static_cast<std::size_t>(i)] = f[i] * m_cos;
+    lsfMagnitudes(*m_lsf, nu.data(), count, out);
+    const double h = m_lsf->binWidth;
+    for (int i = 0; i < count; ++i) {
+        const double n = nu[static_cast<std::size_t>(i)];
+        const double response = std::max(derivativeResponse(n, h) * binResponse(n, h), 0.1);
+        out[i] = out[i] / m_dc / response;
+    }
 }
 
 double ChannelSpectrum::operator()(double f) const

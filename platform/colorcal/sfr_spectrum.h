@@ -9,6 +9,8 @@ namespace kestro::sfr {
 // |DFT| of the windowed LSF at `nu` cycles per pixel along the row (the
 // transform evaluated at any frequency, by the Goertzel recurrence).
 double lsfMagnitude(const Lsf &lsf, double nu);
+// The same at `count` frequencies, four independent recurrences at a time.
+void lsfMagnitudes(const Lsf &lsf, const double *nu, int count, double *out);
 
 // Response of the central difference [-1/2, 0, 1/2] over samples `binWidth`
 // apart, relative to a true derivative: sin(2 pi nu h) / (2 pi nu h).
@@ -31,6 +33,8 @@ public:
     // Normalised (1 at zero frequency) and corrected MTF at `f` cycles per
     // pixel along the normal.
     double operator()(double f) const;
+    // The MTF at `count` frequencies at once (faster than one by one).
+    void evaluate(const double *f, int count, double *out) const;
 
 private:
     const Lsf *m_lsf = nullptr;
