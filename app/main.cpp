@@ -1,18 +1,60 @@
 // Kestro: image-quality measurement for camera image sensors.
+//
+// Without arguments the main window opens. With arguments the program runs
+// one batch test (ColorDifference, Noise, MTF or Uniformity) without entering
+// the event loop and ends with the window's exit code.
+
+#include "app/kestro.h"
+#include "app/messages.h"
+
 #include <QApplication>
-#include <QMainWindow>
-#include <QTabWidget>
+#include <QProxyStyle>
+#include <QWidget>
+#include <memory>
 
 int main(int argc, char **argv)
 {
-    QApplication app(argc, argv);
-    QMainWindow window;
-    window.setWindowTitle(QStringLiteral("Kestro"));
-    auto *tabs = new QTabWidget(&window);
-    window.setCentralWidget(tabs);
-    if (argc > 1)
-        return 0;
-    window.show();
-    app.exec();
-    return 0;
+    auto app = std::make_unique<QApplication>(argc, argv);
+    const bool batch = argc > 1;
+    kestro::setBatchRun(batch);
+    auto window = std::make_unique<Kestro>();
+    if (window->noSensorData()) {
+        const int code = window->exitCode();
+        window.reset();
+        return code;
+    }
+
+    std::unique_ptr<QProxyStyle> style;
+    if (batch) {
+        window->setCommandLineMode(true);
+        window->setCommandLineType(QString::fromLatin1(argv[1]));
+        window->initialize();
+        if (window->startupFailed())
+            return window->exitCode();
+        window->runCommandLine(argc, argv);
+    } else {
+        window->setCommandLineMode(false);
+        window->initialize();
+        if (window->startupFailed())
+            return window->exitCode();
+        style = std::make_unique<QProxyStyle>();
+        window->setStyle(style.get());
+        const QList<QWidget *> children = window->findChildren<QWidget *>();
+        for (QWidget *child : children)
+            child->setStyle(style.get());
+        window->show();
+    }
+
+    window->checkSensorSelected();
+
+    const int code = window->exitCode();
+    if (batch)
+        app->exit(code);
+    else
+        app->exec();
+
+    window.reset();
+    style.reset();
+    app.reset();
+    return code;
 }

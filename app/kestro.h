@@ -1,0 +1,177 @@
+#pragma once
+// Kestro: the main window. It holds the four measurement pages as tabs, the
+// sensor type and revision lists, the colour-calibration library object and
+// the fields that batch mode runs from.
+
+#include <QMainWindow>
+#include <QRect>
+#include <QString>
+#include <memory>
+
+class CColorCalibrate;
+class KestroMtfBatch;
+class KestroReportExport;
+class KestroUniformityBatch;
+class MatlabInitialization;
+class QComboBox;
+class QLineEdit;
+class QPushButton;
+class QSettings;
+class QSplashScreen;
+class QTabWidget;
+class QTextBrowser;
+
+// The MATLAB runtime probe: loads the numerical runtime that the colour
+// calibration library names (nothing to load when it names none). When it
+// does not load, a warning with the installer link is shown and false is
+// returned.
+bool isMatlabRuntimeInstalled();
+
+class Kestro : public QMainWindow
+{
+    Q_OBJECT
+public:
+    explicit Kestro(QWidget *parent = nullptr, Qt::WindowFlags flags = Qt::WindowFlags());
+    ~Kestro() override;
+
+    // Start-up initialisation, once after construction, in both modes.
+    void initialize();
+    // Parses and runs one batch test; the outcome is exitCode() and what
+    // was printed on stdout.
+    void runCommandLine(int argc, char **argv);
+    // Tells the user to choose a sensor when no camera is open.
+    void checkSensorSelected();
+
+    // True when the constructor found no sensor data; the program then ends.
+    bool noSensorData() const { return m_noSensorData; }
+    // True when start-up must end the process at once (status in exitCode()).
+    bool startupFailed() const { return m_startupFailed; }
+    bool isCameraOpen() const;
+
+    // Batch fields.
+    bool commandLineMode() const { return m_commandLineMode; }
+    QString commandLineType() const { return m_commandLineType; }
+    int exitCode() const { return m_exitCode; }
+    double colorDiffThreshold() const { return m_colorDiffThreshold; }
+    bool colorDiffThresholdGiven() const { return m_colorDiffThresholdGiven; }
+    QString roiFilePath() const { return m_roiFilePath; }
+    bool roiFileGiven() const { return m_roiFileGiven; }
+    QString colorDiffImagePath() const { return m_colorDiffImagePath; }
+    QString colorDiffReportPath() const { return m_colorDiffReportPath; }
+    QString noiseReportPath() const { return m_noiseReportPath; }
+    QString mtfImagePath() const { return m_mtfImagePath; }
+    QString mtfReportPath() const { return m_mtfReportPath; }
+    double mtfGamma() const { return m_mtfGamma; }
+    QRect mtfInlineRegion() const { return m_mtfInlineRegion; }
+    QString uniImagePath() const { return m_uniImagePath; }
+    QString uniReportPath() const { return m_uniReportPath; }
+    int uniCenterPercent() const { return m_uniCenterPercent; }
+    int uniCornerPercent() const { return m_uniCornerPercent; }
+    bool uniShowContour() const { return m_uniShowContour; }
+    int uniContourLow() const { return m_uniContourLow; }
+    int uniContourStepSize() const { return m_uniContourStepSize; }
+    int uniContourHigh() const { return m_uniContourHigh; }
+    int uniChartSize() const { return m_uniChartSize; }
+    int uniSubSampleSize() const { return m_uniSubSampleSize; }
+    QString uniColorMapName() const { return m_uniColorMapName; }
+    QString lastOpenDirectory() const { return m_lastOpenDir; }
+    QString lastSaveDirectory() const { return m_lastSaveDir; }
+
+    // The runtime probe's result and whether the calibration library is
+    // ready; the functions that need the library check these.
+    bool matlabRuntimeInstalled() const { return m_matlabRuntimeInstalled; }
+    bool colorCalibrationReady() const { return m_colorCalibrationReady; }
+    CColorCalibrate *colorCalibration() const { return m_colorCal.get(); }
+
+    QTabWidget *workflow() const { return m_workflow; }
+    QComboBox *sensorTypeBox() const { return m_sensorType; }
+    QComboBox *sensorRevisionBox() const { return m_sensorRevision; }
+    QSettings *settings() const { return m_settings.get(); }
+
+    // The pages that the batch runner drives (set by their wiring).
+    void setMtfBatch(KestroMtfBatch *page) { m_mtfBatch = page; }
+    void setUniformityBatch(KestroUniformityBatch *page) { m_uniformityBatch = page; }
+    void setReportExport(KestroReportExport *exporter) { m_reportExport = exporter; }
+
+public slots:
+    void setSensorType(int index);
+    void setSensorRev(int index);
+    void loadUserConfig();
+    void currentTabChanged(int index);
+    void quickStart(bool show);
+    void matlabLoaded();
+    void setCommandLineMode(bool mode);
+    void setCommandLineType(QString command);
+
+private:
+    void buildForm();
+    void fillSensorTypes();
+    void fillSensorRevisions();
+    void wireColorDifferencePage();
+    void wireNoisePage();
+    void wireMtfPage();
+    void wireUniformityPage();
+    void selectQuickStartPage(int page);
+
+    void runColorDifference(int argc, char **argv);
+    void runNoise(int argc, char **argv);
+    void runMtf(int argc, char **argv);
+    void runUniformity(int argc, char **argv);
+    void newSlantedEdgeImage(QImage &image);
+    bool calcMTF(bool interactive);
+    bool runUniformityCalculation();
+    bool saveToHTMLFile(const QString &path);
+
+    std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<CColorCalibrate> m_colorCal;
+    MatlabInitialization *m_matlabInit = nullptr;
+    QSplashScreen *m_splash = nullptr;
+
+    QTabWidget *m_workflow = nullptr;
+    QComboBox *m_sensorType = nullptr;
+    QComboBox *m_sensorRevision = nullptr;
+    QLineEdit *m_configFile = nullptr;
+    QPushButton *m_loadConfig = nullptr;
+    QWidget *m_matrixPanel = nullptr;
+    QTextBrowser *m_quickStart = nullptr;
+
+    KestroMtfBatch *m_mtfBatch = nullptr;
+    KestroUniformityBatch *m_uniformityBatch = nullptr;
+    KestroReportExport *m_reportExport = nullptr;
+
+    bool m_noSensorData = false;
+    bool m_startupFailed = false;
+    bool m_alreadyInitialized = false;
+    int m_currentTab = 0;
+    bool m_matlabRuntimeInstalled = false;
+    bool m_colorCalibrationReady = false;
+    QString m_userConfigPath;
+
+    bool m_commandLineMode = false;
+    QString m_commandLineType;
+    int m_exitCode = 0;
+    double m_colorDiffThreshold = 0.0;
+    bool m_colorDiffThresholdGiven = false;
+    QString m_roiFilePath;
+    bool m_roiFileGiven = false;
+    QString m_colorDiffImagePath;
+    QString m_colorDiffReportPath;
+    QString m_noiseReportPath;
+    QString m_mtfImagePath;
+    QString m_mtfReportPath;
+    double m_mtfGamma = 1.0;
+    QRect m_mtfInlineRegion;
+    QString m_uniImagePath;
+    QString m_uniReportPath;
+    int m_uniCenterPercent = 0;
+    int m_uniCornerPercent = 0;
+    bool m_uniShowContour = false;
+    int m_uniContourLow = 0;
+    int m_uniContourStepSize = 0;
+    int m_uniContourHigh = 0;
+    int m_uniChartSize = 0;
+    int m_uniSubSampleSize = 0;
+    QString m_uniColorMapName;
+    QString m_lastOpenDir;
+    QString m_lastSaveDir;
+};

@@ -1,0 +1,320 @@
+// Regions on an imageGraphicsView: loading and saving ROI files, numbering,
+// stacking, removal and the outline colour on real pictures.
+#include "imaging/gui/imagegraphicsview.h"
+#include "imaging/gui/roidialogs.h"
+#include "imaging/region.h"
+#include "imaging/regionbasedcalculation.h"
+#include "imaging/roifile.h"
+
+#include "testsupport.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QGraphicsPixmapItem>
+#include <QLoggingCategory>
+#include <QMessageBox>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+namespace {
+
+QImage grayPicture(int w = 200, int h = 150)
+{
+    QImage img(w, h, QImage::Format_RGB32);
+    img.fill(qRgb(128, 128, 128));
+    return img;
+}
+
+QString writeText(const QTemporaryDir &dir, const QString &name, const QByteArray &text)
+{
+    const QString path = dir.filePath(name);
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+    f.write(text);
+    return path;
+}
+
+// Records the order of the view's signals.
+struct SignalLog
+{
+    explicit SignalLog(imageGraphicsView &view)
+    {
+        QObject::connect(&view, &imageGraphicsView::regionSelectionChanged,
+                         [this](qRegionGraphicsRectItem *item) { entries << QStringLiteral("selection:%1").arg(item ? item->index() : 0); });
+        QObject::connect(&view, &imageGraphicsView::regionResized,
+                         [this](qRegionGraphicsRectItem *item) { entries << QStringLiteral("resized:%1").arg(item ? item->index() : 0); });
+        QObject::connect(&view, &imageGraphicsView::regionCreated, [this] { entries << "created"; });
+        QObject::connect(&view, &imageGraphicsView::regionDeleted, [this] { entries << "deleted"; });
+    }
+    QStringList entries;
+};
+
+class Calc : public regionBasedCalculation
+{
+public:
+    explicit Calc(int *deleted) : m_deleted(deleted) {}
+    ~Calc() override { ++*m_deleted; }
+    bool calculate() override { return true; }
+    QString errorMessage() const override { return {}; }
+
+private:
+    int *m_deleted;
+};
+
+} // namespace
+
+class RegionView : public ::testing::Test
+{
+protected:
+    void SetUp() override { QLoggingCategory::setFilterRules("kestro.view.debug=false"); }
+};
+
+TEST_F(RegionView, NewViewAndItemDefaults)
+{
+    imageGraphicsView view;
+    EXPECT_EQ(view.objectName(), "imageGraphicsView");
+    EXPECT_EQ(view.windowTitle(), "imageGraphicsView");
+    EXPECT_EQ(view.size(), QSize(400, 300));
+    EXPECT_FALSE(view.showNumbers());
+    EXPECT_FALSE(view.pointingMode());
+    EXPECT_FALSE(view.drawingEnabled());
+    EXPECT_EQ(view.region(0), nullptr);
+    EXPECT_EQ(view.region(-1), nullptr);
+
+    qRegionGraphicsRectItem item;
+    EXPECT_EQ(item.index(), 10);
+    EXPECT_EQ(item.color(), QColor(Qt::red));
+    EXPECT_EQ(item.pen().color(), QColor(Qt::red));
+    EXPECT_FALSE(item.showNumber());
+    EXPECT_EQ(item.handle(), 0);
+    EXPECT_TRUE(item.flags() & QGraphicsItem::ItemIsMovable);
+    EXPECT_TRUE(item.flags() & QGraphicsItem::ItemIsSelectable);
+
+    // The item owns its calculation.
+    int deleted = 0;
+    {
+        qRegionGraphicsRectItem owner;
+        owner.setCalculation(new Calc(&deleted));
+        owner.setCalculation(new Calc(&deleted));
+        EXPECT_EQ(deleted, 1);
+    }
+    EXPECT_EQ(deleted, 2);
+}
+
+TEST_F(RegionView, ReadingAddsNumberedStackedRegionsAndSelectsTheLast)
+{
+    QTemporaryDir dir;
+    imageGraphicsView view;
+    view.setPicture(grayPicture());
+    view.addRegion(QRectF(1, 1, 5, 5));
+    view.setShowNumbers(true);
+    const QString path = writeText(dir, "r.roi",
+                                   "[patches]\n1\\left=10\n1\\top=10\n1\\width=20\n1\\height=20\n"
+                                   "2\\left=20.5\n2\\top=20\n2\\width=20\n2\\height=20\n"
+                                   "size=3\n");
+    SignalLog log(view);
+    ASSERT_TRUE(view.readRegions(path));
+    ASSERT_EQ(view.regionCount(), 4); // added to the region already there
+    EXPECT_EQ(view.region(1)->rect(), QRectF(10, 10, 20, 20));
+    EXPECT_EQ(view.region(2)->rect(), QRectF(20.5, 20, 20, 20));
+    EXPECT_EQ(view.region(3)->rect(), QRectF(0, 0, 0, 0)); // size 3, two entries
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(view.region(i)->index(), i + 1);
+        EXPECT_EQ(view.region(i)->showNumber(), i > 0);
+    }
+    EXPECT_DOUBLE_EQ(view.region(0)->zValue(), 0.01);
+    EXPECT_DOUBLE_EQ(view.region(1)->zValue(), 0.02);
+    EXPECT_DOUBLE_EQ(view.stackingCounter(), 0.04);
+    // The last region is selected and current; selecting it moved it to
+    // 0 since it overlaps nothing (an empty rectangle).
+    EXPECT_TRUE(view.region(3)->isSelected());
+    EXPECT_EQ(view.currentRegion(), view.region(3));
+    EXPECT_DOUBLE_EQ(view.region(3)->zValue(), 0.0);
+    EXPECT_EQ(log.entries, QStringList{"selection:4"});
+
+    // A file without regions changes nothing.
+    EXPECT_FALSE(view.readRegions(writeText(dir, "e.roi", "[patches]\nsize=0\n")));
+    EXPECT_FALSE(view.readRegions(dir.filePath("missing.roi")));
+    EXPECT_EQ(view.regionCount(), 4);
+    EXPECT_EQ(log.entries.size(), 1);
+
+    // Saving then loading into a cleared view gives the same regions in the
+    // same order, as integer rectangles.
+    const QString saved = dir.filePath("saved.roi");
+    ASSERT_TRUE(writeRegions(&view, saved));
+    view.removeAllRegions();
+    ASSERT_TRUE(readRegions(&view, saved));
+    ASSERT_EQ(view.regionCount(), 4);
+    EXPECT_EQ(view.region(2)->rect(), QRectF(20, 20, 21, 20));
+    EXPECT_EQ(view.region(0)->rect(), QRectF(1, 1, 5, 5));
+    EXPECT_FALSE(view.writeRegions(dir.filePath("nofolder/x.roi")));
+}
+
+TEST_F(RegionView, SelectionLiftsARegionJustAboveTheRegionsItOverlaps)
+{
+    imageGraphicsView view;
+    view.setPicture(grayPicture());
+    qRegionGraphicsRectItem *a = view.addRegion(QRectF(10, 10, 40, 40));
+    qRegionGraphicsRectItem *b = view.addRegion(QRectF(30, 30, 40, 40));
+    qRegionGraphicsRectItem *c = view.addRegion(QRectF(60, 60, 40, 40));
+    qRegionGraphicsRectItem *d = view.addRegion(QRectF(150, 100, 10, 10));
+    EXPECT_DOUBLE_EQ(c->zValue(), 0.03);
+    view.selectRegion(a); // overlaps b only
+    EXPECT_DOUBLE_EQ(a->zValue(), 0.02 + 0.0001);
+    view.selectRegion(b); // overlaps a (0.0201) and c (0.03)
+    EXPECT_DOUBLE_EQ(b->zValue(), 0.03 + 0.0001);
+    EXPECT_FALSE(a->isSelected());
+    view.selectRegion(d); // overlaps nothing: lowered to 0
+    EXPECT_DOUBLE_EQ(d->zValue(), 0.0);
+    // Deselecting changes no z value.
+    view.selectRegion(nullptr);
+    EXPECT_DOUBLE_EQ(b->zValue(), 0.0301);
+    EXPECT_EQ(view.currentRegion(), nullptr);
+
+    // A new picture resets the counter but keeps the regions.
+    view.setPicture(grayPicture(300, 200));
+    EXPECT_DOUBLE_EQ(view.stackingCounter(), 0.0);
+    EXPECT_EQ(view.regionCount(), 4);
+    EXPECT_DOUBLE_EQ(view.addRegion(QRectF(0, 0, 1, 1))->zValue(), 0.01);
+}
+
+TEST_F(RegionView, RemovingKeepsNumbersAndSelectsANeighbour)
+{
+    imageGraphicsView view;
+    view.setPicture(grayPicture());
+    for (int i = 0; i < 3; ++i)
+        view.addRegion(QRectF(10 + 50 * i, 10, 30, 30));
+    SignalLog log(view);
+
+    view.removeSelectedRegion(); // nothing selected
+    EXPECT_EQ(log.entries, QStringList{"deleted"});
+    EXPECT_EQ(view.regionCount(), 3);
+
+    log.entries.clear();
+    view.selectRegion(view.region(1));
+    view.removeSelectedRegion();
+    ASSERT_EQ(view.regionCount(), 2);
+    EXPECT_EQ(view.region(0)->index(), 1);
+    EXPECT_EQ(view.region(1)->index(), 3);
+    EXPECT_TRUE(view.region(1)->isSelected());
+    EXPECT_EQ(view.currentRegion(), view.region(1));
+    EXPECT_EQ(log.entries, (QStringList{"selection:2", "selection:3", "deleted"}));
+
+    // The last one removed: its predecessor is selected.
+    log.entries.clear();
+    view.removeSelectedRegion();
+    ASSERT_EQ(view.regionCount(), 1);
+    EXPECT_EQ(view.currentRegion(), view.region(0));
+    EXPECT_EQ(log.entries, (QStringList{"selection:1", "deleted"}));
+    view.removeSelectedRegion();
+    EXPECT_EQ(view.regionCount(), 0);
+    EXPECT_EQ(view.currentRegion(), nullptr);
+
+    // A new region after removals is numbered by the list size.
+    view.addRegion(QRectF(1, 1, 2, 2));
+    view.addRegion(QRectF(1, 1, 2, 2));
+    EXPECT_EQ(view.region(1)->index(), 2);
+
+    log.entries.clear();
+    view.removeAllRegions();
+    EXPECT_EQ(view.regionCount(), 0);
+    EXPECT_DOUBLE_EQ(view.stackingCounter(), 0.0);
+    EXPECT_EQ(view.currentRegion(), nullptr);
+    EXPECT_EQ(log.entries, (QStringList{"selection:0", "deleted"}));
+    // Only the picture is left in the scene.
+    EXPECT_EQ(view.scene()->items().size(), 1);
+}
+
+TEST_F(RegionView, OutlineColourOnRealChartPictures)
+{
+    // On a real photograph: the most and the least colourful 16 x 16 blocks.
+    const QString path = kestro::test::sharedDataPath("charts/pedrodiamel_img-colorchecker.jpg");
+    QImage photo(path);
+    if (photo.isNull())
+        GTEST_SKIP() << "no chart photograph at " << path.toStdString();
+    photo = photo.convertToFormat(QImage::Format_RGB32);
+    imageGraphicsView view;
+    view.setPicture(photo);
+    QRect grayest, mostColourful;
+    double low = 1e9, high = -1;
+    for (int y = 0; y + 16 <= photo.height(); y += 16) {
+        for (int x = 0; x + 16 <= photo.width(); x += 16) {
+            const QColor c = kestro::regionMeanColor(photo, QRect(x, y, 16, 16));
+            const double chroma = c.saturationF() * c.valueF();
+            if (c.valueF() > 0.2 && c.valueF() < 0.9 && chroma < low) {
+                low = chroma;
+                grayest = QRect(x, y, 16, 16);
+            }
+            if (chroma > high) {
+                high = chroma;
+                mostColourful = QRect(x, y, 16, 16);
+            }
+        }
+    }
+    const QColor grayMean = kestro::regionMeanColor(photo, grayest);
+    ASSERT_TRUE(kestro::isNearNeutral(grayMean.redF(), grayMean.greenF(), grayMean.blueF()));
+    EXPECT_EQ(view.addRegion(grayest)->color(), QColor(Qt::red));
+
+    const QColor mean = kestro::regionMeanColor(photo, mostColourful);
+    ASSERT_FALSE(kestro::isNearNeutral(mean.redF(), mean.greenF(), mean.blueF()));
+    QColor complement;
+    complement.setRgbF(1 - mean.redF(), 1 - mean.greenF(), 1 - mean.blueF());
+    qRegionGraphicsRectItem *item = view.addRegion(QRectF(mostColourful).adjusted(0.3, 0.3, -0.3, -0.3));
+    EXPECT_EQ(item->color(), complement);
+    EXPECT_EQ(item->pen().color(), complement);
+    // The same on the picture in another pixel format.
+    imageGraphicsView other;
+    other.setPicture(photo.convertToFormat(QImage::Format_RGB888));
+    EXPECT_EQ(other.addRegion(mostColourful)->color(), complement);
+
+    // Validity at the last row and column: one pixel further is red.
+    const int w = photo.width(), h = photo.height();
+    const QRect corner(w - 16, h - 16, 16, 16);
+    EXPECT_TRUE(kestro::isRegionValid(photo, corner));
+    EXPECT_EQ(view.overlayColorFor(corner), kestro::regionOverlayColor(photo, corner));
+    EXPECT_EQ(view.overlayColorFor(corner.adjusted(0, 0, 1, 0)), QColor(Qt::red));
+    EXPECT_EQ(view.overlayColorFor(corner.adjusted(0, 0, 0, 1)), QColor(Qt::red));
+}
+
+TEST_F(RegionView, SaturatedBlueGetsAYellowOutlineAndAViewWithoutPictureRed)
+{
+    QImage img = grayPicture();
+    for (int y = 50; y < 100; ++y)
+        for (int x = 100; x < 150; ++x)
+            img.setPixel(x, y, qRgb(0, 0, 255));
+    imageGraphicsView view;
+    view.setPicture(img);
+    EXPECT_EQ(view.addRegion(QRectF(100, 50, 50, 50))->color(), QColor(Qt::yellow));
+    EXPECT_EQ(view.addRegion(QRectF(10, 10, 20, 20))->color(), QColor(Qt::red));
+    imageGraphicsView empty;
+    EXPECT_EQ(empty.addRegion(QRectF(1, 1, 5, 5))->color(), QColor(Qt::red));
+}
+
+TEST_F(RegionView, LoadDialogWarnsAboutAMissingFile)
+{
+    QTemporaryDir dir;
+    QString last = "/start/here.roi";
+    EXPECT_EQ(kestro::acceptRoiFileToLoad(nullptr, QString(), last), QString());
+    EXPECT_EQ(last, "/start/here.roi");
+
+    QString boxTitle, boxText;
+    QTimer::singleShot(0, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (box) {
+            boxTitle = box->windowTitle();
+            boxText = box->text();
+            box->accept();
+        }
+    });
+    const QString missing = dir.filePath("gone.roi");
+    EXPECT_EQ(kestro::acceptRoiFileToLoad(nullptr, missing, last), QString());
+    EXPECT_EQ(boxTitle, "Load marker position");
+    EXPECT_EQ(boxText, QStringLiteral("Cannot load file %1.").arg(missing));
+    EXPECT_EQ(last, "/start/here.roi");
+
+    const QString there = writeText(dir, "there.roi", "[patches]\nsize=0\n");
+    EXPECT_EQ(kestro::acceptRoiFileToLoad(nullptr, there, last), there);
+    EXPECT_EQ(last, there);
+}
