@@ -52,31 +52,73 @@ double windowHalfWidth(double rise)
     return std::max(8.0, 20.0 * rise);
 }
 
+// Distance from the edge of a second transition in the LSF (smoothed over a
+// pixel) at least 30 % as strong as the edge's own peak and farther than
+// `exclude` from it; 0 when there is none.
+double secondTransition(const Lsf &lsf, double centre, double exclude)
+{
+    const int n = lsf.size();
+    const int span = std::max(1, static_cast<int>(std::lround(1.0 / lsf.binWidth)));
+    std::vector<double> smooth(static_cast<std::size_t>(n), 0.0);
+    double running = 0;
+    for (int k = 0; k < n; ++k) {
+        running += lsf.values[static_cast<std::size_t>(k)];
+        if (k >= span)
+            running -= lsf.values[static_cast<std::size_t>(k - span)];
+        smooth[static_cast<std::size_t>(k)] = running / span;
+    }
+    double peak = 0;
+    for (int k = 0; k < n; ++k)
+        if (std::fabs(lsf.distance(k) - centre) <= exclude)
+            peak = std::max(peak, smooth[static_cast<std::size_t>(k)]);
+    double where = 0, strongest = 0.3 * peak;
+    for (int k = 0; k < n; ++k) {
+        const double d = std::fabs(lsf.distance(k) - centre);
+        if (d > exclude && std::fabs(smooth[static_cast<std::size_t>(k)]) > strongest) {
+            strongest = std::fabs(smooth[static_cast<std::size_t>(k)]);
+            where = d;
+        }
+    }
+    return where;
+}
+
 // `guess`: a first-pass fit from another channel of the same edge (the
 // colour channels start from the gray one's and skip their own first pass).
 bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
 {
     const int rows = p.rows, cols = p.cols;
-    // Rough plateaus from both ends of the rows: sign of the edge and its
-    // contrast before anything is located.
-    const int m = std::max(2, cols / 8);
-    double a = 0, b = 0;
+    // Column means: their range tells whether there is anything to locate,
+    // their two ends give the edge's direction and rough plateaus.
+    std::vector<double> columns(static_cast<std::size_t>(cols), 0.0);
     for (int r = 0; r < rows; ++r) {
         const float *row = p.row(r);
-        for (int c = 0; c < m; ++c) {
-            a += row[c];
-            b += row[cols - 1 - c];
-        }
+        for (int c = 0; c < cols; ++c)
+            columns[static_cast<std::size_t>(c)] += row[c];
     }
-    a /= double(rows) * m;
-    b /= double(rows) * m;
-    const double roughContrast = a + b > 0 ? std::fabs(b - a) / (a + b) : 0.0;
+    for (double &v : columns)
+        v /= rows;
+    const int m = std::max(2, cols / 8);
+    double a = 0, b = 0;
+    for (int c = 0; c < m; ++c) {
+        a += columns[static_cast<std::size_t>(c)];
+        b += columns[static_cast<std::size_t>(cols - 1 - c)];
+    }
+    a /= m;
+    b /= m;
+    const double lowest = *std::min_element(columns.begin(), columns.end());
+    const double highest = *std::max_element(columns.begin(), columns.end());
+    const double roughContrast = highest + lowest > 0 ? (highest - lowest) / (highest + lowest) : 0.0;
     if (!(roughContrast >= kMinContrast)) {
         ch.error = text(QString("The edge is too faint to locate (contrast %1 %, at least %2 % "
                                 "needed): draw the region across a clear dark-to-light edge, "
                                 "or raise the exposure.")
                             .arg(roughContrast * 100, 0, 'f', 1)
                             .arg(kMinContrast * 100, 0, 'f', 0));
+        return false;
+    }
+    if (std::fabs(b - a) < 0.5 * (highest - lowest)) {
+        ch.error = "The region holds more than one edge (both ends are alike, with a bar or a "
+                   "line between them): draw it over a single edge between two even areas.";
         return false;
     }
     const double sign = b >= a ? 1.0 : -1.0;
@@ -167,8 +209,24 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
     const double dark = std::min(lo0, hi0), light = std::max(lo0, hi0);
     ch.contrast = light + dark > 0 ? (light - dark) / (light + dark) : 0.0;
 
+    if (rise > cols / 3.0) {
+        ch.error = text(QString("The edge is too wide for the region (it rises over %1 pixels in a "
+                                "region %2 pixels across): widen the region, or draw it over a "
+                                "sharper edge.")
+                            .arg(rise, 0, 'f', 1)
+                            .arg(cols));
+        return false;
+    }
     Lsf lsf = differentiate(esf);
     const double centre = lsfCentroid(lsf, 0.0, std::max(2.0, 2.0 * rise));
+    const double second = secondTransition(lsf, centre, 2.0 * rise + 2.0);
+    if (second > 0) {
+        ch.error = text(QString("The region holds more than one edge (another transition %1 pixels "
+                                "from the measured one): draw it over a single edge between two "
+                                "even areas.")
+                            .arg(second, 0, 'f', 0));
+        return false;
+    }
     applyHammingWindow(lsf, centre, windowHalfWidth(rise));
 
     ch.first = first;

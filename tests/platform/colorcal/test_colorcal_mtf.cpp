@@ -12,6 +12,7 @@
 #include <QTemporaryDir>
 #include <cmath>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 using kestro::test::EdgeSpec;
@@ -161,4 +162,26 @@ TEST(ColorcalMtf, CacheFollowsTheFileOnDisk)
     EXPECT_LE(kestro::colorcal::imageCacheSize(), 4);
     kestro::colorcal::clearImageCache();
     EXPECT_EQ(kestro::colorcal::imageCacheSize(), 0);
+}
+
+TEST(ColorcalMtf, ConcurrentCallsOnOneFileAgree)
+{
+    QTemporaryDir dir;
+    EdgeSpec s;
+    s.noise = 1;
+    const QString path = dir.filePath("edge.png");
+    ASSERT_TRUE(makeEdgeImage(s).save(path));
+    kestro::colorcal::clearImageCache();
+    CColorCalibrate cal(nullptr);
+    Call calls[4];
+    std::vector<std::thread> threads;
+    for (Call &c : calls)
+        threads.emplace_back([&] { c.run(cal, path, 1.0, QRect(0, 0, s.width, s.height)); });
+    for (std::thread &t : threads)
+        t.join();
+    for (const Call &c : calls) {
+        EXPECT_TRUE(c.ok);
+        EXPECT_EQ(c.text(), "");
+        EXPECT_EQ(c.m50[3], calls[0].m50[3]);
+    }
 }
