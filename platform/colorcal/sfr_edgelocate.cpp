@@ -28,12 +28,12 @@ std::vector<EdgePoint> locateEdgePoints(const Plane &plane, const LocateOptions 
     const double pi = 3.14159265358979323846;
     for (int r = o.rowBegin; r < o.rowEnd; ++r) {
         const float *row = plane.row(r);
-        for (int j = 0; j < n; ++j)
-            d[static_cast<std::size_t>(j)] = o.sign * (double(row[j + 1]) - double(row[j]));
         double centre;
         if (o.prediction) {
             centre = o.prediction->at(r);
         } else {
+            for (int j = 0; j < n; ++j)
+                d[static_cast<std::size_t>(j)] = o.sign * (double(row[j + 1]) - double(row[j]));
             // Peak of the lightly smoothed derivative.
             int best = 0;
             double bestValue = -1e300;
@@ -50,6 +50,9 @@ std::vector<EdgePoint> locateEdgePoints(const Plane &plane, const LocateOptions 
         }
         const int j0 = std::max(0, static_cast<int>(std::ceil(centre - 0.5 - o.halfWidth)));
         const int j1 = std::min(n - 1, static_cast<int>(std::floor(centre - 0.5 + o.halfWidth)));
+        if (o.prediction)
+            for (int j = j0; j <= j1; ++j)
+                d[static_cast<std::size_t>(j)] = o.sign * (double(row[j + 1]) - double(row[j]));
         double sum = 0, moment = 0;
         // cos(pi (x - centre) / H) advanced by a rotation per pixel.
         const double step = pi / o.halfWidth;
