@@ -23,6 +23,8 @@ const double kMaxRms = 3.0;
 const double kMinAngle = 1.0;
 const double kMaxAngle = 40.0;
 const double kMaxClipped = 0.05;
+// Four float planes of this many pixels take 128 MB.
+const qint64 kMaxRegionPixels = 8000000;
 
 struct Channel
 {
@@ -358,6 +360,14 @@ void measureImageRegion(const QImage &image, const QRect &rect, double gamma, Re
                                 .arg(rect.height())
                                 .arg(image.width())
                                 .arg(image.height()));
+        return;
+    }
+    if (qint64(rect.width()) * rect.height() > kMaxRegionPixels) {
+        result.error = text(QString("The region is too large (%1 x %2 pixels, at most %3 million "
+                                    "pixels): draw a smaller region around one edge.")
+                                .arg(rect.width())
+                                .arg(rect.height())
+                                .arg(kMaxRegionPixels / 1000000));
         return;
     }
     RegionPlanes planes;

@@ -193,6 +193,7 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
     EXPECT_NE(measure(ok, 1.0, QRect(0, 0, 120, 30)).error.find("too short"), std::string::npos);
     EXPECT_NE(measure(ok, 1.0, QRect(50, 0, 80, 160)).error.find("inside the image"), std::string::npos);
     EXPECT_NE(measure(ok, 1.0, QRect(-1, 0, 80, 160)).error.find("inside the image"), std::string::npos);
+    EXPECT_NE(measure(QImage(4000, 2100, QImage::Format_Grayscale8)).error.find("too large"), std::string::npos);
     EXPECT_NE(measure(ok, 0.0).error.find("gamma"), std::string::npos);
     EXPECT_NE(measure(ok, std::nan("")).error.find("gamma"), std::string::npos);
 
