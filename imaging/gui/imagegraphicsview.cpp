@@ -196,6 +196,12 @@ void imageGraphicsView::fitView()
 {
     if (!m_pictureItem)
         return;
+    // A sub-notch wheel step scales by an infinite factor; fitting starts
+    // again from the identity so that the view can always be recovered.
+    const QTransform t = transform();
+    if (!qIsFinite(t.m11()) || !qIsFinite(t.m22()) || !qIsFinite(t.m12()) || !qIsFinite(t.m21())
+        || !t.isInvertible())
+        resetTransform();
     fitInView(m_pictureItem->boundingRect(), Qt::KeepAspectRatio);
 }
 

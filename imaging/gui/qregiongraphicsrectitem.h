@@ -5,6 +5,7 @@
 
 #include <QColor>
 #include <QGraphicsRectItem>
+#include <QMetaType>
 #include <QRectF>
 #include <memory>
 
@@ -85,3 +86,7 @@ private:
     bool m_showNumber = false;
     std::unique_ptr<regionBasedCalculation> m_calculation;
 };
+
+// Signals carry region pointers; this lets queued connections and signal
+// spies hold them.
+Q_DECLARE_METATYPE(qRegionGraphicsRectItem *)

@@ -1,0 +1,498 @@
+// The mouse on imageGraphicsView, as a person uses it: drawing, hovering,
+// selecting, moving and resizing by every handle, wheel zoom, removal, the
+// signals in their order and the debug lines.
+#include "imaging/gui/imagegraphicsview.h"
+
+#include "testsupport.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QGraphicsPixmapItem>
+#include <QLoggingCategory>
+#include <QMouseEvent>
+#include <QSignalSpy>
+#include <QTest>
+#include <QWheelEvent>
+#include <gtest/gtest.h>
+
+namespace {
+
+QImage grayWithBlueBlock()
+{
+    QImage img(300, 200, QImage::Format_RGB32);
+    img.fill(qRgb(128, 128, 128));
+    for (int y = 120; y < 190; ++y)
+        for (int x = 200; x < 290; ++x)
+            img.setPixel(x, y, qRgb(0, 0, 255));
+    return img;
+}
+
+void send(imageGraphicsView &view, QEvent::Type type, const QPoint &pos, Qt::MouseButton button,
+          Qt::MouseButtons buttons)
+{
+    QMouseEvent event(type, QPointF(pos), QPointF(view.viewport()->mapToGlobal(pos)), button, buttons,
+                      Qt::NoModifier);
+    QApplication::sendEvent(view.viewport(), &event);
+}
+
+void press(imageGraphicsView &view, const QPoint &pos, Qt::MouseButton button = Qt::LeftButton)
+{
+    send(view, QEvent::MouseButtonPress, pos, button, button);
+}
+void drag(imageGraphicsView &view, const QPoint &pos, Qt::MouseButtons buttons = Qt::LeftButton)
+{
+    send(view, QEvent::MouseMove, pos, Qt::NoButton, buttons);
+}
+void hover(imageGraphicsView &view, const QPoint &pos)
+{
+    send(view, QEvent::MouseMove, pos, Qt::NoButton, Qt::NoButton);
+}
+void release(imageGraphicsView &view, const QPoint &pos, Qt::MouseButton button = Qt::LeftButton)
+{
+    send(view, QEvent::MouseButtonRelease, pos, button, Qt::NoButton);
+}
+
+void wheel(imageGraphicsView &view, int delta)
+{
+    const QPoint pos(50, 50);
+    QWheelEvent event(QPointF(pos), QPointF(view.viewport()->mapToGlobal(pos)), QPoint(), QPoint(0, delta),
+                      Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(view.viewport(), &event);
+}
+
+// A shown view at scale 1 with the picture; scene points map to view
+// pixels by a whole-pixel offset.
+class Mouse : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        QLoggingCategory::setFilterRules("kestro.view.debug=false");
+        view.resize(400, 300);
+        view.setPicture(grayWithBlueBlock());
+        view.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    }
+    QPoint at(double x, double y) const { return view.mapFromScene(QPointF(x, y)); }
+    QPointF scene(const QPoint &p) const { return view.mapToScene(p); }
+
+    // Draws a region from scene point a to b with a left-button drag.
+    qRegionGraphicsRectItem *draw(QPointF a, QPointF b)
+    {
+        press(view, at(a.x(), a.y()));
+        drag(view, at((a.x() + b.x()) / 2, (a.y() + b.y()) / 2));
+        drag(view, at(b.x(), b.y()));
+        release(view, at(b.x(), b.y()));
+        return view.currentRegion();
+    }
+
+    imageGraphicsView view;
+};
+
+} // namespace
+
+TEST_F(Mouse, DrawingFollowsThePointerAndKeepsEmptyRegions)
+{
+    view.enableSelection();
+    EXPECT_EQ(view.viewport()->cursor().shape(), Qt::CrossCursor);
+    QSignalSpy created(&view, &imageGraphicsView::regionCreated);
+    QSignalSpy selection(&view, &imageGraphicsView::regionSelectionChanged);
+    QSignalSpy colour(&view, &imageGraphicsView::overlayColorChanged);
+
+    // Dragged up and to the left: the rectangle is the normalised span.
+    press(view, at(80, 70));
+    ASSERT_NE(view.drawingRegion(), nullptr);
+    EXPECT_DOUBLE_EQ(view.drawingRegion()->zValue(), 0.01);
+    drag(view, at(60, 50));
+    drag(view, at(20, 30));
+    EXPECT_EQ(view.drawingRegion()->rect(), QRectF(20, 30, 60, 40));
+    EXPECT_EQ(view.regionCount(), 0); // added on release
+    release(view, at(20, 30));
+    ASSERT_EQ(view.regionCount(), 1);
+    qRegionGraphicsRectItem *first = view.region(0);
+    EXPECT_EQ(first->rect(), QRectF(20, 30, 60, 40));
+    EXPECT_EQ(first->index(), 1);
+    EXPECT_FALSE(first->showNumber());
+    EXPECT_EQ(view.currentRegion(), first);
+    EXPECT_EQ(created.count(), 1);
+    EXPECT_EQ(selection.count(), 0);
+    EXPECT_EQ(colour.count(), 3); // at the press and at each move
+
+    // A click without movement keeps a region of empty size.
+    view.setShowNumbers(true);
+    press(view, at(150, 100));
+    release(view, at(150, 100));
+    ASSERT_EQ(view.regionCount(), 2);
+    EXPECT_EQ(view.region(1)->rect(), QRectF(150, 100, 0, 0));
+    EXPECT_EQ(view.region(1)->index(), 2);
+    EXPECT_TRUE(view.region(1)->showNumber());
+    EXPECT_DOUBLE_EQ(view.region(1)->zValue(), 0.02);
+
+    // Other buttons do not draw.
+    press(view, at(10, 10), Qt::RightButton);
+    drag(view, at(40, 40), Qt::RightButton);
+    release(view, at(40, 40), Qt::RightButton);
+    EXPECT_EQ(view.regionCount(), 2);
+    EXPECT_EQ(created.count(), 2);
+}
+
+TEST_F(Mouse, DrawingNeedsAPictureAndDrawingEnabled)
+{
+    imageGraphicsView bare;
+    bare.show();
+    bare.enableSelection();
+    press(bare, QPoint(20, 20));
+    drag(bare, QPoint(60, 60));
+    release(bare, QPoint(60, 60));
+    EXPECT_EQ(bare.regionCount(), 0);
+    EXPECT_EQ(bare.scene()->items().size(), 0);
+
+    // Pointing switched on and off again: drawing mode, but never enabled.
+    view.enablePointing();
+    view.disablePointing();
+    EXPECT_FALSE(view.pointingMode());
+    EXPECT_FALSE(view.drawingEnabled());
+    draw({10, 10}, {50, 50});
+    EXPECT_EQ(view.regionCount(), 0);
+    EXPECT_EQ(view.scene()->items().size(), 1);
+
+    // Enabled once, drawing survives disablePointing.
+    view.enableSelection();
+    view.enablePointing();
+    EXPECT_TRUE(view.drawingEnabled());
+    view.disablePointing();
+    EXPECT_EQ(view.viewport()->cursor().shape(), Qt::ArrowCursor);
+    draw({10, 10}, {50, 50});
+    EXPECT_EQ(view.regionCount(), 1);
+
+    // In pointing mode a drag over empty picture draws nothing.
+    view.enablePointing();
+    draw({100, 100}, {150, 150});
+    EXPECT_EQ(view.regionCount(), 1);
+}
+
+TEST_F(Mouse, HoverShowsTheHandleUnderThePointer)
+{
+    view.enableSelection();
+    qRegionGraphicsRectItem *item = draw({50, 40}, {150, 100});
+    ASSERT_NE(item, nullptr);
+    view.enablePointing();
+    const QPoint tl = at(50, 40), br = at(150, 100);
+    const int midX = (tl.x() + br.x()) / 2, midY = (tl.y() + br.y()) / 2;
+    struct Probe
+    {
+        QPoint pos;
+        int handle;
+        Qt::CursorShape cursor;
+    };
+    const Probe probes[] = {
+        {{midX, tl.y()}, 1, Qt::SizeVerCursor},
+        {{midX, tl.y() + 2}, 1, Qt::SizeVerCursor},
+        {{midX, tl.y() + 3}, 9, Qt::SizeAllCursor}, // just below the 2-pixel band
+        {{br.x(), midY}, 2, Qt::SizeHorCursor},
+        {{br.x() - 2, midY}, 2, Qt::SizeHorCursor},
+        {{br.x() - 3, midY}, 9, Qt::SizeAllCursor},
+        {{midX, br.y() - 1}, 3, Qt::SizeVerCursor},
+        {{tl.x() + 1, midY}, 4, Qt::SizeHorCursor},
+        {{tl.x() + 1, tl.y() + 1}, 5, Qt::SizeFDiagCursor},
+        {{br.x() - 1, tl.y() + 1}, 6, Qt::SizeBDiagCursor},
+        {{tl.x() + 1, br.y() - 1}, 7, Qt::SizeBDiagCursor},
+        {{br.x() - 1, br.y() - 1}, 8, Qt::SizeFDiagCursor},
+        {{midX, midY}, 9, Qt::SizeAllCursor},
+    };
+    for (const Probe &p : probes) {
+        hover(view, p.pos);
+        EXPECT_EQ(item->handle(), p.handle) << p.pos.x() << "," << p.pos.y();
+        EXPECT_EQ(view.viewport()->cursor().shape(), p.cursor) << p.pos.x() << "," << p.pos.y();
+    }
+    hover(view, at(250, 30)); // off the region
+    EXPECT_EQ(view.viewport()->cursor().shape(), Qt::ArrowCursor);
+}
+
+TEST_F(Mouse, HitTestBands)
+{
+    const QPoint tl(10, 10), tr(50, 10), bl(10, 30), br(50, 30);
+    auto hit = [&](int x, int y) { return qRegionGraphicsRectItem::hitTest(tl, tr, bl, br, QPoint(x, y)); };
+    EXPECT_EQ(hit(10, 10), 5);
+    EXPECT_EQ(hit(12, 12), 5);
+    EXPECT_EQ(hit(13, 12), 1);
+    EXPECT_EQ(hit(50, 10), 6);
+    EXPECT_EQ(hit(48, 12), 6);
+    EXPECT_EQ(hit(10, 30), 7);
+    EXPECT_EQ(hit(50, 30), 8);
+    EXPECT_EQ(hit(30, 28), 3);
+    EXPECT_EQ(hit(30, 27), 9);
+    EXPECT_EQ(hit(47, 20), 9);
+    EXPECT_EQ(hit(48, 20), 2);
+    EXPECT_EQ(hit(12, 20), 4);
+    EXPECT_EQ(hit(13, 20), 9);
+}
+
+TEST_F(Mouse, ResizingByEachHandleMovesOnlyThatEdgeOrCorner)
+{
+    view.enableSelection();
+    qRegionGraphicsRectItem *item = draw({50, 40}, {150, 100});
+    view.enablePointing();
+    const QRectF start(50, 40, 100, 60);
+    struct Case
+    {
+        int handle;
+        QPoint grab;  // in scene units relative to the region
+        QPoint delta; // view pixels
+        QRectF expected;
+    };
+    // Grab points lie inside the 2-pixel bands; the edge jumps to the pointer.
+    const Case cases[] = {
+        {1, {50, 1}, {0, -20}, QRectF(QPointF(50, 21), QPointF(150, 100))},
+        {3, {50, 59}, {5, 15}, QRectF(QPointF(50, 40), QPointF(150, 114))},
+        {2, {99, 30}, {12, 3}, QRectF(QPointF(50, 40), QPointF(161, 100))},
+        {4, {1, 30}, {-9, 0}, QRectF(QPointF(42, 40), QPointF(150, 100))},
+        {5, {1, 1}, {-4, -6}, QRectF(QPointF(47, 35), QPointF(150, 100))},
+        {6, {99, 1}, {4, -6}, QRectF(QPointF(50, 35), QPointF(153, 100))},
+        {7, {1, 59}, {-4, 6}, QRectF(QPointF(47, 40), QPointF(150, 105))},
+        {8, {99, 59}, {4, 6}, QRectF(QPointF(50, 40), QPointF(153, 105))},
+        {9, {50, 30}, {15, 7}, QRectF(65, 47, 100, 60)},
+    };
+    for (const Case &c : cases) {
+        item->setRect(start);
+        const QPoint grab = at(start.x() + c.grab.x(), start.y() + c.grab.y());
+        hover(view, grab);
+        ASSERT_EQ(item->handle(), c.handle);
+        QSignalSpy resized(&view, &imageGraphicsView::regionResized);
+        press(view, grab);
+        EXPECT_EQ(view.grabbedRegion(), item);
+        EXPECT_EQ(item->savedRect(), start);
+        drag(view, grab + c.delta / 2);
+        drag(view, grab + c.delta);
+        EXPECT_EQ(item->rect(), c.expected) << "handle " << c.handle;
+        release(view, grab + c.delta);
+        EXPECT_EQ(view.grabbedRegion(), nullptr);
+        EXPECT_EQ(item->handle(), 0);
+        EXPECT_EQ(resized.count(), 1);
+        EXPECT_EQ(view.viewport()->cursor().shape(), Qt::ArrowCursor);
+    }
+
+    // Dragging the right edge past the left edge is not normalised.
+    item->setRect(start);
+    const QPoint grab = at(149, 70);
+    hover(view, grab);
+    press(view, grab);
+    drag(view, at(30, 70));
+    release(view, at(30, 70));
+    EXPECT_DOUBLE_EQ(item->rect().width(), -20.0);
+    EXPECT_DOUBLE_EQ(item->rect().left(), 50.0);
+}
+
+TEST_F(Mouse, SelectingByPointerAnnouncesAndStacks)
+{
+    view.enableSelection();
+    qRegionGraphicsRectItem *a = draw({20, 20}, {100, 100});
+    qRegionGraphicsRectItem *b = draw({60, 60}, {140, 140});
+    qRegionGraphicsRectItem *c = draw({200, 20}, {240, 60});
+    ASSERT_TRUE(a && b && c);
+    view.enablePointing();
+
+    QStringList order;
+    QObject::connect(&view, &imageGraphicsView::regionSelectionChanged,
+            [&](qRegionGraphicsRectItem *r) { order << QStringLiteral("selection:%1").arg(r ? r->index() : 0); });
+    QObject::connect(&view, &imageGraphicsView::regionResized,
+            [&](qRegionGraphicsRectItem *r) { order << QStringLiteral("resized:%1").arg(r ? r->index() : 0); });
+
+    // Region 1 is under region 2 where they overlap; pressing on its own
+    // part selects it and lifts it above region 2.
+    hover(view, at(40, 40));
+    press(view, at(40, 40));
+    EXPECT_TRUE(a->isSelected());
+    EXPECT_DOUBLE_EQ(a->zValue(), b->zValue() + 0.0001);
+    release(view, at(40, 40));
+    EXPECT_EQ(order, (QStringList{"selection:1", "resized:1", "selection:1"}));
+
+    // In the overlap the selected region wins over the one drawn on top.
+    order.clear();
+    c->setSelected(false);
+    hover(view, at(80, 80));
+    press(view, at(80, 80));
+    EXPECT_EQ(view.grabbedRegion(), a);
+    release(view, at(80, 80));
+
+    // Another region: the first is deselected.
+    hover(view, at(220, 40));
+    press(view, at(220, 40));
+    release(view, at(220, 40));
+    EXPECT_TRUE(c->isSelected());
+    EXPECT_FALSE(a->isSelected());
+    EXPECT_EQ(view.currentRegion(), c);
+    EXPECT_DOUBLE_EQ(c->zValue(), 0.0); // overlaps nothing
+
+    // Pressing on empty picture changes nothing.
+    order.clear();
+    press(view, at(280, 10));
+    EXPECT_TRUE(order.isEmpty());
+    release(view, at(280, 10));
+}
+
+TEST_F(Mouse, OutlineColourFollowsTheContentWhileDragging)
+{
+    view.enableSelection();
+    qRegionGraphicsRectItem *item = draw({20, 20}, {60, 60});
+    EXPECT_EQ(item->color(), QColor(Qt::red)); // gray
+    view.enablePointing();
+    const QPoint grab = at(40, 40);
+    hover(view, grab);
+    press(view, grab);
+    drag(view, grab + QPoint(210, 120)); // onto the blue block
+    EXPECT_EQ(item->rect(), QRectF(230, 140, 40, 40));
+    EXPECT_EQ(item->color(), QColor(Qt::yellow));
+    EXPECT_EQ(item->pen().color(), QColor(Qt::yellow));
+    drag(view, grab + QPoint(0, 10));
+    EXPECT_EQ(item->color(), QColor(Qt::red));
+    release(view, grab + QPoint(0, 10));
+}
+
+TEST_F(Mouse, DeletingTheSecondOfThreeAndRemovingAll)
+{
+    view.enableSelection();
+    view.setShowNumbers(true);
+    draw({10, 10}, {40, 40});
+    draw({60, 10}, {90, 40});
+    draw({110, 10}, {140, 40});
+    view.enablePointing();
+    hover(view, at(75, 25));
+    press(view, at(75, 25));
+    release(view, at(75, 25));
+    ASSERT_TRUE(view.region(1)->isSelected());
+
+    QSignalSpy deleted(&view, &imageGraphicsView::regionDeleted);
+    QSignalSpy selection(&view, &imageGraphicsView::regionSelectionChanged);
+    view.removeSelectedRegion();
+    ASSERT_EQ(view.regionCount(), 2);
+    EXPECT_EQ(view.region(0)->index(), 1);
+    EXPECT_EQ(view.region(1)->index(), 3);
+    EXPECT_EQ(deleted.count(), 1);
+    ASSERT_EQ(selection.count(), 1);
+    EXPECT_EQ(selection.at(0).at(0).value<qRegionGraphicsRectItem *>(), view.region(1));
+
+    // The next drawn region is numbered by the count, so 3 appears twice.
+    view.enableSelection();
+    draw({160, 10}, {190, 40});
+    EXPECT_EQ(view.region(2)->index(), 3);
+
+    view.removeAllRegions();
+    EXPECT_EQ(view.regionCount(), 0);
+    EXPECT_EQ(view.currentRegion(), nullptr);
+    EXPECT_EQ(selection.count(), 2);
+    EXPECT_EQ(selection.at(1).at(0).value<qRegionGraphicsRectItem *>(), nullptr);
+    // The pointer over where regions were finds nothing.
+    view.enablePointing();
+    hover(view, at(25, 25));
+    EXPECT_EQ(view.viewport()->cursor().shape(), Qt::ArrowCursor);
+}
+
+TEST_F(Mouse, WheelAndZoomSlots)
+{
+    const double base = view.transform().m11();
+    wheel(view, 240);
+    EXPECT_DOUBLE_EQ(view.transform().m11(), base * 0.25);
+    wheel(view, -120);
+    EXPECT_DOUBLE_EQ(view.transform().m11(), base * 0.5);
+    wheel(view, -360);
+    EXPECT_DOUBLE_EQ(view.transform().m11(), base * 3.0);
+    view.zoomIn();
+    EXPECT_DOUBLE_EQ(view.transform().m11(), base * 6.0);
+    view.zoomOut();
+    view.zoomOut();
+    EXPECT_DOUBLE_EQ(view.transform().m11(), base * 1.5);
+    view.fitView();
+    // 300 x 200 picture in the viewport, aspect kept.
+    const QRectF shown = view.mapFromScene(view.pictureItem()->boundingRect()).boundingRect();
+    EXPECT_LE(shown.width(), view.viewport()->width() + 1);
+    EXPECT_LE(shown.height(), view.viewport()->height() + 1);
+    EXPECT_NEAR(view.transform().m11(), view.transform().m22(), 1e-12);
+}
+
+TEST_F(Mouse, DebugLines)
+{
+    QLoggingCategory::setFilterRules("kestro.view.debug=true");
+    static QStringList lines;
+    lines.clear();
+    QtMessageHandler previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &m) {
+        lines << m;
+    });
+    view.enableSelection();
+    draw({10, 10}, {40, 40});
+    view.enablePointing();
+    draw({200, 20}, {220, 30});
+    view.selectRegion(view.region(0));
+    qInstallMessageHandler(previous);
+    QLoggingCategory::setFilterRules("kestro.view.debug=false");
+
+    auto has = [](const char *start) {
+        for (const QString &l : lines)
+            if (l.startsWith(QLatin1String(start)))
+                return true;
+        return false;
+    };
+    EXPECT_TRUE(has("Mouse move    false"));
+    EXPECT_TRUE(has("Mouse move    true"));
+    EXPECT_TRUE(has("Done with region drawing"));
+    EXPECT_TRUE(has("Total regions count  1  : current region view   QRectF(10,10 30x30)  visible   true  : z Height  0.01"));
+    EXPECT_TRUE(has("old Z : "));
+    EXPECT_TRUE(has("new Z : "));
+    EXPECT_TRUE(has(" QEvent == "));
+}
+
+TEST_F(Mouse, FitViewRecoversFromASubNotchWheelStep)
+{
+    // A wheel delta below one notch scales by an infinite factor; fitting
+    // the picture brings the view back.
+    view.enableSelection();
+    draw({10, 10}, {40, 40});
+    wheel(view, 60);
+    EXPECT_TRUE(qIsInf(view.transform().m11()));
+    view.grab(); // paints without crashing
+    view.fitView();
+    EXPECT_TRUE(qIsFinite(view.transform().m11()));
+    EXPECT_GT(view.transform().m11(), 0.0);
+    view.enablePointing();
+    const QPoint p = view.mapFromScene(QPointF(25, 25));
+    hover(view, p);
+    press(view, p);
+    release(view, p);
+    EXPECT_EQ(view.currentRegion(), view.region(0));
+}
+
+TEST_F(Mouse, NumberedRegionsPaintTheirLabels)
+{
+    // Regions drawn with numbers on and off; the label is filled in the
+    // outline colour near the bottom-left corner.
+    view.enableSelection();
+    view.setShowNumbers(true);
+    draw({20, 20}, {80, 80});
+    draw({100, 20}, {160, 80});
+    view.setShowNumbers(false);
+    draw({20, 100}, {80, 160});
+    draw({210, 130}, {280, 185}); // on the blue block: yellow outline and label
+    view.setShowNumbers(true);
+    draw({100, 100}, {160, 160});
+    QTest::qWait(50);
+    const QImage shot = view.grab().toImage().convertToFormat(QImage::Format_RGB32);
+    const QString out = qEnvironmentVariable("KESTRO_SCREENSHOT");
+    if (!out.isEmpty())
+        shot.save(out);
+    // Red pixels in the label area (bottom-left quarter) of a region.
+    auto labelPixels = [&](const QRectF &r) {
+        const QRect area = view.mapFromScene(QRectF(r.left() + 3, r.center().y(), r.width() / 2, r.height() / 2 - 3))
+                               .boundingRect();
+        int count = 0;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x)
+                if (shot.pixel(x, y) == qRgb(255, 0, 0))
+                    ++count;
+        return count;
+    };
+    EXPECT_GT(labelPixels(view.region(0)->rect()), 20);
+    EXPECT_GT(labelPixels(view.region(1)->rect()), 20);
+    EXPECT_EQ(labelPixels(view.region(2)->rect()), 0);
+    EXPECT_GT(labelPixels(view.region(4)->rect()), 20);
+    EXPECT_EQ(view.region(3)->color(), QColor(Qt::yellow));
+}
