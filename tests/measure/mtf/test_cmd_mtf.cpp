@@ -29,7 +29,7 @@ QJsonObject parse(const ProcessResult &r)
 
 QString edgeFile(const QTemporaryDir &dir)
 {
-    EdgeSpec s;
+    EdgeParams s;
     s.width = 100;
     s.height = 120;
     s.angleDegrees = 5;

@@ -14,7 +14,7 @@
 TEST(MtfThread, RunsEveryRegionOnItsThreadAndReportsProgress)
 {
     QTemporaryDir dir;
-    kestro::test::EdgeSpec s;
+    kestro::test::EdgeParams s;
     s.width = 100;
     s.height = 120;
     s.angleDegrees = 4;

@@ -166,7 +166,7 @@ TEST_F(RegionMtf, OvershootsDistancesAndTexts)
 TEST(RegionMtfLibrary, RealEdgeThroughTheLibrary)
 {
     QTemporaryDir dir;
-    kestro::test::EdgeSpec s;
+    kestro::test::EdgeParams s;
     s.angleDegrees = 5;
     s.sigma[0] = 0.7;
     const QString path = dir.filePath("edge.png");

@@ -16,7 +16,7 @@
 
 namespace kestro::test {
 
-struct EdgeSpec
+struct EdgeParams
 {
     int width = 128;
     int height = 200;
@@ -109,35 +109,35 @@ inline std::vector<double> edgeCoverage(int width, int height, double angleDegre
     return out;
 }
 
-inline QImage makeEdgeImage(const EdgeSpec &spec)
+inline QImage makeEdgeImage(const EdgeParams &params)
 {
-    const int w = spec.horizontal ? spec.height : spec.width;
-    const int h = spec.horizontal ? spec.width : spec.height;
-    const int channels = spec.colour ? 3 : 1;
+    const int w = params.horizontal ? params.height : params.width;
+    const int h = params.horizontal ? params.width : params.height;
+    const int channels = params.colour ? 3 : 1;
     std::vector<double> cover[3];
     for (int ch = 0; ch < channels; ++ch)
-        cover[ch] = edgeCoverage(spec.width, spec.height, spec.angleDegrees, spec.sigma[ch], spec.offset,
-                                 spec.bow);
-    std::mt19937 rng(spec.seed);
+        cover[ch] = edgeCoverage(params.width, params.height, params.angleDegrees, params.sigma[ch], params.offset,
+                                 params.bow);
+    std::mt19937 rng(params.seed);
     std::normal_distribution<double> gauss(0.0, 1.0);
-    QImage image(w, h, spec.colour ? QImage::Format_RGB32 : QImage::Format_Grayscale8);
+    QImage image(w, h, params.colour ? QImage::Format_RGB32 : QImage::Format_Grayscale8);
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x) {
             // Generated as a vertical edge at (i, j); transposed on request.
-            const int i = spec.horizontal ? y : x;
-            const int j = spec.horizontal ? x : y;
+            const int i = params.horizontal ? y : x;
+            const int j = params.horizontal ? x : y;
             int v[3];
             for (int ch = 0; ch < channels; ++ch) {
-                double t = cover[ch][static_cast<std::size_t>(j) * spec.width + i];
-                if (!spec.darkLeft)
+                double t = cover[ch][static_cast<std::size_t>(j) * params.width + i];
+                if (!params.darkLeft)
                     t = 1 - t;
-                const double linear = spec.dark + (spec.light - spec.dark) * t;
-                double dn = 255 * std::pow(linear, spec.encodeGamma);
-                if (spec.noise > 0)
-                    dn += spec.noise * gauss(rng);
+                const double linear = params.dark + (params.light - params.dark) * t;
+                double dn = 255 * std::pow(linear, params.encodeGamma);
+                if (params.noise > 0)
+                    dn += params.noise * gauss(rng);
                 v[ch] = std::clamp(static_cast<int>(std::lround(dn)), 0, 255);
             }
-            if (spec.colour)
+            if (params.colour)
                 reinterpret_cast<QRgb *>(image.scanLine(y))[x] = qRgb(v[0], v[1], v[2]);
             else
                 image.scanLine(y)[x] = static_cast<uchar>(v[0]);

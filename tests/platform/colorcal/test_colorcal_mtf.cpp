@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-using kestro::test::EdgeSpec;
+using kestro::test::EdgeParams;
 using kestro::test::makeEdgeImage;
 using kestro::test::trueCrossing;
 
@@ -48,7 +48,7 @@ struct Call
 TEST(ColorcalMtf, ColourFileGivesCurvesInTheLibraryOrder)
 {
     QTemporaryDir dir;
-    EdgeSpec s;
+    EdgeParams s;
     s.colour = true;
     s.sigma[0] = 0.6;
     s.sigma[1] = 1.0;
@@ -95,7 +95,7 @@ TEST(ColorcalMtf, FailuresComeBackAsTexts)
     EXPECT_EQ(c.count, 0u);
 
     // A truncated PNG.
-    EdgeSpec s;
+    EdgeParams s;
     const QString good = dir.filePath("good.png");
     ASSERT_TRUE(makeEdgeImage(s).save(good));
     QFile f(good);
@@ -133,7 +133,7 @@ TEST(ColorcalMtf, CacheFollowsTheFileOnDisk)
 {
     QTemporaryDir dir;
     const QString path = dir.filePath("edge.png");
-    EdgeSpec s;
+    EdgeParams s;
     s.sigma[0] = 0.6;
     ASSERT_TRUE(makeEdgeImage(s).save(path));
     kestro::colorcal::clearImageCache();
@@ -167,7 +167,7 @@ TEST(ColorcalMtf, CacheFollowsTheFileOnDisk)
 TEST(ColorcalMtf, ConcurrentCallsOnOneFileAgree)
 {
     QTemporaryDir dir;
-    EdgeSpec s;
+    EdgeParams s;
     s.noise = 1;
     const QString path = dir.filePath("edge.png");
     ASSERT_TRUE(makeEdgeImage(s).save(path));

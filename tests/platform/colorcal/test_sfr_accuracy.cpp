@@ -12,7 +12,7 @@
 #include <cstdio>
 #include <vector>
 
-using kestro::test::EdgeSpec;
+using kestro::test::EdgeParams;
 using kestro::test::makeEdgeImage;
 using kestro::test::trueCrossing;
 
@@ -25,21 +25,21 @@ struct Sample
     bool low;
 };
 
-double measureMtf50(const EdgeSpec &spec, int channel = kestro::sfr::Gray, double gamma = 1.0,
+double measureMtf50(const EdgeParams &params, int channel = kestro::sfr::Gray, double gamma = 1.0,
                     kestro::sfr::Result *out = nullptr)
 {
-    const QImage image = makeEdgeImage(spec);
+    const QImage image = makeEdgeImage(params);
     kestro::sfr::Result r;
     kestro::sfr::measureImageRegion(image, image.rect(), gamma, r);
-    EXPECT_EQ(r.error, "") << spec.angleDegrees << " " << spec.sigma[0];
+    EXPECT_EQ(r.error, "") << params.angleDegrees << " " << params.sigma[0];
     if (out)
         *out = r;
     return r.error.empty() ? r.mtf50[channel] : std::nan("");
 }
 
-EdgeSpec gridSpec(double angle, double sigma, bool low, double noise, unsigned seed)
+EdgeParams gridParams(double angle, double sigma, bool low, double noise, unsigned seed)
 {
-    EdgeSpec s;
+    EdgeParams s;
     s.angleDegrees = angle;
     s.sigma[0] = s.sigma[1] = s.sigma[2] = sigma;
     s.height = 200;
@@ -75,9 +75,9 @@ TEST(SfrAccuracy, Mtf50OverAnglesBlursContrastsAndNoise)
         for (bool low : {false, true})
             for (double angle : angles)
                 for (double sigma : sigmas) {
-                    const EdgeSpec spec = gridSpec(angle, sigma, low, noise, seed++ % 7 + 1);
+                    const EdgeParams params = gridParams(angle, sigma, low, noise, seed++ % 7 + 1);
                     const double truth = trueCrossing(sigma, angle, 0.5);
-                    const double got = measureMtf50(spec);
+                    const double got = measureMtf50(params);
                     samples.push_back({got / truth - 1, angle, sigma, noise, low});
                     if (qEnvironmentVariableIsSet("SFR_VERBOSE") && std::fabs(got / truth - 1) > 0.004)
                         std::printf("    angle %.1f sigma %.2f noise %.0f %s: %+.3f %%\n", angle, sigma,

@@ -11,7 +11,7 @@
 #include <cmath>
 
 using namespace kestro;
-using kestro::test::EdgeSpec;
+using kestro::test::EdgeParams;
 using kestro::test::makeEdgeImage;
 using kestro::test::trueCrossing;
 using kestro::test::trueMtf;
@@ -25,9 +25,9 @@ sfr::Result measure(const QImage &image, double gamma = 1.0, QRect rect = QRect(
     return r;
 }
 
-EdgeSpec spec(double angle, double sigma)
+EdgeParams params(double angle, double sigma)
 {
-    EdgeSpec s;
+    EdgeParams s;
     s.angleDegrees = angle;
     s.sigma[0] = s.sigma[1] = s.sigma[2] = sigma;
     s.width = 120;
@@ -49,7 +49,7 @@ TEST(SfrVariants, OrientationAndPolarityGiveTheSameResult)
             const double truth = trueCrossing(sigma, angle, 0.5);
             for (bool horizontal : {false, true}) {
                 for (bool darkLeft : {true, false}) {
-                    EdgeSpec s = spec(angle, sigma);
+                    EdgeParams s = params(angle, sigma);
                     s.horizontal = horizontal;
                     s.darkLeft = darkLeft;
                     const sfr::Result r = measure(makeEdgeImage(s));
@@ -69,7 +69,7 @@ TEST(SfrVariants, OrientationAndPolarityGiveTheSameResult)
 TEST(SfrVariants, CurveFollowsTheTrueMtfAndTheAxisIsAlongTheNormal)
 {
     const double angle = 9, sigma = 0.8;
-    const sfr::Result r = measure(makeEdgeImage(spec(angle, sigma)));
+    const sfr::Result r = measure(makeEdgeImage(params(angle, sigma)));
     ASSERT_EQ(r.error, "");
     ASSERT_GT(r.frequencies.size(), 20u);
     ASSERT_LE(r.frequencies.size(), 1000u);
@@ -91,7 +91,7 @@ TEST(SfrVariants, CurveFollowsTheTrueMtfAndTheAxisIsAlongTheNormal)
 TEST(SfrVariants, GammaEncodedImagesAreLinearised)
 {
     for (double sigma : {0.6, 1.5}) {
-        EdgeSpec s = spec(5, sigma);
+        EdgeParams s = params(5, sigma);
         s.encodeGamma = 0.45;
         s.dark = 0.04;
         s.light = 0.7;
@@ -110,7 +110,7 @@ TEST(SfrVariants, GammaEncodedImagesAreLinearised)
 
 TEST(SfrVariants, ColourChannelsCarryTheirOwnBlur)
 {
-    EdgeSpec s = spec(6, 1);
+    EdgeParams s = params(6, 1);
     s.colour = true;
     s.sigma[0] = 0.6;
     s.sigma[1] = 1.0;
@@ -127,7 +127,7 @@ TEST(SfrVariants, ColourChannelsCarryTheirOwnBlur)
 
 TEST(SfrVariants, EdgeOffCentreAndSmallRegionStillMeasure)
 {
-    EdgeSpec s = spec(4, 0.9);
+    EdgeParams s = params(4, 0.9);
     s.offset = -25;
     s.width = 100;
     s.height = 60;
@@ -140,7 +140,7 @@ TEST(SfrVariants, CurvedEdgeIsFittedWithAPolynomial)
 {
     // A gently bowed edge, as barrel distortion leaves it near the frame's
     // border: 2 px of bow over 200 rows.
-    EdgeSpec s = spec(5, 0.8);
+    EdgeParams s = params(5, 0.8);
     s.height = 200;
     s.width = 140;
     s.bow = 2;
@@ -155,31 +155,31 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
     flat.fill(128);
     EXPECT_NE(measure(flat).error.find("too faint"), std::string::npos);
 
-    EdgeSpec faint = spec(5, 1);
+    EdgeParams faint = params(5, 1);
     faint.dark = 0.50;
     faint.light = 0.52;
     EXPECT_NE(measure(makeEdgeImage(faint)).error.find("too faint"), std::string::npos);
 
-    EdgeSpec clipped = spec(5, 1);
+    EdgeParams clipped = params(5, 1);
     clipped.dark = 0;
     clipped.light = 1.2;
     EXPECT_NE(measure(makeEdgeImage(clipped)).error.find("clipped"), std::string::npos);
 
-    EXPECT_NE(measure(makeEdgeImage(spec(0.3, 1))).error.find("too close to 0"), std::string::npos);
+    EXPECT_NE(measure(makeEdgeImage(params(0.3, 1))).error.find("too close to 0"), std::string::npos);
 
-    EdgeSpec steep = spec(44, 1);
+    EdgeParams steep = params(44, 1);
     steep.width = 200;
     steep.height = 200;
     EXPECT_NE(measure(makeEdgeImage(steep)).error.find("45 degrees"), std::string::npos);
 
-    EdgeSpec wide = spec(5, 10);
+    EdgeParams wide = params(5, 10);
     wide.width = 60;
     EXPECT_NE(measure(makeEdgeImage(wide)).error.find("too wide"), std::string::npos);
 
     // A step up and, 30 pixels on, a step down.
-    EdgeSpec up = spec(5, 0.8);
+    EdgeParams up = params(5, 0.8);
     up.offset = -15;
-    EdgeSpec down = spec(5, 0.8);
+    EdgeParams down = params(5, 0.8);
     down.offset = 15;
     down.darkLeft = false;
     QImage twoEdges = makeEdgeImage(up);
@@ -189,7 +189,7 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
             twoEdges.scanLine(y)[x] = second.constScanLine(y)[x];
     EXPECT_NE(measure(twoEdges).error.find("more than one edge"), std::string::npos) << measure(twoEdges).error;
 
-    const QImage ok = makeEdgeImage(spec(5, 1));
+    const QImage ok = makeEdgeImage(params(5, 1));
     EXPECT_NE(measure(ok, 1.0, QRect(0, 0, 120, 30)).error.find("too short"), std::string::npos);
     EXPECT_NE(measure(ok, 1.0, QRect(50, 0, 80, 160)).error.find("inside the image"), std::string::npos);
     EXPECT_NE(measure(ok, 1.0, QRect(-1, 0, 80, 160)).error.find("inside the image"), std::string::npos);
