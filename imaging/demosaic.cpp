@@ -228,6 +228,14 @@ int bayerPositionClass(int bayerOrder, int x, int y)
     return kClassMap[bayerOrder][(x & 1) + 2 * (y & 1)];
 }
 
+int quantiseChannel(int n, int range)
+{
+    if (range < 1)
+        return 0;
+    const Quantiser q{255.0f / static_cast<float>(range), range, 2 * range};
+    return static_cast<int>(q(n));
+}
+
 QImage demosaicToImage(const std::int16_t *samples, int width, int height, int bits, unsigned black,
                        int bayerOrder, int threads)
 {

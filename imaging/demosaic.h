@@ -25,6 +25,10 @@ int bayerPositionClass(int bayerOrder, int x, int y);
 // Returns a null image when the mosaic is smaller than 6 x 6 after cutting,
 // bits are outside 1..16, the black level is at or above full scale, or the
 // picture cannot be allocated. `threads` <= 0 uses every core.
+// The channel quantisation of demosaicToImage: floor(clamp(n / range, 0, 1) *
+// 255 + 1/2), exact for range in 1..16 * 65535.
+int quantiseChannel(int n, int range);
+
 QImage demosaicToImage(const std::int16_t *samples, int width, int height, int bits, unsigned black,
                        int bayerOrder, int threads = 0);
 

@@ -168,6 +168,23 @@ TEST(Demosaic, FlatFieldsAndDepths)
     }
 }
 
+TEST(Demosaic, QuantisationIsExactForEveryRange)
+{
+    // Every level of every depth's range (16 * (full scale - black)) for a
+    // spread of black levels: floor(255 n / D + 1/2), ties rounded up.
+    for (int bits = 1; bits <= 16; ++bits) {
+        const int full = (1 << bits) - 1;
+        for (int black = 0; black < full; black += 1 + full / 7) {
+            const long long d = 16LL * (full - black);
+            for (long long n = -3; n <= d + 3; ++n) {
+                const long long clamped = std::min(std::max(n, 0LL), d);
+                ASSERT_EQ(quantiseChannel(static_cast<int>(n), static_cast<int>(d)), (510 * clamped + d) / (2 * d))
+                    << "n " << n << " range " << d;
+            }
+        }
+    }
+}
+
 TEST(Demosaic, RefusesWhatCannotBeDemosaiced)
 {
     std::vector<std::int16_t> samples(64, 100);
