@@ -42,14 +42,14 @@ void UniformityData::setGrid(std::vector<double> values, int cols, int rows)
     }
     double minimum = m_grid.front();
     double maximum = m_grid.front();
-    ExactSum sum;
     for (double v : m_grid) {
         if (v < minimum)
             minimum = v;
         if (v > maximum)
             maximum = v;
-        sum.add(v);
     }
+    GridSum sum;
+    sum.add(m_grid.data(), m_grid.size());
     m_minimum = minimum;
     m_maximum = maximum;
     m_sum = sum.value();
@@ -136,12 +136,9 @@ double UniformityData::averageLocked(int x0, int y0, int x1, int y1) const
 {
     if (x0 < 0 || y0 < 0 || x1 > m_cols || y1 > m_rows || x0 >= x1 || y0 >= y1)
         return kNaN;
-    ExactSum sum;
-    for (int x = x0; x < x1; ++x) {
-        const double *column = m_grid.data() + static_cast<std::size_t>(x) * m_rows;
-        for (int y = y0; y < y1; ++y)
-            sum.add(column[y]);
-    }
+    GridSum sum;
+    for (int x = x0; x < x1; ++x)
+        sum.add(m_grid.data() + static_cast<std::size_t>(x) * m_rows + y0, static_cast<std::size_t>(y1 - y0));
     const double count = static_cast<double>(x1 - x0) * static_cast<double>(y1 - y0);
     return sum.value() / count;
 }

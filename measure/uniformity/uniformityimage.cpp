@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <thread>
 
 namespace kestro {
@@ -46,96 +47,31 @@ int UniformityImage::zoneStart(int k, int n, int length)
 
 namespace {
 
-// Luminance weights of the channel plane. The products are tabulated; each
-// entry is the same double as the product computed at run time.
-struct LumaTables
+// Luminance 0.587 G + 0.299 R + 0.114 B with the weights taken as the exact
+// decimals: (587 G + 299 R + 114 B) / 1000, rounded once.
+inline double lumaOfPixel(std::uint32_t p)
 {
-    double r[256];
-    double g[256];
-    double b[256];
-    LumaTables()
-    {
-        for (int v = 0; v < 256; ++v) {
-            const double d = v;
-            g[v] = 0.587 * d;
-            r[v] = 0.299 * d;
-            b[v] = 0.114 * d;
-        }
-    }
-};
-const LumaTables kLuma;
-
-inline double lumaOf(std::uint32_t p)
-{
-    return (kLuma.g[(p >> 8) & 0xFF] + kLuma.r[(p >> 16) & 0xFF]) + kLuma.b[p & 0xFF];
+    const std::uint32_t weighted = 587 * ((p >> 8) & 0xFF) + 299 * ((p >> 16) & 0xFF) + 114 * (p & 0xFF);
+    return weighted / 1000.0;
 }
 
-// Exact sums of luminance values. Every luminance value is 0 or at least
-// 0.114 > 2^-4 and below 256, so it is a multiple of 2^-56. Rounding it to a
-// multiple of 2^-20 (by adding and subtracting 1.5 * 2^32) splits it exactly
-// into a high part (multiple of 2^-20, below 2^8) and a low part (multiple of
-// 2^-56, magnitude at most 2^-21). Over a chunk of at most 2^16 pixels both
-// partial sums stay exact in doubles (44 and 51 significant bits); they are
-// then carried as integers in units of 2^-20 and 2^-56.
-constexpr double kSplitMagic = 6442450944.0; // 1.5 * 2^32
-constexpr int kChunk = 65536;
-constexpr double kTwo20 = 1048576.0;
-constexpr double kTwo56 = 72057594037927936.0;
+// Rows summed in 16-bit lanes before they are flushed (255 * 256 < 2^16).
+constexpr int kMaxPending = 256;
+// Columns are taken in strips so that a strip's accumulators stay in the
+// first-level cache while its rows go by.
+constexpr int kStrip = 512;
 
-struct SegmentSums
+// Adds N rows' bytes to 16-bit column accumulators (4 lanes per pixel) in
+// one pass over the accumulators; rows are `stride` bytes apart.
+template <int N>
+__attribute__((target_clones("avx2", "default"))) void addRowsBytes(const std::uint8_t *src, std::size_t stride,
+                                                                    std::uint16_t *acc, int count)
 {
-    std::uint64_t r = 0;
-    std::uint64_t g = 0;
-    std::uint64_t b = 0;
-    std::int64_t yHigh = 0; // units of 2^-20
-    std::int64_t yLow = 0;  // units of 2^-56
-};
-
-inline void splitLuma(std::uint32_t p, double &high, double &low)
-{
-    const double y = lumaOf(p);
-    const double h = (y + kSplitMagic) - kSplitMagic;
-    high += h;
-    low += y - h;
-}
-
-template <bool WithLuma>
-void sumSegment(const std::uint32_t *p, int n, SegmentSums &s)
-{
-    while (n > 0) {
-        const int m = std::min(n, kChunk);
-        std::uint32_t r = 0, g = 0, b = 0;
-        double h0 = 0, h1 = 0, h2 = 0, h3 = 0, l0 = 0, l1 = 0, l2 = 0, l3 = 0;
-        int i = 0;
-        for (; i + 4 <= m; i += 4) {
-            const std::uint32_t p0 = p[i], p1 = p[i + 1], p2 = p[i + 2], p3 = p[i + 3];
-            r += ((p0 >> 16) & 0xFF) + ((p1 >> 16) & 0xFF) + ((p2 >> 16) & 0xFF) + ((p3 >> 16) & 0xFF);
-            g += ((p0 >> 8) & 0xFF) + ((p1 >> 8) & 0xFF) + ((p2 >> 8) & 0xFF) + ((p3 >> 8) & 0xFF);
-            b += (p0 & 0xFF) + (p1 & 0xFF) + (p2 & 0xFF) + (p3 & 0xFF);
-            if (WithLuma) {
-                splitLuma(p0, h0, l0);
-                splitLuma(p1, h1, l1);
-                splitLuma(p2, h2, l2);
-                splitLuma(p3, h3, l3);
-            }
-        }
-        for (; i < m; ++i) {
-            const std::uint32_t q = p[i];
-            r += (q >> 16) & 0xFF;
-            g += (q >> 8) & 0xFF;
-            b += q & 0xFF;
-            if (WithLuma)
-                splitLuma(q, h0, l0);
-        }
-        s.r += r;
-        s.g += g;
-        s.b += b;
-        if (WithLuma) {
-            s.yHigh += std::llrint(((h0 + h1) + (h2 + h3)) * kTwo20);
-            s.yLow += std::llrint(((l0 + l1) + (l2 + l3)) * kTwo56);
-        }
-        p += m;
-        n -= m;
+    for (int i = 0; i < count; ++i) {
+        unsigned sum = 0;
+        for (int k = 0; k < N; ++k)
+            sum += src[k * stride + i];
+        acc[i] = static_cast<std::uint16_t>(acc[i] + sum);
     }
 }
 
@@ -148,11 +84,11 @@ struct PassSetup
     int size = 0; // subsample size; 0 without grids
     int cols = 0;
     int rows = 0;
-    bool luma = false;
     double *out[4] = {nullptr, nullptr, nullptr, nullptr};
     int zoneRows = 0;
     int zoneCols = 0;
     std::vector<int> zoneX;   // zoneCols + 1 column starts
+    std::vector<int> zoneY;   // zoneRows + 1 row starts
     std::vector<int> rowZone; // zone row of every pixel row
 };
 
@@ -161,57 +97,170 @@ struct ZoneSums
     std::vector<std::uint64_t> r, g, b;
 };
 
-// Pixel rows [y0, y1); block rows that start in it are completed in it.
+typedef std::uint32_t U32x4 __attribute__((vector_size(16)));
+typedef std::uint16_t U16x4 __attribute__((vector_size(8)));
+
+// Adds the B, G, R lanes of columns [x0, x1) to b, g, r.
+inline void addColumns(const std::uint16_t *lanes, int x0, int x1, std::uint64_t &r, std::uint64_t &g,
+                       std::uint64_t &b)
+{
+    while (x0 < x1) {
+        // A lane holds at most 65280, so 65536 of them fit 32 bits.
+        const int end = std::min(x1, x0 + 65536);
+        U32x4 sum = {0, 0, 0, 0};
+        for (int x = x0; x < end; ++x) {
+            U16x4 v;
+            std::memcpy(&v, lanes + 4 * static_cast<std::ptrdiff_t>(x), sizeof v);
+            sum += __builtin_convertvector(v, U32x4);
+        }
+        b += sum[0];
+        g += sum[1];
+        r += sum[2];
+        x0 = end;
+    }
+}
+
+// Adds a group's column sums to the zone row's column sums.
+__attribute__((target_clones("avx2", "default"))) void addLanes(const std::uint16_t *from, std::uint32_t *to,
+                                                                int count)
+{
+    for (int i = 0; i < count; ++i)
+        to[i] += from[i];
+}
+
+// Pixel rows [y0, y1), which start on a block row. Rows are summed down the
+// columns in groups that end with a block row, a zone row or kMaxPending
+// rows, and each group is then added to its blocks and zones.
 void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
 {
     const int s = setup.size;
+    const int w = setup.width;
     const int gridHeight = setup.rows * s;
-    std::vector<SegmentSums> block(setup.size > 0 ? setup.cols : 0);
     const std::size_t zoneCount = static_cast<std::size_t>(setup.zoneRows) * setup.zoneCols;
     zones.r.assign(zoneCount, 0);
     zones.g.assign(zoneCount, 0);
     zones.b.assign(zoneCount, 0);
 
-    for (int y = y0; y < y1; ++y) {
-        const auto *row = reinterpret_cast<const std::uint32_t *>(setup.bits + setup.stride * y);
-        if (s > 0 && y < gridHeight) {
+    std::vector<std::uint16_t> lanes(static_cast<std::size_t>(w) * 4, 0);
+    std::vector<std::uint32_t> zoneLanes(zoneCount > 0 ? static_cast<std::size_t>(w) * 4 : 0, 0);
+    // Block sums of the current block row; whole numbers below 2^53, so
+    // exact in doubles.
+    const std::size_t blockCount = s > 0 ? static_cast<std::size_t>(setup.cols) : 0;
+    std::vector<double> blockR(blockCount, 0.0), blockG(blockCount, 0.0), blockB(blockCount, 0.0);
+    const double area = static_cast<double>(s) * s;
+    const double lumaScale = 1000.0 * area;
+    constexpr int kTileRows = 8;
+    std::array<std::vector<double>, 4> tile;
+    for (auto &t : tile)
+        t.resize(s > 0 ? static_cast<std::size_t>(setup.cols) * kTileRows : 0);
+    int tileStart = 0;
+    int tileRows = 0;
+    auto flushTile = [&] {
+        for (int c = 0; c < 4 && tileRows > 0; ++c) {
+            if (!setup.out[c])
+                continue;
             for (int bx = 0; bx < setup.cols; ++bx) {
-                if (setup.luma)
-                    sumSegment<true>(row + static_cast<std::size_t>(bx) * s, s, block[bx]);
-                else
-                    sumSegment<false>(row + static_cast<std::size_t>(bx) * s, s, block[bx]);
-            }
-            if (y % s == s - 1) {
-                const int by = y / s;
-                for (int bx = 0; bx < setup.cols; ++bx) {
-                    SegmentSums &sums = block[bx];
-                    const std::size_t index = static_cast<std::size_t>(bx) * setup.rows + by;
-                    if (setup.out[0]) {
-                        const __int128 total = (static_cast<__int128>(sums.yHigh) << 36) + sums.yLow;
-                        const double sum = std::ldexp(static_cast<double>(total), -56);
-                        setup.out[0][index] = sum / s / s;
-                    }
-                    if (setup.out[1])
-                        setup.out[1][index] = static_cast<double>(sums.r) / s / s;
-                    if (setup.out[2])
-                        setup.out[2][index] = static_cast<double>(sums.g) / s / s;
-                    if (setup.out[3])
-                        setup.out[3][index] = static_cast<double>(sums.b) / s / s;
-                    sums = SegmentSums();
-                }
+                double *to = setup.out[c] + static_cast<std::size_t>(bx) * setup.rows + tileStart;
+                const double *from = tile[c].data() + bx;
+                for (int j = 0; j < tileRows; ++j)
+                    to[j] = from[static_cast<std::size_t>(j) * setup.cols];
             }
         }
-        if (zoneCount > 0) {
-            const std::size_t base = static_cast<std::size_t>(setup.rowZone[y]) * setup.zoneCols;
-            for (int zc = 0; zc < setup.zoneCols; ++zc) {
-                SegmentSums sums;
-                sumSegment<false>(row + setup.zoneX[zc], setup.zoneX[zc + 1] - setup.zoneX[zc], sums);
-                zones.r[base + zc] += sums.r;
-                zones.g[base + zc] += sums.g;
-                zones.b[base + zc] += sums.b;
+        tileRows = 0;
+    };
+
+    for (int first = y0; first < y1;) {
+        const bool inGrid = s > 0 && first < gridHeight;
+        const bool inZones = zoneCount > 0;
+        if (!inGrid && !inZones)
+            break;
+        int end = std::min(y1, first + kMaxPending);
+        if (inGrid)
+            end = std::min(end, (first / s + 1) * s);
+        if (inZones)
+            end = std::min(end, setup.zoneY[setup.rowZone[first] + 1]);
+        // Only the columns that something uses.
+        const int used = inZones ? w : setup.cols * s;
+        for (int x0 = 0; x0 < used; x0 += kStrip) {
+            const int n = std::min(kStrip, used - x0);
+            const std::uint8_t *column = setup.bits + 4 * static_cast<std::size_t>(x0);
+            std::uint16_t *acc = lanes.data() + 4 * static_cast<std::size_t>(x0);
+            int y = first;
+            for (; y + 8 <= end; y += 8)
+                addRowsBytes<8>(column + setup.stride * y, setup.stride, acc, 4 * n);
+            if (y + 4 <= end) {
+                addRowsBytes<4>(column + setup.stride * y, setup.stride, acc, 4 * n);
+                y += 4;
             }
+            if (y + 2 <= end) {
+                addRowsBytes<2>(column + setup.stride * y, setup.stride, acc, 4 * n);
+                y += 2;
+            }
+            if (y < end)
+                addRowsBytes<1>(column + setup.stride * y, setup.stride, acc, 4 * n);
+        }
+        const int last = end - 1;
+        first = end;
+
+        if (inGrid) {
+            for (int bx = 0; bx < setup.cols; ++bx) {
+                std::uint64_t r = 0, g = 0, b = 0;
+                addColumns(lanes.data(), bx * s, (bx + 1) * s, r, g, b);
+                blockR[bx] += static_cast<double>(static_cast<std::int64_t>(r));
+                blockG[bx] += static_cast<double>(static_cast<std::int64_t>(g));
+                blockB[bx] += static_cast<double>(static_cast<std::int64_t>(b));
+            }
+        }
+        if (inZones) {
+            // Zones gather column sums over their whole zone row first.
+            addLanes(lanes.data(), zoneLanes.data(), 4 * w);
+            const int zr = setup.rowZone[last];
+            if (end == setup.zoneY[zr + 1] || end >= y1) {
+                const std::size_t base = static_cast<std::size_t>(zr) * setup.zoneCols;
+                for (int zc = 0; zc < setup.zoneCols; ++zc) {
+                    std::uint64_t r = 0, g = 0, b = 0;
+                    for (int x = setup.zoneX[zc]; x < setup.zoneX[zc + 1]; ++x) {
+                        b += zoneLanes[4 * static_cast<std::size_t>(x)];
+                        g += zoneLanes[4 * static_cast<std::size_t>(x) + 1];
+                        r += zoneLanes[4 * static_cast<std::size_t>(x) + 2];
+                    }
+                    zones.r[base + zc] += r;
+                    zones.g[base + zc] += g;
+                    zones.b[base + zc] += b;
+                }
+                std::fill(zoneLanes.begin(), zoneLanes.end(), 0u);
+            }
+        }
+        std::fill(lanes.begin(), lanes.begin() + 4 * static_cast<std::ptrdiff_t>(used), std::uint16_t(0));
+
+        if (inGrid && end % s == 0) {
+            // A block row is complete: each mean is its exact value rounded
+            // once (all numerators and denominators are exact doubles). The
+            // means wait in a row-major tile of kTileRows block rows, which
+            // then goes to the column-major grids in runs of kTileRows.
+            const int by = last / s;
+            if (tileRows == 0)
+                tileStart = by;
+            const std::size_t row = static_cast<std::size_t>(tileRows) * setup.cols;
+            double *ty = tile[0].data() + row;
+            double *tr = tile[1].data() + row;
+            double *tg = tile[2].data() + row;
+            double *tb = tile[3].data() + row;
+            for (int bx = 0; bx < setup.cols; ++bx) {
+                // 587 G + 299 R + 114 B is a whole number below 2^53: exact.
+                ty[bx] = (587.0 * blockG[bx] + 299.0 * blockR[bx] + 114.0 * blockB[bx]) / lumaScale;
+                tr[bx] = blockR[bx] / area;
+                tg[bx] = blockG[bx] / area;
+                tb[bx] = blockB[bx] / area;
+            }
+            std::fill(blockR.begin(), blockR.end(), 0.0);
+            std::fill(blockG.begin(), blockG.end(), 0.0);
+            std::fill(blockB.begin(), blockB.end(), 0.0);
+            if (++tileRows == kTileRows || end == gridHeight || end >= y1)
+                flushTile();
         }
     }
+    flushTile();
 }
 
 } // namespace
@@ -221,7 +270,7 @@ double UniformityImage::pixelValue(UniformityChannel channel, int x, int y) cons
     const auto p = reinterpret_cast<const std::uint32_t *>(m_image.constScanLine(y))[x];
     switch (channel) {
     case UniformityChannel::Y:
-        return 0.587 * ((p >> 8) & 0xFF) + 0.299 * ((p >> 16) & 0xFF) + 0.114 * (p & 0xFF);
+        return lumaOfPixel(p);
     case UniformityChannel::R:
         return (p >> 16) & 0xFF;
     case UniformityChannel::G:
@@ -279,14 +328,11 @@ UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zone
         setup.size = size;
         setup.cols = setup.width / size;
         setup.rows = setup.height / size;
-        setup.luma = (channelMask & uniformityChannelBit(UniformityChannel::Y)) != 0;
         for (int c = 0; c < 4; ++c) {
             if (channelMask & (1u << c)) {
                 UniformityGrid &grid = result.grids[c];
                 grid.cols = setup.cols;
                 grid.rows = setup.rows;
-                grid.values.assign(static_cast<std::size_t>(setup.cols) * setup.rows, 0.0);
-                setup.out[c] = grid.values.data();
             }
         }
     }
@@ -296,6 +342,9 @@ UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zone
         setup.zoneX.resize(zoneCols + 1);
         for (int k = 0; k <= zoneCols; ++k)
             setup.zoneX[k] = zoneStart(k, zoneCols, setup.width);
+        setup.zoneY.resize(zoneRows + 1);
+        for (int k = 0; k <= zoneRows; ++k)
+            setup.zoneY[k] = zoneStart(k, zoneRows, setup.height);
         setup.rowZone.resize(setup.height);
         for (int k = 0; k < zoneRows; ++k)
             for (int y = zoneStart(k, zoneRows, setup.height); y < zoneStart(k + 1, zoneRows, setup.height); ++y)
@@ -318,6 +367,25 @@ UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zone
     for (int i = 0; i <= count; ++i)
         starts[i] = static_cast<int>(static_cast<long long>(units) * i / count) * unitHeight;
     starts[count] = setup.height;
+
+    // The grids' memory is first touched (page by page) on all threads.
+    if (setup.size > 0) {
+        const std::size_t cells = static_cast<std::size_t>(setup.cols) * setup.rows;
+        auto allocate = [&](int part) {
+            for (int c = part; c < 4; c += count)
+                if (channelMask & (1u << c))
+                    result.grids[c].values.resize(cells);
+        };
+        std::vector<std::thread> allocators;
+        for (int i = 1; i < count; ++i)
+            allocators.emplace_back(allocate, i);
+        allocate(0);
+        for (std::thread &t : allocators)
+            t.join();
+        for (int c = 0; c < 4; ++c)
+            if (channelMask & (1u << c))
+                setup.out[c] = result.grids[c].values.data();
+    }
 
     std::vector<ZoneSums> zoneSums(count);
     std::vector<std::thread> workers;

@@ -73,17 +73,20 @@ public:
     int height() const { return m_image.height(); }
     const QImage &image() const { return m_image; }
 
-    // Channel value of one pixel: Y = 0.587 G + 0.299 R + 0.114 B, or the byte.
+    // Channel value of one pixel: the byte, or Y = 0.587 G + 0.299 R + 0.114 B
+    // with the weights as exact decimals, (587 G + 299 R + 114 B) / 1000
+    // rounded once.
     double pixelValue(UniformityChannel channel, int x, int y) const;
 
     // The channel plane, one double per pixel, index x * height + y. Built on
     // the first request and kept; empty for an invalid image.
     const std::vector<double> &plane(UniformityChannel channel) const;
 
-    // Grid of one channel: each value the sum of its s x s block of plane
-    // values (summed exactly, rounded once) divided by s and again by s. A
-    // right or bottom strip narrower than s is dropped. Empty grid for an
-    // invalid size or image.
+    // Grid of one channel: each value the mean of its s x s block of channel
+    // values, computed exactly from integer sums and rounded once (for Y from
+    // the exact decimal weights), so it is the block's true mean to the last
+    // digit. A right or bottom strip narrower than s is dropped. Empty grid
+    // for an invalid size or image.
     UniformityGrid grid(UniformityChannel channel, int size) const;
 
     // One pass for the channels in `channelMask` (grids need a valid size)

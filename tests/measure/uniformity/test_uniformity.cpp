@@ -1,5 +1,6 @@
 #include "measure/color/cielab.h"
 #include "measure/uniformity/cpiq.h"
+#include "measure/uniformity/exactsum.h"
 #include "measure/uniformity/uniformity.h"
 
 #include <QTemporaryDir>
@@ -33,15 +34,16 @@ QImage flatField(int w, int h, QImage::Format format = QImage::Format_RGB32)
     return img;
 }
 
-// Independent reference: plane values from QImage::pixel, block and window
-// sums accumulated exactly in binary128 and rounded once.
+// Independent reference: pixel values through QImage::pixel, block sums as
+// integers (luminance weighted by 587, 299 and 114 thousandths), each mean
+// divided once; window sums accumulated exactly in binary128.
 using Exact = __float128;
 
-double refValue(QRgb p, int channel)
+long long refWeighted(QRgb p, int channel)
 {
     switch (channel) {
     case 0:
-        return 0.587 * qGreen(p) + 0.299 * qRed(p) + 0.114 * qBlue(p);
+        return 587LL * qGreen(p) + 299LL * qRed(p) + 114LL * qBlue(p);
     case 1:
         return qRed(p);
     case 2:
@@ -55,14 +57,15 @@ std::vector<double> refGrid(const QImage &img, int channel, int s)
 {
     const int cols = img.width() / s;
     const int rows = img.height() / s;
+    const double scale = (channel == 0 ? 1000.0 : 1.0) * s * s;
     std::vector<double> grid(static_cast<std::size_t>(cols) * rows);
     for (int c = 0; c < cols; ++c) {
         for (int r = 0; r < rows; ++r) {
-            Exact sum = 0;
+            long long sum = 0;
             for (int x = c * s; x < (c + 1) * s; ++x)
                 for (int y = r * s; y < (r + 1) * s; ++y)
-                    sum += refValue(img.pixel(x, y), channel);
-            grid[static_cast<std::size_t>(c) * rows + r] = static_cast<double>(sum) / s / s;
+                    sum += refWeighted(img.pixel(x, y), channel);
+            grid[static_cast<std::size_t>(c) * rows + r] = static_cast<double>(sum) / scale;
         }
     }
     return grid;
@@ -118,12 +121,22 @@ TEST(Uniformity, FlatFieldGridStatisticsAndWindowsMatchExactReference)
             EXPECT_LT(corner, s.center);
     }
 
-    // The channel plane is column-major and holds the same values.
+    // The channel plane is column-major; luminance is rounded once per pixel.
     const std::vector<double> &plane = image.plane(UniformityChannel::Y);
     ASSERT_EQ(plane.size(), std::size_t(203 * 157));
     for (int x : {0, 17, 202})
         for (int y : {0, 91, 156})
-            EXPECT_EQ(plane[static_cast<std::size_t>(x) * 157 + y], refValue(img.pixel(x, y), 0));
+            EXPECT_EQ(plane[static_cast<std::size_t>(x) * 157 + y], refWeighted(img.pixel(x, y), 0) / 1000.0);
+
+    // The exact luminance means agree with block sums of the binary
+    // luminance formula to within its own rounding.
+    Exact sum = 0;
+    for (int x = 0; x < 5; ++x)
+        for (int y = 0; y < 5; ++y) {
+            const QRgb p = img.pixel(x, y);
+            sum += 0.587 * qGreen(p) + 0.299 * qRed(p) + 0.114 * qBlue(p);
+        }
+    EXPECT_NEAR(pass.grids[0].values[0], static_cast<double>(sum) / 25, 1e-12);
 }
 
 TEST(Uniformity, ResultsDoNotDependOnThreadCount)
@@ -172,6 +185,32 @@ TEST(Uniformity, CornerWindowsAreShiftedOneColumnAndRowIn)
     EXPECT_EQ(data.valueAt(12.7, 3.2), 1203);
     EXPECT_EQ(data.valueAt(55, -4), 3900);
     EXPECT_TRUE(std::isnan(data.value(40, 0)));
+}
+
+TEST(Uniformity, GridSumIsExactForAnyValues)
+{
+    // Grid-like values take the fast path; tiny, large and negative values
+    // the general one. Both must give the exact sum rounded once.
+    std::vector<double> values;
+    Exact reference = 0;
+    for (int i = 0; i < 5000; ++i) {
+        double v = 255.0 / (i + 1) + 1.0 / 3.0;
+        if (i % 97 == 0)
+            v = 1e-3 / (i + 1);
+        if (i % 101 == 0)
+            v = -v;
+        if (i % 131 == 0)
+            v = 1e6 + i / 7.0;
+        values.push_back(v);
+        reference += v;
+    }
+    GridSum sum;
+    sum.add(values.data(), values.size());
+    EXPECT_EQ(sum.value(), static_cast<double>(reference));
+    ExactSum slow;
+    for (double v : values)
+        slow.add(v);
+    EXPECT_EQ(slow.value(), static_cast<double>(reference));
 }
 
 TEST(Uniformity, CornerLabels)

@@ -1,0 +1,136 @@
+// Uniformity on a 6000 x 4000 RGB picture: the grids of Y, R, G and B, their
+// statistics, centre and corner values and the CPIQ zones, against the floor
+// of a plain pass that reads every pixel once on the same number of threads.
+//
+//   build/bench/bench_uniformity --benchmark_repetitions=5
+
+#include "measure/uniformity/cpiq.h"
+#include "measure/uniformity/uniformity.h"
+
+#include <benchmark/benchmark.h>
+
+#include <QImage>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+using namespace kestro;
+
+namespace {
+
+const QImage &picture()
+{
+    static const QImage image = [] {
+        const int w = 6000, h = 4000;
+        QImage img(w, h, QImage::Format_RGB32);
+        for (int y = 0; y < h; ++y) {
+            auto *row = reinterpret_cast<QRgb *>(img.scanLine(y));
+            const double dy = (y - h / 2.0) / (h / 2.0);
+            for (int x = 0; x < w; ++x) {
+                const double dx = (x - w / 2.0) / (w / 2.0);
+                const double fall = 1.0 - 0.35 * (dx * dx + dy * dy);
+                const int ripple = (x * 7 + y * 13) % 5 - 2;
+                row[x] = qRgb(std::clamp(int(210 * fall) + ripple, 0, 255), std::clamp(int(200 * fall) + ripple, 0, 255),
+                              std::clamp(int(170 * fall) + ripple, 0, 255));
+            }
+        }
+        return img;
+    }();
+    return image;
+}
+
+int threadCount()
+{
+    return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 16);
+}
+
+// The floor: every pixel word read once and summed, split into row bands
+// over the same threads the measurement uses.
+void BM_ReadEveryPixelOnce(benchmark::State &state)
+{
+    const QImage &img = picture();
+    const int threads = threadCount();
+    for (auto _ : state) {
+        std::vector<std::uint64_t> sums(threads, 0);
+        auto band = [&](int t) {
+            const int width = img.width();
+            const int y0 = img.height() * t / threads, y1 = img.height() * (t + 1) / threads;
+            std::uint64_t sum = 0;
+            for (int y = y0; y < y1; ++y) {
+                const auto *row = reinterpret_cast<const std::uint32_t *>(img.constScanLine(y));
+                for (int x = 0; x < width; ++x)
+                    sum += row[x];
+            }
+            sums[t] = sum;
+        };
+        std::vector<std::thread> workers;
+        for (int t = 1; t < threads; ++t)
+            workers.emplace_back(band, t);
+        band(0);
+        for (auto &w : workers)
+            w.join();
+        benchmark::DoNotOptimize(sums.data());
+    }
+    state.SetBytesProcessed(state.iterations() * img.sizeInBytes());
+}
+BENCHMARK(BM_ReadEveryPixelOnce)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Everything kestro-measure uniformity computes: one pass for the four grids
+// and the zones, then statistics, centre, corners and labels per channel and
+// the zones' L*a*b* and Delta-ab.
+void BM_UniformityFourChannelsAndCpiq(benchmark::State &state)
+{
+    const UniformityImage image(picture());
+    const int subsample = static_cast<int>(state.range(0));
+    for (auto _ : state) {
+        UniformityPass pass = image.compute(subsample, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols);
+        for (UniformityGrid &grid : pass.grids) {
+            UniformityData data;
+            data.setGrid(std::move(grid.values), grid.cols, grid.rows);
+            benchmark::DoNotOptimize(summariseUniformity(data, 10, 10));
+        }
+        benchmark::DoNotOptimize(cpiqFromZoneMeans(pass.zones));
+    }
+    state.SetBytesProcessed(state.iterations() * picture().sizeInBytes());
+}
+BENCHMARK(BM_UniformityFourChannelsAndCpiq)->Arg(10)->Arg(50)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The parts of the above: the pass alone, and the per-channel summaries.
+void BM_UniformityPassOnly(benchmark::State &state)
+{
+    const UniformityImage image(picture());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(image.compute(10, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols));
+}
+BENCHMARK(BM_UniformityPassOnly)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_UniformitySummariesOnly(benchmark::State &state)
+{
+    const UniformityImage image(picture());
+    const UniformityPass pass = image.compute(10, kAllUniformityChannels);
+    for (auto _ : state) {
+        for (const UniformityGrid &grid : pass.grids) {
+            UniformityData data;
+            data.setGrid(grid.values, grid.cols, grid.rows);
+            benchmark::DoNotOptimize(summariseUniformity(data, 10, 10));
+        }
+    }
+}
+BENCHMARK(BM_UniformitySummariesOnly)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// One channel's grid, as the page computes it for the chosen channel.
+void BM_UniformityOneChannel(benchmark::State &state)
+{
+    const UniformityImage image(picture());
+    const auto channel = static_cast<UniformityChannel>(state.range(0));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(image.grid(channel, 10));
+    state.SetBytesProcessed(state.iterations() * picture().sizeInBytes());
+}
+BENCHMARK(BM_UniformityOneChannel)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+} // namespace
+
+BENCHMARK_MAIN();
