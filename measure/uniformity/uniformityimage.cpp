@@ -62,18 +62,25 @@ constexpr int kMaxPending = 256;
 constexpr int kStrip = 512;
 
 // Adds N rows' bytes to 16-bit column accumulators (4 lanes per pixel) in
-// one pass over the accumulators; rows are `stride` bytes apart.
-template <int N>
-__attribute__((target_clones("avx2", "default"))) void addRowsBytes(const std::uint8_t *src, std::size_t stride,
-                                                                    std::uint16_t *acc, int count)
-{
-    for (int i = 0; i < count; ++i) {
-        unsigned sum = 0;
-        for (int k = 0; k < N; ++k)
-            sum += src[k * stride + i];
-        acc[i] = static_cast<std::uint16_t>(acc[i] + sum);
+// one pass over the accumulators; rows are `stride` bytes apart. One plain
+// function per N, each built for AVX2 and for the baseline and chosen at run
+// time.
+#define KESTRO_ADD_ROWS_BYTES(N)                                                                            \
+    __attribute__((target_clones("avx2", "default"))) void addRowsBytes##N(                                  \
+        const std::uint8_t *src, std::size_t stride, std::uint16_t *acc, int count)                          \
+    {                                                                                                         \
+        for (int i = 0; i < count; ++i) {                                                                     \
+            unsigned sum = 0;                                                                                 \
+            for (int k = 0; k < N; ++k)                                                                       \
+                sum += src[k * stride + i];                                                                   \
+            acc[i] = static_cast<std::uint16_t>(acc[i] + sum);                                                \
+        }                                                                                                     \
     }
-}
+KESTRO_ADD_ROWS_BYTES(1)
+KESTRO_ADD_ROWS_BYTES(2)
+KESTRO_ADD_ROWS_BYTES(4)
+KESTRO_ADD_ROWS_BYTES(8)
+#undef KESTRO_ADD_ROWS_BYTES
 
 struct PassSetup
 {
@@ -187,17 +194,17 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
             std::uint16_t *acc = lanes.data() + 4 * static_cast<std::size_t>(x0);
             int y = first;
             for (; y + 8 <= end; y += 8)
-                addRowsBytes<8>(column + setup.stride * y, setup.stride, acc, 4 * n);
+                addRowsBytes8(column + setup.stride * y, setup.stride, acc, 4 * n);
             if (y + 4 <= end) {
-                addRowsBytes<4>(column + setup.stride * y, setup.stride, acc, 4 * n);
+                addRowsBytes4(column + setup.stride * y, setup.stride, acc, 4 * n);
                 y += 4;
             }
             if (y + 2 <= end) {
-                addRowsBytes<2>(column + setup.stride * y, setup.stride, acc, 4 * n);
+                addRowsBytes2(column + setup.stride * y, setup.stride, acc, 4 * n);
                 y += 2;
             }
             if (y < end)
-                addRowsBytes<1>(column + setup.stride * y, setup.stride, acc, 4 * n);
+                addRowsBytes1(column + setup.stride * y, setup.stride, acc, 4 * n);
         }
         const int last = end - 1;
         first = end;
