@@ -104,16 +104,23 @@ BENCHMARK(BM_KestroRawLoadDemosaic)->Unit(benchmark::kMillisecond)->UseRealTime(
 BENCHMARK(BM_KestroDemosaicOnly)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_OpenCvDemosaicEA)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// Console output plus the ratio of the two mean real times.
+// Console output plus the ratio of the two real times (the medians when the
+// run has repetitions).
 class RatioReporter : public benchmark::ConsoleReporter
 {
 public:
     std::map<std::string, double> times;
+    std::map<std::string, bool> fromMedian;
     void ReportRuns(const std::vector<Run> &runs) override
     {
         for (const Run &run : runs) {
-            if (run.run_type == Run::RT_Iteration && run.iterations > 0)
-                times[run.benchmark_name()] = run.GetAdjustedRealTime();
+            const std::string name = run.run_name.str();
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
+                times[name] = run.GetAdjustedRealTime();
+                fromMedian[name] = true;
+            } else if (run.run_type == Run::RT_Iteration && run.iterations > 0 && !fromMedian[name]) {
+                times[name] = run.GetAdjustedRealTime();
+            }
         }
         ConsoleReporter::ReportRuns(runs);
     }
