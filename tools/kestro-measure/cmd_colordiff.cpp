@@ -8,13 +8,12 @@
 
 #include "imaging/frame.h"
 #include "imaging/region.h"
+#include "imaging/roifile.h"
 #include "measure/color/macbethcolordifference.h"
 
 #include <QFileInfo>
-#include <QSettings>
 #include <QVector>
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -24,39 +23,17 @@ using namespace kestro;
 const char *const kNotEnoughRegions =
     "Color difference process error : not enough regions to do Macbeth chart processing.";
 
-// Reads the "patches" array of an ROI file (left, top, width, height as real
-// numbers; missing, unreadable or absurdly large values are 0), rounding each
-// rectangle outwards. A file without the array gives no rectangles.
-bool readRegions(const QString &path, QVector<QRect> *rects, int *count, QString *error)
+// Reads the regions of an ROI file, rounded outwards to whole pixels. A file
+// without regions gives none; a file that cannot be read gives false.
+bool readRegions(const QString &path, QVector<QRect> *rects, QString *error)
 {
-    const QFileInfo info(path);
-    if (!info.isFile() || !info.isReadable()) {
-        *error = QStringLiteral("cannot read ROI file %1").arg(path);
+    const RoiReadResult roi = readRoiFile(path);
+    if (!roi.ok && !roi.error.isEmpty()) {
+        *error = roi.error;
         return false;
     }
-    QSettings settings(path, QSettings::IniFormat);
-    if (settings.status() != QSettings::NoError) {
-        *error = QStringLiteral("cannot read ROI file %1").arg(path);
-        return false;
-    }
-    const int size = settings.beginReadArray(QStringLiteral("patches"));
-    // Only the count matters beyond 24: do not read a damaged file's millions.
-    const int toRead = size < 0 ? 0 : std::min(size, kMacbethPatchCount + 1);
-    for (int i = 0; i < toRead; ++i) {
-        settings.setArrayIndex(i);
-        auto number = [&settings](const char *key) {
-            bool ok = false;
-            const double v = settings.value(QLatin1String(key)).toDouble(&ok);
-            return ok && std::isfinite(v) && std::abs(v) < 1e9 ? v : 0.0;
-        };
-        const double height = number("height");
-        const double width = number("width");
-        const double top = number("top");
-        const double left = number("left");
-        rects->append(alignedRect(QRectF(left, top, width, height)));
-    }
-    settings.endArray();
-    *count = std::max(size, 0);
+    for (const QRectF &r : roi.rects)
+        rects->append(roiStoredRect(r));
     return true;
 }
 
@@ -110,14 +87,14 @@ int runColorDiff(const QStringList &args)
     if (!QFileInfo(imagePath).isFile() || !frame.load(imagePath) || frame.image().isNull())
         return measure::fail(QStringLiteral("cannot load image %1").arg(imagePath));
     QVector<QRect> rects;
-    int count = 0;
     QString error;
-    if (!readRegions(roiPath, &rects, &count, &error))
+    if (!readRegions(roiPath, &rects, &error))
         return measure::fail(error);
 
     JsonWriter w;
-    if (count != kMacbethPatchCount) {
-        std::fprintf(stderr, "kestro-measure: the ROI file holds %d regions; a Macbeth chart needs 24\n", count);
+    if (rects.size() != kMacbethPatchCount) {
+        std::fprintf(stderr, "kestro-measure: the ROI file holds %d regions; a Macbeth chart needs 24\n",
+                     int(rects.size()));
         w.beginObject().field("ok", false).field("error", kNotEnoughRegions);
         w.key("patches").beginArray().endArray();
         w.endObject();
