@@ -82,6 +82,7 @@ UniformityCalculation::LoadResult UniformityCalculation::setImage(const QImage &
     m_errorTitle.clear();
     m_errorText.clear();
     m_gridDirty = true;
+    m_cpiqDirty = true;
     return Loaded;
 }
 
@@ -117,18 +118,54 @@ void UniformityCalculation::setCornerPercent(int percent)
     }
 }
 
+void UniformityCalculation::setCpiqEnabled(bool enabled)
+{
+    if (enabled != m_cpiqEnabled) {
+        m_cpiqEnabled = enabled;
+        m_cpiqDirty = true;
+    }
+}
+
+void UniformityCalculation::setCpiqZones(int rows, int cols)
+{
+    if (rows != m_cpiqRows || cols != m_cpiqCols) {
+        m_cpiqRows = rows;
+        m_cpiqCols = cols;
+        m_cpiqDirty = true;
+    }
+}
+
 bool UniformityCalculation::update()
 {
     if (!m_image)
         return false;
+    const bool cpiqDue = m_cpiqEnabled && m_cpiqDirty;
+    const bool zonesFit = isValidCpiqGrid(m_cpiqRows, m_cpiqCols, m_image->width(), m_image->height());
+    if (cpiqDue && !zonesFit) {
+        m_cpiq = CpiqResult();
+        m_cpiq.error = cpiqGridError(m_cpiqRows, m_cpiqCols, m_image->width(), m_image->height());
+        m_cpiqDirty = false;
+    }
     if (m_gridDirty) {
         if (!UniformityImage::isValidSubsample(m_subsample, m_image->width(), m_image->height())) {
             m_subsampleValid = false;
             m_errorTitle.clear();
             m_errorText = QString::fromLatin1(kUniformitySubsampleMessage);
+            if (m_cpiqEnabled && m_cpiqDirty) {
+                m_cpiq = computeCpiq(*m_image, m_cpiqRows, m_cpiqCols);
+                m_cpiqDirty = false;
+            }
             return false;
         }
-        UniformityGrid grid = m_image->grid(m_channel, m_subsample);
+        // The zones, when due, come from the same pass as the grid.
+        const bool withZones = m_cpiqEnabled && m_cpiqDirty;
+        UniformityPass pass = m_image->compute(m_subsample, uniformityChannelBit(m_channel),
+                                               withZones ? m_cpiqRows : 0, withZones ? m_cpiqCols : 0);
+        if (withZones) {
+            m_cpiq = cpiqFromZoneMeans(pass.zones);
+            m_cpiqDirty = false;
+        }
+        UniformityGrid &grid = pass.grids[static_cast<int>(m_channel)];
         m_data.setSubsampleSize(m_subsample);
         m_data.setGrid(std::move(grid.values), grid.cols, grid.rows);
         summariseStatistics(m_data, m_summary);
@@ -136,6 +173,10 @@ bool UniformityCalculation::update()
         m_errorText.clear();
         m_gridDirty = false;
         m_centerDirty = true;
+    }
+    if (m_cpiqEnabled && m_cpiqDirty) {
+        m_cpiq = computeCpiq(*m_image, m_cpiqRows, m_cpiqCols);
+        m_cpiqDirty = false;
     }
     if (!m_subsampleValid)
         return false;

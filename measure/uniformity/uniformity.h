@@ -5,6 +5,7 @@
 // holds the page's inputs and recomputes, in the order grid, statistics,
 // centre, corners, only what a change made stale.
 
+#include "measure/uniformity/cpiq.h"
 #include "measure/uniformity/uniformitydata.h"
 #include "measure/uniformity/uniformityimage.h"
 
@@ -63,9 +64,18 @@ public:
     void setCornerPercent(int percent);
     int cornerPercent() const { return m_cornerPercent; }
 
+    // CPIQ colour-uniformity zones, computed by update() while enabled.
+    void setCpiqEnabled(bool enabled);
+    bool cpiqEnabled() const { return m_cpiqEnabled; }
+    void setCpiqZones(int rows, int cols);
+    int cpiqRows() const { return m_cpiqRows; }
+    int cpiqCols() const { return m_cpiqCols; }
+    const CpiqResult &cpiq() const { return m_cpiq; }
+
     // Brings the results up to date. With an invalid subsample size it sets
     // the subsampling message, clears the valid flag and changes nothing
-    // else; returns false then (and when there is no picture).
+    // else; returns false then (and when there is no picture). The CPIQ
+    // zones are brought up to date in any case while enabled.
     bool update();
     bool isSubsampleValid() const { return m_subsampleValid; }
 
@@ -90,6 +100,11 @@ private:
     bool m_centerDirty = true;
     bool m_cornersDirty = true;
     bool m_subsampleValid = false;
+    bool m_cpiqEnabled = false;
+    bool m_cpiqDirty = true;
+    int m_cpiqRows = kCpiqDefaultRows;
+    int m_cpiqCols = kCpiqDefaultCols;
+    CpiqResult m_cpiq;
     QString m_errorTitle;
     QString m_errorText;
     UniformityData m_data;

@@ -359,6 +359,24 @@ TEST(Uniformity, CpiqFindsColourCastInOneCorner)
         EXPECT_EQ(z.G, static_cast<double>(g) / ((x1 - x0) * (y1 - y0)));
     }
 
+    // The page state computes the zones with the grid while CPIQ is enabled.
+    UniformityCalculation calc;
+    ASSERT_EQ(calc.setImage(img, "cast.png"), UniformityCalculation::Loaded);
+    ASSERT_TRUE(calc.update());
+    EXPECT_FALSE(calc.cpiq().valid);
+    calc.setCpiqEnabled(true);
+    ASSERT_TRUE(calc.update());
+    ASSERT_TRUE(calc.cpiq().valid);
+    EXPECT_EQ(calc.cpiq().metric, cpiq.metric);
+    calc.setCpiqZones(40, 20);
+    calc.update();
+    EXPECT_FALSE(calc.cpiq().valid);
+    EXPECT_FALSE(calc.cpiq().error.isEmpty());
+    calc.setCpiqZones(15, 20);
+    calc.setSubsampleSize(0); // the zones do not depend on the subsample size
+    EXPECT_FALSE(calc.update());
+    EXPECT_EQ(calc.cpiq().metric, cpiq.metric);
+
     EXPECT_FALSE(computeCpiq(UniformityImage(img), 33, 20).valid);
     EXPECT_FALSE(computeCpiq(UniformityImage(img), 0, 20).valid);
     QImage narrow(20, 40, QImage::Format_RGB32);
