@@ -5,6 +5,7 @@
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -274,7 +275,11 @@ QImage demosaicToImage(const std::int16_t *samples, int width, int height, int b
         const int y1 = std::min(outH, y0 + rowsPerBand);
         if (y0 >= y1)
             break;
-        workers.emplace_back([&band, y0, y1] { runBand(band, y0, y1); });
+        try {
+            workers.emplace_back([&band, y0, y1] { runBand(band, y0, y1); });
+        } catch (const std::system_error &) {
+            runBand(band, y0, y1); // no thread to be had: this band runs here
+        }
     }
     runBand(band, 0, std::min(outH, rowsPerBand));
     for (std::thread &w : workers)

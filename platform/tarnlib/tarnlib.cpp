@@ -67,7 +67,8 @@ int readFrameGroup(const tarn::IniFile &ini, tl_sensor_t *s)
     long long order = 0;
     if (ini.contains(g, QStringLiteral("BayerOrder"))) {
         order = ini.integer(g, QStringLiteral("BayerOrder"), &ok);
-        if (!ok || order < 0 || order > 3)
+        // Codes outside 0..3 are kept; the demosaic treats them as 0.
+        if (!ok || order < 0 || order > 255)
             return TL_ERR_BAD_DESCRIPTION;
     }
     long long black = 0;

@@ -21,7 +21,8 @@
  *   Height=484
  *   BitsPerPixel=10        1..16; samples take 1 byte up to 8 bits, else 2
  *   ImageType=1            image type code (tl_IsBayerImageType)
- *   BayerOrder=0           colour order code 0..3
+ *   BayerOrder=0           colour order code 0..3 (other codes up to 255 are
+ *                          kept and demosaiced as 0)
  *   BlackLevel=64
  *
  * All functions return 0 (TL_OK) on success and a TL_ERR_* status otherwise.

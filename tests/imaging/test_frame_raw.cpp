@@ -147,6 +147,14 @@ TEST_F(FrameRaw, OddSizesAndImageTypes)
         EXPECT_EQ(frame.image().size(), QSize(6, 4)); // demosaiced whatever the type
     }
 
+    // A colour order code outside 0..3 is kept and demosaiced as order 0.
+    const QByteArray data = mosaic16(12, 10, 10);
+    write(path("c.raw"), data);
+    write(path("c.ini"), frameIni(12, 10, 10, 1, 7, 32));
+    ASSERT_TRUE(frame.load(path("c.raw")));
+    EXPECT_EQ(frame.bayerOrder(), 7);
+    EXPECT_EQ(frame.image(), kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()), 12, 10, 10, 32, 0));
+
     // Too small to demosaic: the frame loads with its data and a null picture.
     write(path("tiny.raw"), mosaic16(4, 4, 10));
     write(path("tiny.ini"), frameIni(4, 4, 10, 1, 0, 0));
