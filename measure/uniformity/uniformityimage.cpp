@@ -127,14 +127,6 @@ inline void addColumns(const std::uint16_t *lanes, int x0, int x1, std::uint64_t
     }
 }
 
-// Adds a group's column sums to the zone row's column sums.
-__attribute__((target_clones("avx2", "default"))) void addLanes(const std::uint16_t *from, std::uint32_t *to,
-                                                                int count)
-{
-    for (int i = 0; i < count; ++i)
-        to[i] += from[i];
-}
-
 // Pixel rows [y0, y1), which start on a block row. Rows are summed down the
 // columns in groups that end with a block row, a zone row or kMaxPending
 // rows, and each group is then added to its blocks and zones.
@@ -149,7 +141,6 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
     zones.b.assign(zoneCount, 0);
 
     std::vector<std::uint16_t> lanes(static_cast<std::size_t>(w) * 4, 0);
-    std::vector<std::uint32_t> zoneLanes(zoneCount > 0 ? static_cast<std::size_t>(w) * 4 : 0, 0);
     // Block sums of the current block row; whole numbers below 2^53, so
     // exact in doubles.
     const std::size_t blockCount = s > 0 ? static_cast<std::size_t>(setup.cols) : 0;
@@ -209,36 +200,37 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
         const int last = end - 1;
         first = end;
 
-        if (inGrid) {
-            for (int bx = 0; bx < setup.cols; ++bx) {
-                std::uint64_t r = 0, g = 0, b = 0;
-                addColumns(lanes.data(), bx * s, (bx + 1) * s, r, g, b);
+        // One walk over the columns, cut at block and zone edges: each piece
+        // is added to its block and to its zone.
+        const int gridWidth = inGrid ? setup.cols * s : 0;
+        const std::size_t zoneBase = inZones ? static_cast<std::size_t>(setup.rowZone[last]) * setup.zoneCols : 0;
+        int bx = 0;
+        int zc = 0;
+        for (int x = 0; x < used;) {
+            int next = used;
+            if (x < gridWidth)
+                next = std::min(next, (bx + 1) * s);
+            if (inZones)
+                next = std::min(next, setup.zoneX[zc + 1]);
+            std::uint64_t r = 0, g = 0, b = 0;
+            addColumns(lanes.data(), x, next, r, g, b);
+            if (x < gridWidth) {
                 blockR[bx] += static_cast<double>(static_cast<std::int64_t>(r));
                 blockG[bx] += static_cast<double>(static_cast<std::int64_t>(g));
                 blockB[bx] += static_cast<double>(static_cast<std::int64_t>(b));
             }
-        }
-        if (inZones) {
-            // Zones gather column sums over their whole zone row first.
-            addLanes(lanes.data(), zoneLanes.data(), 4 * w);
-            const int zr = setup.rowZone[last];
-            if (end == setup.zoneY[zr + 1] || end >= y1) {
-                const std::size_t base = static_cast<std::size_t>(zr) * setup.zoneCols;
-                for (int zc = 0; zc < setup.zoneCols; ++zc) {
-                    std::uint64_t r = 0, g = 0, b = 0;
-                    for (int x = setup.zoneX[zc]; x < setup.zoneX[zc + 1]; ++x) {
-                        b += zoneLanes[4 * static_cast<std::size_t>(x)];
-                        g += zoneLanes[4 * static_cast<std::size_t>(x) + 1];
-                        r += zoneLanes[4 * static_cast<std::size_t>(x) + 2];
-                    }
-                    zones.r[base + zc] += r;
-                    zones.g[base + zc] += g;
-                    zones.b[base + zc] += b;
-                }
-                std::fill(zoneLanes.begin(), zoneLanes.end(), 0u);
+            if (inZones) {
+                zones.r[zoneBase + zc] += r;
+                zones.g[zoneBase + zc] += g;
+                zones.b[zoneBase + zc] += b;
             }
+            x = next;
+            if (x <= gridWidth && x == (bx + 1) * s)
+                ++bx;
+            if (inZones && x == setup.zoneX[zc + 1])
+                ++zc;
         }
-        std::fill(lanes.begin(), lanes.begin() + 4 * static_cast<std::ptrdiff_t>(used), std::uint16_t(0));
+        std::memset(lanes.data(), 0, lanes.size() * sizeof(std::uint16_t));
 
         if (inGrid && end % s == 0) {
             // A block row is complete: each mean is its exact value rounded
