@@ -21,8 +21,11 @@ IniFile IniFile::parse(const QByteArray &text)
             continue;
         if (line.startsWith('[')) {
             const int end = line.indexOf(']');
-            if (end > 1)
+            if (end > 1) {
                 group = QString::fromUtf8(line.mid(1, end - 1)).trimmed();
+                if (!ini.m_groups.contains(group))
+                    ini.m_groups << group;
+            }
             continue;
         }
         const int eq = line.indexOf('=');
@@ -34,8 +37,10 @@ IniFile IniFile::parse(const QByteArray &text)
             value = value.mid(1, value.size() - 2);
         // The first occurrence of a key wins, as in the sensor tools' files.
         const QString full = joinKey(group, key);
-        if (!ini.m_values.contains(full))
+        if (!ini.m_values.contains(full)) {
             ini.m_values.insert(full, value);
+            ini.m_order.append(qMakePair(group, key));
+        }
     }
     return ini;
 }
@@ -64,6 +69,21 @@ bool IniFile::contains(const QString &group, const QString &key) const
 QString IniFile::value(const QString &group, const QString &key) const
 {
     return m_values.value(joinKey(group, key));
+}
+
+bool IniFile::hasGroup(const QString &group) const
+{
+    return m_groups.contains(group);
+}
+
+QStringList IniFile::keys(const QString &group) const
+{
+    QStringList result;
+    for (const auto &entry : m_order) {
+        if (entry.first == group)
+            result << entry.second;
+    }
+    return result;
 }
 
 long long IniFile::integer(const QString &group, const QString &key, bool *ok) const

@@ -5,7 +5,10 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QList>
+#include <QPair>
 #include <QString>
+#include <QStringList>
 
 namespace tarn {
 
@@ -26,8 +29,14 @@ public:
     // key is missing or the value is not a whole number in range.
     long long integer(const QString &group, const QString &key, bool *ok) const;
 
+    bool hasGroup(const QString &group) const;
+    // Keys of a group in file order.
+    QStringList keys(const QString &group) const;
+
 private:
     QHash<QString, QString> m_values; // "group/key" -> value
+    QList<QPair<QString, QString>> m_order; // (group, key) in file order
+    QStringList m_groups;
 };
 
 } // namespace tarn

@@ -43,7 +43,9 @@ enum {
     TL_ERR_BUFFER = 7,        /* buffer too small */
     TL_ERR_IO = 8,            /* read failed, or the file changed since it was opened */
     TL_ERR_NO_MEMORY = 9,
-    TL_ERR_PARAMETER = 10     /* unknown parameter code */
+    TL_ERR_PARAMETER = 10,    /* unknown parameter code */
+    TL_ERR_NOT_STREAMING = 11,/* grab before tl_startTransport */
+    TL_ERR_NO_PRESET = 12     /* no such preset in the INI file */
 };
 
 /* Parameter codes of tl_getSensorParameter. */
@@ -96,9 +98,35 @@ typedef struct tl_camera_t {
  * The text stays valid until the next call on the same thread. */
 const char *tl_SensorData(void);
 
-/* Opens the attached cameras. This build has no camera transport: it always
- * returns TL_ERR_NO_CAMERA with an empty list. */
+/* Opens the attached cameras. There is no camera transport in this build;
+ * when the environment variable KESTRO_DEMO_CAMERA is set, one simulated
+ * demo camera is opened: the sensor of sensorDataFolder (the library's folder
+ * when null or empty) whose Name or AlternateName equals the variable's
+ * value, else the first sensor data file in name order. It looks at a
+ * 24-patch colour chart. Its identification fields stay empty until
+ * tl_DetectPartNumber. Without a camera: TL_ERR_NO_CAMERA, empty list. */
 int tl_OpenCameras(tl_camera_t ***list, int *count, const char *sensorDataFolder);
+
+/* Transport of a camera: grabs from the demo camera need it started. */
+int tl_startTransport(tl_camera_t *camera);
+void tl_stopTransport(tl_camera_t *camera);
+
+/* Identifies the sensor: fills name, alternateName, partId and revision. */
+int tl_DetectPartNumber(tl_camera_t *camera);
+
+/* Writes the path of the sensor's default INI file (for the demo camera its
+ * sensor data file) into buffer. */
+int tl_DefaultIniFile(tl_camera_t *camera, char *buffer, int bufferSize);
+
+/* Loads the preset group [presetName] of an INI file: one register write
+ * per line, "ADDRESS=VALUE" (decimal or 0x hexadecimal). A preset with an
+ * invalid line writes nothing. */
+int tl_LoadINIPreset(tl_camera_t *camera, const char *iniFile, const char *presetName);
+
+/* Sensor registers (32-bit addresses and values). Register 0x3060 of the
+ * demo camera is its analogue gain in 1/16 steps (16 = 1x). */
+int tl_ReadRegister(tl_camera_t *camera, unsigned int address, unsigned int *value);
+int tl_WriteRegister(tl_camera_t *camera, unsigned int address, unsigned int value);
 
 /* Opens a raw sensor file (path in the local 8-bit file name encoding) as a
  * file-backed camera. maxCameras limits the list (at least 1 is needed);
