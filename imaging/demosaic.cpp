@@ -29,7 +29,7 @@ constexpr int kClassMap[4][4] = {
 // The kernels are scaled by 16 (the published kernels times 1/8, times 16),
 // so every coefficient is an integer and every kernel sums to 16; with
 // n = sum - 16 * black and D = 16 * (full scale - black) the channel is
-// floor(clamp(n / D, 0, 1) * 255 + 1/2), taken from a table over 0..D.
+// floor(clamp(n / D, 0, 1) * 255 + 1/2), computed exactly (Quantiser).
 
 #if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
 #define KESTRO_DEMOSAIC_CLONES __attribute__((target_clones("avx2", "default"), flatten))
@@ -43,8 +43,6 @@ struct Phase
     const std::int32_t *other[5]; // the other parity, elements j and j + 1 = left and right
 };
 
-// Channel sums, offset by 16 * black and clamped to 0..D, for n centres of
-// position class P.
 // Exact floor(255 n / D + 1/2) for n in 0..D: a float estimate, then one
 // integer correction step (the estimate is off by at most one, near ties).
 struct Quantiser
@@ -63,6 +61,8 @@ struct Quantiser
     }
 };
 
+// Pixels of n centres of position class P: the three kernel sums, offset by
+// 16 * black and quantised.
 template <int P>
 inline void phasePixels(const Phase &ph, int n, int offset, const Quantiser &q, std::uint32_t *__restrict out)
 {
