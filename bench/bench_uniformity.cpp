@@ -86,18 +86,14 @@ void BM_UniformityFourChannelsAndCpiq(benchmark::State &state)
     const int subsample = static_cast<int>(state.range(0));
     for (auto _ : state) {
         UniformityPass pass = image.compute(subsample, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols);
-        for (UniformityGrid &grid : pass.grids) {
-            UniformityData data;
-            data.setGrid(std::move(grid.values), grid.cols, grid.rows);
-            benchmark::DoNotOptimize(summariseUniformity(data, 10, 10));
-        }
+        benchmark::DoNotOptimize(summariseChannels(pass, 10, 10));
         benchmark::DoNotOptimize(cpiqFromZoneMeans(pass.zones));
     }
     state.SetBytesProcessed(state.iterations() * picture().sizeInBytes());
 }
 BENCHMARK(BM_UniformityFourChannelsAndCpiq)->Arg(10)->Arg(50)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// The parts of the above: the pass alone, and the per-channel summaries.
+// The pass alone (four grids and the zones), without the summaries.
 void BM_UniformityPassOnly(benchmark::State &state)
 {
     const UniformityImage image(picture());
@@ -105,20 +101,6 @@ void BM_UniformityPassOnly(benchmark::State &state)
         benchmark::DoNotOptimize(image.compute(10, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols));
 }
 BENCHMARK(BM_UniformityPassOnly)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-void BM_UniformitySummariesOnly(benchmark::State &state)
-{
-    const UniformityImage image(picture());
-    const UniformityPass pass = image.compute(10, kAllUniformityChannels);
-    for (auto _ : state) {
-        for (const UniformityGrid &grid : pass.grids) {
-            UniformityData data;
-            data.setGrid(grid.values, grid.cols, grid.rows);
-            benchmark::DoNotOptimize(summariseUniformity(data, 10, 10));
-        }
-    }
-}
-BENCHMARK(BM_UniformitySummariesOnly)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // One channel's grid, as the page computes it for the chosen channel.
 void BM_UniformityOneChannel(benchmark::State &state)

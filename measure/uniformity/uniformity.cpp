@@ -1,7 +1,7 @@
 #include "measure/uniformity/uniformity.h"
 
-#include <QFileInfo>
 #include <QImageReader>
+#include <thread>
 
 namespace kestro {
 
@@ -49,6 +49,28 @@ UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, i
     summariseCenter(data, centerPercent, summary);
     summariseCorners(data, cornerPercent, summary);
     return summary;
+}
+
+std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent, int cornerPercent)
+{
+    std::array<UniformitySummary, 4> summaries;
+    auto summarise = [&](int c) {
+        UniformityGrid &grid = pass.grids[c];
+        if (grid.values.empty())
+            return;
+        UniformityData data;
+        data.setGrid(std::move(grid.values), grid.cols, grid.rows);
+        grid.values = std::vector<double>();
+        summaries[c] = summariseUniformity(data, centerPercent, cornerPercent);
+    };
+    std::vector<std::thread> workers;
+    for (int c = 1; c < 4; ++c)
+        if (!pass.grids[c].values.empty())
+            workers.emplace_back(summarise, c);
+    summarise(0);
+    for (std::thread &t : workers)
+        t.join();
+    return summaries;
 }
 
 UniformityCalculation::UniformityCalculation() = default;

@@ -40,6 +40,10 @@ struct UniformitySummary
 // corner percentages (stores the windows in `data` for drawing).
 UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, int cornerPercent);
 
+// Summaries of the grids of a pass (the empty ones stay default), each
+// channel on its own thread; the grids are moved out of the pass.
+std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent, int cornerPercent);
+
 class UniformityCalculation
 {
 public:

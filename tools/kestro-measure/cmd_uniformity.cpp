@@ -158,14 +158,11 @@ int runUniformity(const QStringList &args)
     w.field("subsample", subsample);
     w.field("valid", true);
     w.field("error", "");
+    const std::array<UniformitySummary, 4> summaries = summariseChannels(pass, center, corner);
     w.key("channels").beginObject();
     for (int c = 0; c < 4; ++c) {
-        UniformityGrid &grid = pass.grids[c];
-        UniformityData data;
-        data.setSubsampleSize(subsample);
-        data.setGrid(std::move(grid.values), grid.cols, grid.rows);
         w.key(uniformityChannelName(static_cast<UniformityChannel>(c)));
-        writeChannel(w, summariseUniformity(data, center, corner));
+        writeChannel(w, summaries[c]);
     }
     w.endObject();
     w.key("cpiq");
