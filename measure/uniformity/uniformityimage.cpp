@@ -107,24 +107,49 @@ struct ZoneSums
 typedef std::uint32_t U32x4 __attribute__((vector_size(16)));
 typedef std::uint16_t U16x4 __attribute__((vector_size(8)));
 
-// Adds the B, G, R lanes of columns [x0, x1) to b, g, r.
-inline void addColumns(const std::uint16_t *lanes, int x0, int x1, std::uint64_t &r, std::uint64_t &g,
-                       std::uint64_t &b)
+// Sums of the four lanes of columns [x0, x1), at most 65536 columns (a lane
+// holds at most 65280, so the sums fit 32 bits).
+inline U32x4 sumColumns(const std::uint16_t *lanes, int x0, int x1)
 {
-    while (x0 < x1) {
-        // A lane holds at most 65280, so 65536 of them fit 32 bits.
-        const int end = std::min(x1, x0 + 65536);
-        U32x4 sum = {0, 0, 0, 0};
-        for (int x = x0; x < end; ++x) {
-            U16x4 v;
-            std::memcpy(&v, lanes + 4 * static_cast<std::ptrdiff_t>(x), sizeof v);
-            sum += __builtin_convertvector(v, U32x4);
-        }
-        b += sum[0];
-        g += sum[1];
-        r += sum[2];
-        x0 = end;
+    U32x4 sum = {0, 0, 0, 0};
+    for (int x = x0; x < x1; ++x) {
+        U16x4 v;
+        std::memcpy(&v, lanes + 4 * static_cast<std::ptrdiff_t>(x), sizeof v);
+        sum += __builtin_convertvector(v, U32x4);
     }
+    return sum;
+}
+
+// A run of columns inside one block (or none, -1) and one zone (or none).
+struct Segment
+{
+    int x0;
+    int x1;
+    int block;
+    int zone;
+};
+
+// Columns [0, used) cut at block edges (up to gridWidth) and, with zoneCut,
+// at zone edges; no piece is longer than 65536 columns.
+std::vector<Segment> cutColumns(const PassSetup &setup, int used, int gridWidth, bool zoneCut)
+{
+    std::vector<Segment> segments;
+    int bx = 0;
+    int zc = 0;
+    for (int x = 0; x < used;) {
+        int next = std::min(used, x + 65536);
+        if (x < gridWidth)
+            next = std::min(next, (bx + 1) * setup.size);
+        if (zoneCut)
+            next = std::min(next, setup.zoneX[zc + 1]);
+        segments.push_back({x, next, x < gridWidth ? bx : -1, zoneCut ? zc : -1});
+        x = next;
+        if (x <= gridWidth && x == (bx + 1) * setup.size)
+            ++bx;
+        if (zoneCut && x == setup.zoneX[zc + 1])
+            ++zc;
+    }
+    return segments;
 }
 
 // Pixel rows [y0, y1), which start on a block row. Rows are summed down the
@@ -167,6 +192,12 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
         tileRows = 0;
     };
 
+    const int gridWidth = setup.cols * s;
+    const std::vector<Segment> cutGrid = s > 0 ? cutColumns(setup, gridWidth, gridWidth, false) : std::vector<Segment>();
+    const std::vector<Segment> cutGridZones =
+        s > 0 && zoneCount > 0 ? cutColumns(setup, w, gridWidth, true) : std::vector<Segment>();
+    const std::vector<Segment> cutZones = zoneCount > 0 ? cutColumns(setup, w, 0, true) : std::vector<Segment>();
+
     for (int first = y0; first < y1;) {
         const bool inGrid = s > 0 && first < gridHeight;
         const bool inZones = zoneCount > 0;
@@ -202,33 +233,20 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
 
         // One walk over the columns, cut at block and zone edges: each piece
         // is added to its block and to its zone.
-        const int gridWidth = inGrid ? setup.cols * s : 0;
+        const std::vector<Segment> &segments = inGrid ? (inZones ? cutGridZones : cutGrid) : cutZones;
         const std::size_t zoneBase = inZones ? static_cast<std::size_t>(setup.rowZone[last]) * setup.zoneCols : 0;
-        int bx = 0;
-        int zc = 0;
-        for (int x = 0; x < used;) {
-            int next = used;
-            if (x < gridWidth)
-                next = std::min(next, (bx + 1) * s);
-            if (inZones)
-                next = std::min(next, setup.zoneX[zc + 1]);
-            std::uint64_t r = 0, g = 0, b = 0;
-            addColumns(lanes.data(), x, next, r, g, b);
-            if (x < gridWidth) {
-                blockR[bx] += static_cast<double>(static_cast<std::int64_t>(r));
-                blockG[bx] += static_cast<double>(static_cast<std::int64_t>(g));
-                blockB[bx] += static_cast<double>(static_cast<std::int64_t>(b));
+        for (const Segment &segment : segments) {
+            const U32x4 sum = sumColumns(lanes.data(), segment.x0, segment.x1);
+            if (segment.block >= 0) {
+                blockB[segment.block] += sum[0];
+                blockG[segment.block] += sum[1];
+                blockR[segment.block] += sum[2];
             }
-            if (inZones) {
-                zones.r[zoneBase + zc] += r;
-                zones.g[zoneBase + zc] += g;
-                zones.b[zoneBase + zc] += b;
+            if (segment.zone >= 0) {
+                zones.b[zoneBase + segment.zone] += sum[0];
+                zones.g[zoneBase + segment.zone] += sum[1];
+                zones.r[zoneBase + segment.zone] += sum[2];
             }
-            x = next;
-            if (x <= gridWidth && x == (bx + 1) * s)
-                ++bx;
-            if (inZones && x == setup.zoneX[zc + 1])
-                ++zc;
         }
         std::memset(lanes.data(), 0, lanes.size() * sizeof(std::uint16_t));
 
