@@ -39,7 +39,9 @@ TEST(MtfThread, RunsEveryRegionOnItsThreadAndReportsProgress)
     QSignalSpy progress(&thread, &MTFThread::setProgressValue);
     QSignalSpy finished(&thread, &QThread::finished);
     thread.start();
-    ASSERT_TRUE(finished.wait(30000));
+    // Join rather than QSignalSpy::wait: the run may end before a wait starts.
+    ASSERT_TRUE(thread.wait(30000));
+    ASSERT_EQ(finished.count(), 1);
     ASSERT_EQ(progress.count(), 3);
     EXPECT_EQ(progress.at(0).at(0).toInt(), 1);
     EXPECT_EQ(progress.at(2).at(0).toInt(), 3);
