@@ -43,6 +43,8 @@ CFrame::CFrame(const CFrame &other)
     m_valid = other.m_valid;
     m_loaded = other.m_loaded;
     m_bayerOrder = other.m_bayerOrder;
+    m_blackLevel = other.m_blackLevel;
+    m_imageType = other.m_imageType;
     m_fileName = other.m_fileName;
     m_description = other.m_description;
 }
@@ -123,6 +125,8 @@ bool CFrame::takeImageLocked(QImage image)
         return false;
     }
     m_bayerOrder = 0;
+    m_blackLevel = 0.0;
+    m_imageType = -1;
     m_image = image;
     m_width = image.width();
     m_height = image.height();
@@ -191,6 +195,18 @@ int CFrame::bayerOrder() const
 {
     QReadLocker locker(&m_lock);
     return m_bayerOrder;
+}
+
+double CFrame::blackLevel() const
+{
+    QReadLocker locker(&m_lock);
+    return m_blackLevel;
+}
+
+int CFrame::imageType() const
+{
+    QReadLocker locker(&m_lock);
+    return m_imageType;
 }
 
 int CFrame::tag() const

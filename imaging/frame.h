@@ -36,6 +36,11 @@ public:
     int bitsPerPixel() const;
     int bytesPerPixel() const;
     int bayerOrder() const;
+    // Black level of a raw frame in raw digital numbers (0 for other frames).
+    double blackLevel() const;
+    // Camera-library image type of a raw frame; -1 for frames from image
+    // files or captures.
+    int imageType() const;
     int tag() const;
     int dataSize() const;
     QString fileName() const;
@@ -78,6 +83,8 @@ private:
     bool m_valid = false;
     bool m_loaded = false;
     int m_bayerOrder = 0;
+    double m_blackLevel = 0.0;
+    int m_imageType = -1;
     QString m_fileName;
     QString m_description;
     mutable QReadWriteLock m_lock;

@@ -57,6 +57,8 @@ bool CFrame::loadRawLocked(const QString &path)
     m_dataSize = static_cast<int>(bufferSize);
     m_rawData = buffer;
     m_bayerOrder = static_cast<int>(order);
+    m_blackLevel = black;
+    m_imageType = sensor.imageType;
     m_tag = 0;
     if (tl_IsBayerImageType(sensor.imageType))
         m_kind = KindSingleSample;

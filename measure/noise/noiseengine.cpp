@@ -3,12 +3,8 @@
 #include "imaging/frame.h"
 #include "imaging/region.h"
 #include "imaging/srgb.h"
-#ifdef KESTRO_NOISE_HAVE_TARNLIB
-#include "platform/tarnlib/tarnlib.h"
-#endif
 
 #include <QColor>
-#include <QFile>
 #include <QImage>
 #include <cmath>
 #include <cstring>
@@ -23,47 +19,6 @@ namespace {
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 // Upper bound of the per-site accumulators of one calculation.
 const unsigned long long kMaxAccumulatorBytes = 4ull << 30;
-
-// Image type and black level of a raw frame: from the frame when it keeps
-// them, else asked from the camera library for the frame's file.
-bool queryRawFile(const QString &path, int *imageType, double *black)
-{
-#ifdef KESTRO_NOISE_HAVE_TARNLIB
-    tl_camera_t **cameras = nullptr;
-    int count = 0;
-    const QByteArray name = QFile::encodeName(path);
-    if (tl_OpenCameras2(&cameras, &count, name.constData(), 16, 0) != TL_OK || count < 1 || !cameras
-        || !cameras[0]) {
-        tl_CloseCameras2(cameras, count);
-        return false;
-    }
-    *imageType = cameras[0]->sensor.imageType;
-    unsigned int level = 0;
-    if (tl_getSensorParameter(cameras[0], TL_PARAM_BLACK_LEVEL, &level) != TL_OK)
-        level = 0;
-    *black = level;
-    tl_CloseCameras2(cameras, count);
-    return true;
-#else
-    Q_UNUSED(path);
-    Q_UNUSED(imageType);
-    Q_UNUSED(black);
-    return false;
-#endif
-}
-template <typename F>
-auto rawFacts(const F &frame, int, int *imageType, double *black)
-    -> decltype(static_cast<double>(frame.blackLevel()), static_cast<int>(frame.imageType()), bool())
-{
-    *imageType = static_cast<int>(frame.imageType());
-    *black = static_cast<double>(frame.blackLevel());
-    return true;
-}
-template <typename F>
-bool rawFacts(const F &frame, long, int *imageType, double *black)
-{
-    return queryRawFile(frame.fileName(), imageType, black);
-}
 
 // Mosaic position class at (x & 1) + 2 (y & 1) for each colour order:
 // 0 green on a red row, 1 red, 2 blue, 3 green on a blue row.
@@ -143,13 +98,8 @@ bool noiseFrameData(const CFrame &frame, NoiseFrameData *out)
         // at the full width.
         d.bytesPerPixel = 2;
         d.bytesPerLine = d.width * 2;
-        int type = 1;
-        double black = 0.0;
-        if (!rawFacts(frame, 0, &type, &black)) {
-            type = 1;
-            black = 0.0;
-        }
-        d.blackLevel = black;
+        const int type = frame.imageType();
+        d.blackLevel = frame.blackLevel();
         if (type == 0 || type == 4) {
             d.layout = NoiseLayout::Single;
             d.singleName = channelName(type, 0);

@@ -64,6 +64,8 @@ TEST_F(FrameRaw, SidecarDescribesTheFrame)
     EXPECT_EQ(frame.bytesPerLine(), 40);
     EXPECT_EQ(frame.dataSize(), 20 * 14 * 2);
     EXPECT_EQ(frame.bayerOrder(), 3);
+    EXPECT_EQ(frame.blackLevel(), 168.0);
+    EXPECT_EQ(frame.imageType(), 1);
     EXPECT_EQ(frame.tag(), 0);
     EXPECT_EQ(frame.fileName(), path("s.raw"));
     ASSERT_NE(frame.data(), nullptr);
@@ -81,6 +83,7 @@ TEST_F(FrameRaw, SidecarDescribesTheFrame)
     EXPECT_NE(copy.data(), frame.data());
     EXPECT_EQ(0, std::memcmp(copy.data(), frame.data(), frame.dataSize()));
     EXPECT_EQ(copy.image(), img);
+    EXPECT_EQ(copy.blackLevel(), 168.0);
     EXPECT_TRUE(copy.isCompatible(frame));
 
     // Reloading a broken file clears the frame.
