@@ -54,7 +54,7 @@ Mosaic randomMosaic(int width, int height, int bits, unsigned black, unsigned se
     return m;
 }
 
-// Spec-literal per-pixel value in double, before rounding (v * 255 + 0.5).
+// Literal per-pixel value of the interpolation in double, before rounding (v * 255 + 0.5).
 double literalScaled(const Mosaic &m, int order, int x, int y, int channel)
 {
     const int cls = kMaps[order][(x & 1) + 2 * (y & 1)];
