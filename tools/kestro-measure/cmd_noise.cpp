@@ -6,11 +6,9 @@
 #include "json.h"
 
 #include "imaging/frame.h"
-#include "imaging/region.h"
+#include "imaging/roifile.h"
 #include "measure/noise/noiseengine.h"
 
-#include <QFileInfo>
-#include <QSettings>
 #include <QVector>
 #include <cmath>
 #include <memory>
@@ -19,41 +17,18 @@ namespace {
 
 using namespace kestro;
 
-// Reads the "patches" array of an ROI file (left, top, width, height as real
-// numbers; missing or unreadable values are 0) and rounds each rectangle
-// outwards to whole pixels.
+// Reads the regions of an ROI file, rounded outwards to whole pixels as
+// they are stored. A file without regions is an error here: the noise
+// calculation needs at least one patch.
 bool readPatches(const QString &path, QVector<QRect> *patches, QString *error)
 {
-    const QFileInfo info(path);
-    if (!info.isFile() || !info.isReadable()) {
-        *error = QStringLiteral("cannot read ROI file %1").arg(path);
+    const RoiReadResult roi = readRoiFile(path);
+    if (!roi.ok) {
+        *error = roi.error.isEmpty() ? QStringLiteral("no regions in ROI file %1").arg(path) : roi.error;
         return false;
     }
-    QSettings settings(path, QSettings::IniFormat);
-    if (settings.status() != QSettings::NoError) {
-        *error = QStringLiteral("cannot read ROI file %1").arg(path);
-        return false;
-    }
-    const int size = settings.beginReadArray(QStringLiteral("patches"));
-    if (size < 1 || size > 100000) {
-        settings.endArray();
-        *error = QStringLiteral("no regions in ROI file %1").arg(path);
-        return false;
-    }
-    for (int i = 0; i < size; ++i) {
-        settings.setArrayIndex(i);
-        auto number = [&settings](const char *key) {
-            bool ok = false;
-            const double v = settings.value(QLatin1String(key)).toDouble(&ok);
-            return ok && std::isfinite(v) && std::abs(v) < 1e9 ? v : 0.0;
-        };
-        const double height = number("height");
-        const double width = number("width");
-        const double top = number("top");
-        const double left = number("left");
-        patches->append(alignedRect(QRectF(left, top, width, height)));
-    }
-    settings.endArray();
+    for (const QRectF &r : roi.rects)
+        patches->append(roiStoredRect(r));
     return true;
 }
 
