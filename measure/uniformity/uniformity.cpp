@@ -59,9 +59,9 @@ std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int cen
         if (grid.values.empty())
             return;
         UniformityData data;
-        data.setGrid(std::move(grid.values), grid.cols, grid.rows);
-        grid.values = std::vector<double>();
+        data.swapGrid(grid.values, grid.cols, grid.rows);
         summaries[c] = summariseUniformity(data, centerPercent, cornerPercent);
+        grid.values = data.takeGrid();
     };
     std::vector<std::thread> workers;
     for (int c = 1; c < 4; ++c)
@@ -181,15 +181,21 @@ bool UniformityCalculation::update()
         }
         // The zones, when due, come from the same pass as the grid.
         const bool withZones = m_cpiqEnabled && m_cpiqDirty;
-        UniformityPass pass = m_image->compute(m_subsample, uniformityChannelBit(m_channel),
-                                               withZones ? m_cpiqRows : 0, withZones ? m_cpiqCols : 0);
+        // The spare grid memory may sit under another channel's slot.
+        const int channel = static_cast<int>(m_channel);
+        for (int c = 0; c < 4; ++c)
+            if (m_pass.grids[c].values.capacity() > m_pass.grids[channel].values.capacity())
+                m_pass.grids[c].values.swap(m_pass.grids[channel].values);
+        m_image->compute(m_pass, m_subsample, uniformityChannelBit(m_channel), withZones ? m_cpiqRows : 0,
+                         withZones ? m_cpiqCols : 0);
         if (withZones) {
-            m_cpiq = cpiqFromZoneMeans(pass.zones);
+            m_cpiq = cpiqFromZoneMeans(m_pass.zones);
             m_cpiqDirty = false;
         }
-        UniformityGrid &grid = pass.grids[static_cast<int>(m_channel)];
+        UniformityGrid &grid = m_pass.grids[channel];
         m_data.setSubsampleSize(m_subsample);
-        m_data.setGrid(std::move(grid.values), grid.cols, grid.rows);
+        // The previous grid comes back into the pass for the next recompute.
+        m_data.swapGrid(grid.values, grid.cols, grid.rows);
         summariseStatistics(m_data, m_summary);
         m_subsampleValid = true;
         m_errorText.clear();

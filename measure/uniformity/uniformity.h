@@ -41,7 +41,7 @@ struct UniformitySummary
 UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, int cornerPercent);
 
 // Summaries of the grids of a pass (the empty ones stay default), each
-// channel on its own thread; the grids are moved out of the pass.
+// channel on its own thread; the grids are left in the pass.
 std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent, int cornerPercent);
 
 class UniformityCalculation
@@ -113,6 +113,9 @@ private:
     QString m_errorText;
     UniformityData m_data;
     UniformitySummary m_summary;
+    // The last pass; its grid memory (the previous grid, swapped out of
+    // m_data) is written over by the next recompute.
+    UniformityPass m_pass;
 };
 
 } // namespace kestro

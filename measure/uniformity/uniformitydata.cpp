@@ -25,13 +25,25 @@ int UniformityData::subsampleSize() const
 
 void UniformityData::setGrid(std::vector<double> values, int cols, int rows)
 {
+    swapGrid(values, cols, rows);
+}
+
+std::vector<double> UniformityData::takeGrid()
+{
+    std::vector<double> values;
+    swapGrid(values, 0, 0);
+    return values;
+}
+
+void UniformityData::swapGrid(std::vector<double> &values, int cols, int rows)
+{
     QWriteLocker locker(&m_lock);
     if (cols < 1 || rows < 1 || values.size() != static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows)) {
         values.clear();
         cols = 0;
         rows = 0;
     }
-    m_grid = std::move(values);
+    m_grid.swap(values);
     m_cols = cols;
     m_rows = rows;
     if (m_grid.empty()) {

@@ -33,6 +33,11 @@ public:
     // values must hold cols * rows numbers (column-major); anything else
     // leaves an empty grid.
     void setGrid(std::vector<double> values, int cols, int rows);
+    // As setGrid, and hands the previous grid back in `values`, so that a
+    // caller that recomputes can reuse its memory for the next grid.
+    void swapGrid(std::vector<double> &values, int cols, int rows);
+    // Removes the grid (leaving an empty one) and returns it.
+    std::vector<double> takeGrid();
     std::vector<double> grid() const;
     int cols() const;
     int rows() const;

@@ -152,6 +152,23 @@ std::vector<Segment> cutColumns(const PassSetup &setup, int used, int gridWidth,
     return segments;
 }
 
+// Means of one block row from its block sums: each is the exact value
+// rounded once (all numerators and denominators are exact doubles). The
+// arrays do not overlap, so the divisions run side by side in vector lanes.
+__attribute__((target_clones("avx2", "default"))) void blockMeans(
+    const double *__restrict sumR, const double *__restrict sumG, const double *__restrict sumB, int count,
+    double area, double lumaScale, double *__restrict y, double *__restrict r, double *__restrict g,
+    double *__restrict b)
+{
+    for (int i = 0; i < count; ++i) {
+        // 587 G + 299 R + 114 B is a whole number below 2^53: exact.
+        y[i] = (587.0 * sumG[i] + 299.0 * sumR[i] + 114.0 * sumB[i]) / lumaScale;
+        r[i] = sumR[i] / area;
+        g[i] = sumG[i] / area;
+        b[i] = sumB[i] / area;
+    }
+}
+
 // Pixel rows [y0, y1), which start on a block row. Rows are summed down the
 // columns in groups that end with a block row, a zone row or kMaxPending
 // rows, and each group is then added to its blocks and zones.
@@ -259,17 +276,8 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
             if (tileRows == 0)
                 tileStart = by;
             const std::size_t row = static_cast<std::size_t>(tileRows) * setup.cols;
-            double *ty = tile[0].data() + row;
-            double *tr = tile[1].data() + row;
-            double *tg = tile[2].data() + row;
-            double *tb = tile[3].data() + row;
-            for (int bx = 0; bx < setup.cols; ++bx) {
-                // 587 G + 299 R + 114 B is a whole number below 2^53: exact.
-                ty[bx] = (587.0 * blockG[bx] + 299.0 * blockR[bx] + 114.0 * blockB[bx]) / lumaScale;
-                tr[bx] = blockR[bx] / area;
-                tg[bx] = blockG[bx] / area;
-                tb[bx] = blockB[bx] / area;
-            }
+            blockMeans(blockR.data(), blockG.data(), blockB.data(), setup.cols, area, lumaScale,
+                       tile[0].data() + row, tile[1].data() + row, tile[2].data() + row, tile[3].data() + row);
             std::fill(blockR.begin(), blockR.end(), 0.0);
             std::fill(blockG.begin(), blockG.end(), 0.0);
             std::fill(blockB.begin(), blockB.end(), 0.0);
@@ -332,8 +340,39 @@ UniformityGrid UniformityImage::grid(UniformityChannel channel, int size) const
 UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zoneRows, int zoneCols, int threads) const
 {
     UniformityPass result;
+    compute(result, size, channelMask, zoneRows, zoneCols, threads);
+    return result;
+}
+
+void UniformityImage::compute(UniformityPass &result, int size, unsigned channelMask, int zoneRows, int zoneCols,
+                              int threads) const
+{
+    // Everything not computed is left empty; the memory stays for reuse.
+    // Grids that are computed are resized, not cleared, so that a grid of
+    // the same size is not zeroed before it is written over.
+    struct ClearUnused
+    {
+        UniformityPass &pass;
+        ~ClearUnused()
+        {
+            for (UniformityGrid &grid : pass.grids)
+                if (grid.cols == 0)
+                    grid.values.clear();
+            if (pass.zones.rows == 0) {
+                pass.zones.cols = 0;
+                pass.zones.red.clear();
+                pass.zones.green.clear();
+                pass.zones.blue.clear();
+            }
+        }
+    } clearUnused{result};
+    for (UniformityGrid &grid : result.grids) {
+        grid.cols = 0;
+        grid.rows = 0;
+    }
+    result.zones.rows = 0;
     if (!isValid())
-        return result;
+        return;
     PassSetup setup;
     setup.bits = m_image.constBits();
     setup.stride = static_cast<std::size_t>(m_image.bytesPerLine());
@@ -368,7 +407,7 @@ UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zone
                 setup.rowZone[y] = k;
     }
     if (setup.size == 0 && setup.zoneRows == 0)
-        return result;
+        return;
 
     // Bands of whole block rows, so that no block is shared between threads;
     // the last band also takes the bottom strip for the zones.
@@ -385,18 +424,25 @@ UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zone
         starts[i] = static_cast<int>(static_cast<long long>(units) * i / count) * unitHeight;
     starts[count] = setup.height;
 
-    // The grids' memory is first touched (page by page) on all threads.
+    // Fresh memory for the grids is first touched (page by page) on all
+    // threads; memory kept from an earlier pass is simply written over.
     if (setup.size > 0) {
         const std::size_t cells = static_cast<std::size_t>(setup.cols) * setup.rows;
+        bool fresh = false;
+        for (int c = 0; c < 4; ++c)
+            fresh |= (channelMask & (1u << c)) && result.grids[c].values.capacity() < cells;
         auto allocate = [&](int part) {
             for (int c = part; c < 4; c += count)
                 if (channelMask & (1u << c))
                     result.grids[c].values.resize(cells);
         };
         std::vector<std::thread> allocators;
-        for (int i = 1; i < count; ++i)
+        for (int i = 1; i < count && fresh; ++i)
             allocators.emplace_back(allocate, i);
-        allocate(0);
+        for (int i = 0; i < count && !fresh; ++i)
+            allocate(i);
+        if (fresh)
+            allocate(0);
         for (std::thread &t : allocators)
             t.join();
         for (int c = 0; c < 4; ++c)
@@ -437,7 +483,6 @@ UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zone
             }
         }
     }
-    return result;
 }
 
 } // namespace kestro
