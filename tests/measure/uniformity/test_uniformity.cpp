@@ -154,6 +154,33 @@ TEST(Uniformity, ResultsDoNotDependOnThreadCount)
     EXPECT_EQ(one.zones.blue, three.zones.blue);
 }
 
+TEST(Uniformity, RecomputeIntoAUsedPassEqualsAFreshPass)
+{
+    // A recompute writes over the memory of the previous one: whatever the
+    // previous size, channels or zones, nothing of it may show through.
+    const QImage img = flatField(203, 157);
+    const UniformityImage image(img);
+    struct Step { int size; unsigned mask; int zoneRows, zoneCols; };
+    const Step steps[] = {{10, kAllUniformityChannels, 15, 20}, {10, kAllUniformityChannels, 15, 20},
+                          {4, kAllUniformityChannels, 3, 4},   {10, 1u, 0, 0},
+                          {7, kAllUniformityChannels, 15, 20}, {7, 2u | 4u, 2, 2}};
+    UniformityPass reused;
+    for (const Step &step : steps) {
+        image.compute(reused, step.size, step.mask, step.zoneRows, step.zoneCols);
+        const UniformityPass fresh = image.compute(step.size, step.mask, step.zoneRows, step.zoneCols);
+        for (int c = 0; c < 4; ++c) {
+            EXPECT_EQ(reused.grids[c].cols, fresh.grids[c].cols) << step.size << " channel " << c;
+            EXPECT_EQ(reused.grids[c].rows, fresh.grids[c].rows) << step.size << " channel " << c;
+            EXPECT_EQ(reused.grids[c].values, fresh.grids[c].values) << step.size << " channel " << c;
+        }
+        EXPECT_EQ(reused.zones.rows, fresh.zones.rows);
+        EXPECT_EQ(reused.zones.cols, fresh.zones.cols);
+        EXPECT_EQ(reused.zones.red, fresh.zones.red);
+        EXPECT_EQ(reused.zones.green, fresh.zones.green);
+        EXPECT_EQ(reused.zones.blue, fresh.zones.blue);
+    }
+}
+
 TEST(Uniformity, CornerWindowsAreShiftedOneColumnAndRowIn)
 {
     // Grid value col * 100 + row: a window's mean reveals its placement.
