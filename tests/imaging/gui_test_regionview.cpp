@@ -27,15 +27,6 @@ QImage grayPicture(int w = 200, int h = 150)
     return img;
 }
 
-QString writeText(const QTemporaryDir &dir, const QString &name, const QByteArray &text)
-{
-    const QString path = dir.filePath(name);
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write(text);
-    return path;
-}
-
 // Records the order of the view's signals.
 struct SignalLog
 {
@@ -110,7 +101,7 @@ TEST_F(RegionView, ReadingAddsNumberedStackedRegionsAndSelectsTheLast)
     view.setPicture(grayPicture());
     view.addRegion(QRectF(1, 1, 5, 5));
     view.setShowNumbers(true);
-    const QString path = writeText(dir, "r.roi",
+    const QString path = kestro::test::writeFile(dir, "r.roi",
                                    "[patches]\n1\\left=10\n1\\top=10\n1\\width=20\n1\\height=20\n"
                                    "2\\left=20.5\n2\\top=20\n2\\width=20\n2\\height=20\n"
                                    "size=3\n");
@@ -135,7 +126,7 @@ TEST_F(RegionView, ReadingAddsNumberedStackedRegionsAndSelectsTheLast)
     EXPECT_EQ(log.entries, QStringList{"selection:4"});
 
     // A file without regions changes nothing.
-    EXPECT_FALSE(view.readRegions(writeText(dir, "e.roi", "[patches]\nsize=0\n")));
+    EXPECT_FALSE(view.readRegions(kestro::test::writeFile(dir, "e.roi", "[patches]\nsize=0\n")));
     EXPECT_FALSE(view.readRegions(dir.filePath("missing.roi")));
     EXPECT_EQ(view.regionCount(), 4);
     EXPECT_EQ(log.entries.size(), 1);
@@ -314,7 +305,7 @@ TEST_F(RegionView, LoadDialogWarnsAboutAMissingFile)
     EXPECT_EQ(boxText, QStringLiteral("Cannot load file %1.").arg(missing));
     EXPECT_EQ(last, "/start/here.roi");
 
-    const QString there = writeText(dir, "there.roi", "[patches]\nsize=0\n");
+    const QString there = kestro::test::writeFile(dir, "there.roi", "[patches]\nsize=0\n");
     EXPECT_EQ(kestro::acceptRoiFileToLoad(nullptr, there, last), there);
     EXPECT_EQ(last, there);
 }

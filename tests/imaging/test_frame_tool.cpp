@@ -8,15 +8,10 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-using kestro::test::buildPath;
+using kestro::test::measureToolPath;
 using kestro::test::runProcess;
 
 namespace {
-
-QString tool()
-{
-    return buildPath("tools/kestro-measure/kestro-measure");
-}
 
 void write(const QString &path, const QByteArray &bytes)
 {
@@ -36,7 +31,7 @@ TEST(FrameTool, FrameAndDemosaicOfARawFile)
     write(dir.filePath("r.raw"), data);
     write(dir.filePath("r.ini"), "[Frame]\nWidth=30\nHeight=20\nBitsPerPixel=10\nImageType=1\nBayerOrder=1\nBlackLevel=16\n");
 
-    auto r = runProcess(tool(), {"frame", dir.filePath("r.raw")});
+    auto r = runProcess(measureToolPath(), {"frame", dir.filePath("r.raw")});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
     const QJsonObject o = QJsonDocument::fromJson(r.out).object();
     EXPECT_EQ(o.value("valid").toBool(), true);
@@ -52,24 +47,24 @@ TEST(FrameTool, FrameAndDemosaicOfARawFile)
     EXPECT_EQ(o.value("imageHeight").toInt(), 16);
     EXPECT_EQ(o.keys().size(), 11);
 
-    r = runProcess(tool(), {"demosaic", dir.filePath("r.raw"), dir.filePath("out.png")});
+    r = runProcess(measureToolPath(), {"demosaic", dir.filePath("r.raw"), dir.filePath("out.png")});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
     const QImage png(dir.filePath("out.png"));
     ASSERT_EQ(png.size(), QSize(26, 16));
 
     // Unreadable input and usage errors: stderr, status 1, no output file.
-    r = runProcess(tool(), {"frame", dir.filePath("missing.raw")});
+    r = runProcess(measureToolPath(), {"frame", dir.filePath("missing.raw")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_FALSE(r.err.isEmpty());
     write(dir.filePath("cut.raw"), data.left(99));
-    r = runProcess(tool(), {"frame", dir.filePath("cut.raw")});
+    r = runProcess(measureToolPath(), {"frame", dir.filePath("cut.raw")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(QJsonDocument::fromJson(r.out).object().value("valid").toBool(true), false);
-    r = runProcess(tool(), {"demosaic", dir.filePath("cut.raw"), dir.filePath("cut.png")});
+    r = runProcess(measureToolPath(), {"demosaic", dir.filePath("cut.raw"), dir.filePath("cut.png")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_FALSE(QFile::exists(dir.filePath("cut.png")));
-    r = runProcess(tool(), {"demosaic", dir.filePath("r.raw"), dir.filePath("no/such/folder/x.png")});
+    r = runProcess(measureToolPath(), {"demosaic", dir.filePath("r.raw"), dir.filePath("no/such/folder/x.png")});
     EXPECT_EQ(r.exitCode, 1);
-    r = runProcess(tool(), {"frame"});
+    r = runProcess(measureToolPath(), {"frame"});
     EXPECT_EQ(r.exitCode, 1);
 }

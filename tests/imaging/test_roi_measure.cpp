@@ -5,32 +5,18 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-using kestro::test::buildPath;
 using kestro::test::runProcess;
+using kestro::test::writeFile;
+using kestro::test::measureToolPath;
 
-namespace {
-QString measure()
-{
-    return buildPath("tools/kestro-measure/kestro-measure");
-}
-
-QString writeText(const QTemporaryDir &dir, const QString &name, const QByteArray &text)
-{
-    const QString path = dir.filePath(name);
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write(text);
-    return path;
-}
-} // namespace
 
 TEST(RoiMeasure, PrintsTheRectanglesAsRead)
 {
     QTemporaryDir dir;
-    const QString path = writeText(dir, "a.roi",
+    const QString path = writeFile(dir, "a.roi",
                                    "[patches]\n1\\height=40\n1\\left=120.5\n1\\top=88\n1\\width=40\n"
                                    "2\\left=x\n2\\top=0.1\n2\\width=-3\n2\\height=1e20\nsize=3\n");
-    const auto r = runProcess(measure(), {"regions", path});
+    const auto r = runProcess(measureToolPath(), {"regions", path});
     EXPECT_EQ(r.exitCode, 0) << r.err.constData();
     EXPECT_EQ(r.out, QByteArray("{\"regions\": [[120.5, 88, 40, 40], [0, 0.10000000000000001, -3, "
                                 "1e+20], [0, 0, 0, 0]]}\n"));
@@ -39,21 +25,21 @@ TEST(RoiMeasure, PrintsTheRectanglesAsRead)
 TEST(RoiMeasure, EmptyFilesGiveNoRegionsAndBadInputAnError)
 {
     QTemporaryDir dir;
-    auto r = runProcess(measure(), {"regions", writeText(dir, "e.roi", "[patches]\nsize=0\n")});
+    auto r = runProcess(measureToolPath(), {"regions", writeFile(dir, "e.roi", "[patches]\nsize=0\n")});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, QByteArray("{\"regions\": []}\n"));
 
-    r = runProcess(measure(), {"regions", dir.filePath("missing.roi")});
+    r = runProcess(measureToolPath(), {"regions", dir.filePath("missing.roi")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_TRUE(r.out.isEmpty());
     EXPECT_TRUE(r.err.contains("missing.roi"));
 
-    r = runProcess(measure(), {"regions", writeText(dir, "h.roi", "[patches]\nsize=2000000000\n")});
+    r = runProcess(measureToolPath(), {"regions", writeFile(dir, "h.roi", "[patches]\nsize=2000000000\n")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_TRUE(r.out.isEmpty());
 
-    r = runProcess(measure(), {"regions"});
+    r = runProcess(measureToolPath(), {"regions"});
     EXPECT_EQ(r.exitCode, 1);
-    r = runProcess(measure(), {"regions", "a", "b"});
+    r = runProcess(measureToolPath(), {"regions", "a", "b"});
     EXPECT_EQ(r.exitCode, 1);
 }

@@ -12,15 +12,6 @@ using namespace kestro;
 
 namespace {
 
-QString writeText(const QTemporaryDir &dir, const QString &name, const QByteArray &text)
-{
-    const QString path = dir.filePath(name);
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write(text);
-    return path;
-}
-
 QByteArray readAll(const QString &path)
 {
     QFile f(path);
@@ -54,7 +45,7 @@ TEST(RoiFile, WritesOutwardRoundedIntegersAndReadsThemBack)
 TEST(RoiFile, ReadsTheArrayConventionInAnyKeyOrderWithRealValues)
 {
     QTemporaryDir dir;
-    const QString path = writeText(dir, "a.roi",
+    const QString path = kestro::test::writeFile(dir, "a.roi",
                                    "[other]\nkey=1\n[patches]\nsize=2\n2\\width=4\n2\\height=5\n"
                                    "2\\top=3.25\n2\\left=-7.5\n1\\left=120.5\n1\\top=88\n"
                                    "1\\width=40\n1\\height=40\n");
@@ -69,7 +60,7 @@ TEST(RoiFile, MissingAndUnconvertibleValuesReadAsZero)
 {
     QTemporaryDir dir;
     // size 3 with two entries; garbage, lists and non-finite numbers.
-    const QString path = writeText(dir, "b.roi",
+    const QString path = kestro::test::writeFile(dir, "b.roi",
                                    "[patches]\n1\\left=abc\n1\\top=12\n1\\width=1,2\n1\\height=nan\n"
                                    "2\\left=inf\n2\\top=-inf\n2\\width=1e999\n2\\height=@Rect(1 2 3 4)\n"
                                    "size=3\n");
@@ -101,7 +92,7 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashing)
         {"binary", QByteArray("\x00\xff\xfe[\x01\x02=\n\x89PNG\r\n\x1a\n", 16), false},
     };
     for (const Case &c : cases) {
-        const RoiReadResult read = readRoiFile(writeText(dir, c.name, c.text));
+        const RoiReadResult read = readRoiFile(kestro::test::writeFile(dir, c.name, c.text));
         EXPECT_FALSE(read.ok) << c.name;
         EXPECT_TRUE(read.rects.isEmpty()) << c.name;
         EXPECT_EQ(!read.error.isEmpty(), c.errorText) << c.name;
@@ -115,7 +106,7 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashing)
 TEST(RoiFile, RewritingKeepsOtherEntriesAndUpdatesTheCount)
 {
     QTemporaryDir dir;
-    const QString path = writeText(dir, "c.roi", "[camera]\nname=x\n");
+    const QString path = kestro::test::writeFile(dir, "c.roi", "[camera]\nname=x\n");
     ASSERT_TRUE(writeRoiFile(path, {QRectF(1, 1, 2, 2), QRectF(3, 3, 4, 4), QRectF(5, 5, 6, 6)}));
     ASSERT_TRUE(writeRoiFile(path, {QRectF(9, 9, 1, 1)}));
     QByteArray text = readAll(path);
@@ -153,7 +144,7 @@ TEST(RoiFile, UnwritablePlacesFailAndLeaveNothingBehind)
 
     // A read-only file keeps its content (skipped when running as root,
     // which may write anyway).
-    const QString path = writeText(dir, "ro.roi", "[patches]\n1\\left=1\nsize=1\n");
+    const QString path = kestro::test::writeFile(dir, "ro.roi", "[patches]\n1\\left=1\nsize=1\n");
     QFile::setPermissions(path, QFileDevice::ReadOwner);
     QDir(dir.path()).mkdir("locked");
     QFile::setPermissions(dir.filePath("locked"), QFileDevice::ReadOwner | QFileDevice::ExeOwner);

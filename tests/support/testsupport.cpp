@@ -1,6 +1,10 @@
 #include "testsupport.h"
 
 #include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <gtest/gtest.h>
 #include <QProcess>
 #include <QProcessEnvironment>
 
@@ -56,6 +60,28 @@ ProcessResult runProcess(const QString &program, const QStringList &args, int ti
     result.out = process.readAllStandardOutput();
     result.err = process.readAllStandardError();
     return result;
+}
+
+QString measureToolPath()
+{
+    return buildPath(QStringLiteral("tools/kestro-measure/kestro-measure"));
+}
+
+QJsonObject parseJsonOutput(const ProcessResult &result)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(result.out, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << result.out.toStdString();
+    return doc.object();
+}
+
+QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
+{
+    const QString path = dir.filePath(name);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+    file.write(bytes);
+    return path;
 }
 
 QString saveImage(const QTemporaryDir &dir, const QString &name, const QImage &image)

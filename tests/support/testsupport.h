@@ -2,6 +2,7 @@
 // Helpers shared by the test programs.
 
 #include <QImage>
+#include <QJsonObject>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -24,6 +25,16 @@ struct ProcessResult
 };
 ProcessResult runProcess(const QString &program, const QStringList &args, int timeoutMs = 120000,
                          const QStringList &extraEnvironment = {});
+
+// The built kestro-measure program.
+QString measureToolPath();
+
+// The JSON object a kestro-measure run printed on stdout; a test failure is
+// recorded when the output is not one JSON document.
+QJsonObject parseJsonOutput(const ProcessResult &result);
+
+// Writes bytes to a file in `dir` and returns its path.
+QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes);
 
 // Writes an image to a file in `dir` and returns its path.
 QString saveImage(const QTemporaryDir &dir, const QString &name, const QImage &image);

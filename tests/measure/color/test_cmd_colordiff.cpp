@@ -62,7 +62,7 @@ struct CommandRun
 CommandRun colordiff(const QString &image, const QString &roi)
 {
     CommandRun r;
-    r.process = test::runProcess(test::buildPath("tools/kestro-measure/kestro-measure"), {"colordiff", image, roi});
+    r.process = test::runProcess(test::measureToolPath(), {"colordiff", image, roi});
     r.json = QJsonDocument::fromJson(r.process.out).object();
     return r;
 }
@@ -196,7 +196,7 @@ TEST(ColordiffCommand, DegenerateImagesAndBadArguments)
          {QStringList{"colordiff", truncated.fileName(), roi}, QStringList{"colordiff", image, dir.filePath("none.roi")},
           QStringList{"colordiff", dir.filePath("none.png"), roi}, QStringList{"colordiff", image},
           QStringList{"colordiff", image, roi, roi}}) {
-        const auto p = test::runProcess(test::buildPath("tools/kestro-measure/kestro-measure"), args);
+        const auto p = test::runProcess(test::measureToolPath(), args);
         EXPECT_EQ(p.exitCode, 1) << args.join(' ').toStdString();
         EXPECT_TRUE(p.out.isEmpty());
         EXPECT_FALSE(p.err.isEmpty());

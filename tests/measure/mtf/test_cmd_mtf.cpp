@@ -14,19 +14,6 @@ using namespace kestro::test;
 
 namespace {
 
-QString tool()
-{
-    return buildPath("tools/kestro-measure/kestro-measure");
-}
-
-QJsonObject parse(const ProcessResult &r)
-{
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << r.out.toStdString();
-    return doc.object();
-}
-
 QString edgeFile(const QTemporaryDir &dir)
 {
     EdgeParams s;
@@ -56,10 +43,10 @@ TEST(MtfCommand, PrintsEveryRegionInOrder)
     ASSERT_TRUE(f.open(QIODevice::WriteOnly));
     f.write("[patches]\n1\\left=200\n1\\top=0\n1\\width=50\n1\\height=50\nsize=1\n");
     f.close();
-    const ProcessResult r = runProcess(tool(), {"mtf", image, "--roi", "30,20,100,120", "--gamma", "1",
+    const ProcessResult r = runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120", "--gamma", "1",
                                                 "--roi-file", roi});
     EXPECT_EQ(r.exitCode, 2) << r.err.toStdString();
-    const QJsonObject o = parse(r);
+    const QJsonObject o = parseJsonOutput(r);
     EXPECT_FALSE(o["ok"].toBool());
     const QJsonArray regions = o["regions"].toArray();
     ASSERT_EQ(regions.size(), 2);
@@ -91,17 +78,17 @@ TEST(MtfCommand, UsageAndInputErrors)
 {
     QTemporaryDir dir;
     const QString image = edgeFile(dir);
-    EXPECT_EQ(runProcess(tool(), {"mtf"}).exitCode, 1);
-    EXPECT_EQ(runProcess(tool(), {"mtf", image}).exitCode, 1); // no regions
-    EXPECT_EQ(runProcess(tool(), {"mtf", image, "--roi", "1,2,3"}).exitCode, 1);
-    EXPECT_EQ(runProcess(tool(), {"mtf", image, "--roi", "1,2,0,5"}).exitCode, 1);
-    EXPECT_EQ(runProcess(tool(), {"mtf", image, "--roi", "30,20,100,120", "--gamma", "-1"}).exitCode, 1);
-    EXPECT_EQ(runProcess(tool(), {"mtf", image, "--roi", "30,20,100,120", "--bogus"}).exitCode, 1);
-    const ProcessResult missing = runProcess(tool(), {"mtf", dir.filePath("none.png"), "--roi", "0,0,10,10"});
+    EXPECT_EQ(runProcess(measureToolPath(), {"mtf"}).exitCode, 1);
+    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image}).exitCode, 1); // no regions
+    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "1,2,3"}).exitCode, 1);
+    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "1,2,0,5"}).exitCode, 1);
+    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120", "--gamma", "-1"}).exitCode, 1);
+    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120", "--bogus"}).exitCode, 1);
+    const ProcessResult missing = runProcess(measureToolPath(), {"mtf", dir.filePath("none.png"), "--roi", "0,0,10,10"});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_TRUE(missing.out.isEmpty());
     EXPECT_FALSE(missing.err.isEmpty());
-    const ProcessResult ok = runProcess(tool(), {"mtf", image, "--roi", "30,20,100,120"});
+    const ProcessResult ok = runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120"});
     EXPECT_EQ(ok.exitCode, 0) << ok.err.toStdString();
-    EXPECT_TRUE(parse(ok)["ok"].toBool());
+    EXPECT_TRUE(parseJsonOutput(ok)["ok"].toBool());
 }

@@ -15,28 +15,6 @@ using namespace kestro::test;
 
 namespace {
 
-QString tool()
-{
-    return buildPath("tools/kestro-measure/kestro-measure");
-}
-
-QString writeRoi(const QTemporaryDir &dir, const QString &name, const QString &body)
-{
-    const QString path = dir.filePath(name);
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write(body.toUtf8());
-    return path;
-}
-
-QJsonObject parse(const ProcessResult &r)
-{
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << r.out.constData();
-    return doc.object();
-}
-
 QImage rgbFrame(int w, int h, int red)
 {
     QImage img(w, h, QImage::Format_ARGB32);
@@ -52,12 +30,12 @@ TEST(NoiseCommand, MeasuresPatchesOfAFrameSet)
     const QString a = saveImage(dir, "a.png", rgbFrame(40, 30, 100));
     const QString b = saveImage(dir, "b.png", rgbFrame(40, 30, 200));
     // The second rectangle has fractional edges and is rounded outwards.
-    const QString roi = writeRoi(dir, "chart.roi",
+    const QString roi = writeFile(dir, "chart.roi",
                                  "[patches]\n1\\left=0\n1\\top=0\n1\\width=10\n1\\height=10\n"
                                  "2\\left=30.5\n2\\top=20.2\n2\\width=9.5\n2\\height=9.3\nsize=2\n");
-    const ProcessResult r = runProcess(tool(), {"noise", roi, a, b});
+    const ProcessResult r = runProcess(measureToolPath(), {"noise", roi, a, b});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
-    const QJsonObject o = parse(r);
+    const QJsonObject o = parseJsonOutput(r);
     EXPECT_TRUE(o["ok"].toBool());
     EXPECT_EQ(o["error"].toString(), QString());
     EXPECT_EQ(o["frames"].toInt(), 2);
@@ -88,19 +66,19 @@ TEST(NoiseCommand, RefusalsAndBadInput)
     QTemporaryDir dir;
     const QString a = saveImage(dir, "a.png", rgbFrame(40, 30, 100));
     const QString wide = saveImage(dir, "wide.png", rgbFrame(41, 30, 100));
-    const QString roi = writeRoi(dir, "one.roi", "[patches]\n1\\left=35\n1\\top=0\n1\\width=10\n1\\height=10\nsize=1\n");
-    const QString good = writeRoi(dir, "good.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=4\n1\\height=4\nsize=1\n");
+    const QString roi = writeFile(dir, "one.roi", "[patches]\n1\\left=35\n1\\top=0\n1\\width=10\n1\\height=10\nsize=1\n");
+    const QString good = writeFile(dir, "good.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=4\n1\\height=4\nsize=1\n");
 
-    ProcessResult r = runProcess(tool(), {"noise", roi, a});
+    ProcessResult r = runProcess(measureToolPath(), {"noise", roi, a});
     EXPECT_EQ(r.exitCode, 2);
-    QJsonObject o = parse(r);
+    QJsonObject o = parseJsonOutput(r);
     EXPECT_FALSE(o["ok"].toBool());
     EXPECT_EQ(o["error"].toString(), "Invalid region:((35, 0), (44, 9))");
     EXPECT_TRUE(o["patches"].toArray().isEmpty());
 
-    r = runProcess(tool(), {"noise", good, a, wide});
+    r = runProcess(measureToolPath(), {"noise", good, a, wide});
     EXPECT_EQ(r.exitCode, 2);
-    o = parse(r);
+    o = parseJsonOutput(r);
     EXPECT_EQ(o["error"].toString(),
               "Frames in the frameset do not have the same format. Calculation cannot be performed.");
     EXPECT_EQ(o["frames"].toInt(), 2);
@@ -115,9 +93,9 @@ TEST(NoiseCommand, RefusalsAndBadInput)
     }
     for (const QStringList &args : {QStringList{"noise", good, a, truncated}, QStringList{"noise", good,
                                     dir.filePath("missing.png")}, QStringList{"noise", dir.filePath("none.roi"), a},
-                                    QStringList{"noise", writeRoi(dir, "empty.roi", "[other]\nx=1\n"), a},
+                                    QStringList{"noise", writeFile(dir, "empty.roi", "[other]\nx=1\n"), a},
                                     QStringList{"noise", good}}) {
-        r = runProcess(tool(), args);
+        r = runProcess(measureToolPath(), args);
         EXPECT_EQ(r.exitCode, 1) << args.join(' ').toStdString();
         EXPECT_TRUE(r.out.isEmpty());
         EXPECT_FALSE(r.err.isEmpty());
@@ -132,10 +110,10 @@ TEST(NoiseCommand, SingleGrayFrameUsesFpn)
         for (int x = 0; x < 16; ++x)
             gray.scanLine(y)[x] = static_cast<uchar>(x % 2 ? 110 : 90);
     const QString path = saveImage(dir, "gray.bmp", gray.convertToFormat(QImage::Format_Indexed8));
-    const QString roi = writeRoi(dir, "g.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=16\n1\\height=8\nsize=1\n");
-    const ProcessResult r = runProcess(tool(), {"noise", roi, path});
+    const QString roi = writeFile(dir, "g.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=16\n1\\height=8\nsize=1\n");
+    const ProcessResult r = runProcess(measureToolPath(), {"noise", roi, path});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
-    const QJsonObject c = parse(r)["patches"].toArray()[0].toObject()["channels"].toArray()[0].toObject();
+    const QJsonObject c = parseJsonOutput(r)["patches"].toArray()[0].toObject()["channels"].toArray()[0].toObject();
     EXPECT_EQ(c["name"].toString(), "Mono");
     EXPECT_DOUBLE_EQ(c["signal"].toDouble(), 100.0);
     EXPECT_DOUBLE_EQ(c["fpn"].toDouble(), 10.0);

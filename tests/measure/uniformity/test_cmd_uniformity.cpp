@@ -13,19 +13,6 @@ using namespace kestro::test;
 
 namespace {
 
-QString tool()
-{
-    return buildPath("tools/kestro-measure/kestro-measure");
-}
-
-QJsonObject parse(const ProcessResult &r)
-{
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(r.out, &error);
-    EXPECT_EQ(error.error, QJsonParseError::NoError) << r.out.toStdString();
-    return doc.object();
-}
-
 } // namespace
 
 TEST(UniformityCommand, PrintsChannelsLabelsAndCpiqZones)
@@ -41,10 +28,10 @@ TEST(UniformityCommand, PrintsChannelsLabelsAndCpiqZones)
             img.setPixel(x, y, x < 5 && y < 5 ? qRgb(120, 120, 200) : qRgb(120, 120, 120));
     const QString path = saveImage(dir, "flat.png", img);
 
-    ProcessResult r = runProcess(tool(), {"uniformity", path, "--subsample", "5", "--center", "20", "--corner",
+    ProcessResult r = runProcess(measureToolPath(), {"uniformity", path, "--subsample", "5", "--center", "20", "--corner",
                                           "25", "--zones", "16x20"});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
-    QJsonObject o = parse(r);
+    QJsonObject o = parseJsonOutput(r);
     EXPECT_EQ(o["width"].toInt(), 100);
     EXPECT_EQ(o["height"].toInt(), 80);
     EXPECT_EQ(o["subsample"].toInt(), 5);
@@ -80,9 +67,9 @@ TEST(UniformityCommand, PrintsChannelsLabelsAndCpiqZones)
     EXPECT_GT(cpiq["metric"].toDouble(), 5);
 
     // An empty centre window prints "nan".
-    r = runProcess(tool(), {"uniformity", path, "--center", "0"});
+    r = runProcess(measureToolPath(), {"uniformity", path, "--center", "0"});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
-    o = parse(r);
+    o = parseJsonOutput(r);
     EXPECT_EQ(o["channels"].toObject()["Y"].toObject()["center"].toString(), "nan");
     EXPECT_EQ(o["cpiq"].toObject()["zones"].toArray().size(), 300);
 }
@@ -96,9 +83,9 @@ TEST(UniformityCommand, RefusalsAndUsageErrors)
     const QString path = saveImage(dir, "flat.png", img);
 
     for (const char *size : {"0", "11"}) {
-        const ProcessResult r = runProcess(tool(), {"uniformity", path, "--subsample", size});
+        const ProcessResult r = runProcess(measureToolPath(), {"uniformity", path, "--subsample", size});
         EXPECT_EQ(r.exitCode, 2);
-        const QJsonObject o = parse(r);
+        const QJsonObject o = parseJsonOutput(r);
         EXPECT_FALSE(o["ok"].toBool());
         EXPECT_FALSE(o["valid"].toBool());
         EXPECT_EQ(o["error"].toString(), "Cannot display subsampled image. Please input valid subsampling size "
@@ -108,9 +95,9 @@ TEST(UniformityCommand, RefusalsAndUsageErrors)
     }
 
     const QString gray = saveImage(dir, "gray.png", img.convertToFormat(QImage::Format_Grayscale8));
-    ProcessResult r = runProcess(tool(), {"uniformity", gray});
+    ProcessResult r = runProcess(measureToolPath(), {"uniformity", gray});
     EXPECT_EQ(r.exitCode, 2);
-    QJsonObject o = parse(r);
+    QJsonObject o = parseJsonOutput(r);
     EXPECT_FALSE(o["valid"].toBool());
     EXPECT_EQ(o["error"].toString(), "Only RGB files are supported for this test. Failed to load the file : " + gray);
 
@@ -125,7 +112,7 @@ TEST(UniformityCommand, RefusalsAndUsageErrors)
           QStringList{"uniformity"}, QStringList{"uniformity", path, "--zones", "33x20"},
           QStringList{"uniformity", path, "--zones", "15"}, QStringList{"uniformity", path, "--center", "ten"},
           QStringList{"uniformity", path, "--corner"}, QStringList{"uniformity", path, "--bogus", "1"}}) {
-        r = runProcess(tool(), args);
+        r = runProcess(measureToolPath(), args);
         EXPECT_EQ(r.exitCode, 1) << args.join(' ').toStdString();
         EXPECT_TRUE(r.out.isEmpty());
         EXPECT_FALSE(r.err.isEmpty());
