@@ -14,13 +14,14 @@ QString sensorDataFolder()
     return QFile::decodeName(tl_SensorData());
 }
 
-QStringList sensorDataFiles(const QString &folder, const QString &name, const QString &alternateName,
-                            int revision)
+QStringList sensorDataFiles(const QString &folder, const QString &name,
+                            const QString &alternateName, int revision)
 {
     QStringList patterns;
     const QString rev = QString::number(revision);
     if (!name.isEmpty()) {
-        for (const char *pattern : {"%1-REV%2-DEV*.xsdat", "%1-REV%2-DEV*.sdat", "%1-REV%2*.xsdat", "%1-REV%2*.sdat"})
+        for (const char *pattern :
+             {"%1-REV%2-DEV*.xsdat", "%1-REV%2-DEV*.sdat", "%1-REV%2*.xsdat", "%1-REV%2*.sdat"})
             patterns << QString::fromLatin1(pattern).arg(name, rev);
     }
     if (!alternateName.isEmpty()) {
@@ -69,11 +70,12 @@ QList<SensorDataInfo> availableSensors(const QString &folder)
     if (folder.isEmpty() || !dir.exists())
         return {};
     QMap<QString, SensorDataInfo> byName;
-    const QStringList files =
-        dir.entryList({QStringLiteral("*.sdat"), QStringLiteral("*.xsdat")}, QDir::Files, QDir::Name);
+    const QStringList files = dir.entryList({QStringLiteral("*.sdat"), QStringLiteral("*.xsdat")},
+                                            QDir::Files, QDir::Name);
     for (const QString &file : files) {
         tl_sensor_t sensor;
-        if (tl_ReadSensorDataFile(QFile::encodeName(dir.filePath(file)).constData(), &sensor) != TL_OK)
+        if (tl_ReadSensorDataFile(QFile::encodeName(dir.filePath(file)).constData(), &sensor)
+            != TL_OK)
             continue;
         const QString name = QString::fromLatin1(sensor.name);
         if (name.isEmpty())

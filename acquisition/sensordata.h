@@ -21,8 +21,8 @@ QString sensorDataFolder();
 // so "N-REV21.sdat" also matches revision 2. Within one pattern the names are
 // sorted; a file matched by several patterns is listed once, at its first
 // match. Null names skip their patterns.
-QStringList sensorDataFiles(const QString &folder, const QString &name, const QString &alternateName,
-                            int revision);
+QStringList sensorDataFiles(const QString &folder, const QString &name,
+                            const QString &alternateName, int revision);
 // The same in the library's folder.
 QStringList sensorDataFiles(const QString &name, const QString &alternateName, int revision);
 
@@ -39,7 +39,7 @@ struct SensorDataInfo
     QString name;
     QString alternateName;
     std::uint32_t partId = 0;
-    QList<int> revisions;          // ascending, each found by sensorDataFiles
+    QList<int> revisions;           // ascending, each found by sensorDataFiles
     std::uint32_t revisionMask = 0; // bit r-1 set for revision r (revisions 1..32)
 };
 

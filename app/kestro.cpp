@@ -35,14 +35,14 @@ static void initKestroResources()
 
 namespace {
 
-const char kMatlabInstallerUrl[] =
-    "https://ssd.mathworks.com/supportfiles/downloads/R2019a/Release/9/deployment_files/installer/"
-    "complete/win64/MATLAB_Runtime_R2019a_Update_9_win64.zip";
+const char kMatlabInstallerUrl[]
+        = "https://ssd.mathworks.com/supportfiles/downloads/R2019a/Release/9/deployment_files/installer/"
+          "complete/win64/MATLAB_Runtime_R2019a_Update_9_win64.zip";
 
 const char *const kQuickStartPages[] = {
-    "ColorDifference_QuickStart.html",
-    "MTF_QuickStart.html",
-    "ColorUniformity_QuickStart.html",
+        "ColorDifference_QuickStart.html",
+        "MTF_QuickStart.html",
+        "ColorUniformity_QuickStart.html",
 };
 
 // Batch output goes to stdout through printf, exactly as the texts stand.
@@ -98,13 +98,16 @@ bool isMatlabRuntimeInstalled()
         library.unload();
         return true;
     }
-    const QString text =
-        QStringLiteral("Matlab runtime is missing. Some functionalities will be disabled.<br>Install "
-                       "Matlab runtime by downloading ")
-        + QStringLiteral("<a href=\"%1\">Matlab runtime installer</a>").arg(QLatin1String(kMatlabInstallerUrl))
-        + QStringLiteral(".<br><b>Relaunch the application so that installation changes can take effect</b>.");
-    kestro::showMessage(nullptr, QMessageBox::Warning, QStringLiteral("Matlab runtime is not installed"), text,
-                        Qt::RichText);
+    const QString text
+            = QStringLiteral(
+                      "Matlab runtime is missing. Some functionalities will be disabled.<br>Install "
+                      "Matlab runtime by downloading ")
+              + QStringLiteral("<a href=\"%1\">Matlab runtime installer</a>")
+                        .arg(QLatin1String(kMatlabInstallerUrl))
+              + QStringLiteral(
+                      ".<br><b>Relaunch the application so that installation changes can take effect</b>.");
+    kestro::showMessage(nullptr, QMessageBox::Warning,
+                        QStringLiteral("Matlab runtime is not installed"), text, Qt::RichText);
     return false;
 }
 
@@ -114,16 +117,18 @@ Kestro::Kestro(QWidget *parent, Qt::WindowFlags flags)
     initKestroResources();
     // The settings file name is appended to the application directory path
     // as it stands, without a separator.
-    m_settings = std::make_unique<QSettings>(QCoreApplication::applicationDirPath() + QStringLiteral("Kestro.ini"),
+    m_settings = std::make_unique<QSettings>(QCoreApplication::applicationDirPath()
+                                                     + QStringLiteral("Kestro.ini"),
                                              QSettings::IniFormat);
     buildForm();
     m_currentTab = m_workflow->currentIndex();
     fillSensorTypes();
     if (m_sensorType->count() == 0) {
         kestro::showMessage(this, QMessageBox::Critical, QStringLiteral("Error"),
-                            QStringLiteral("Kestro has not detected any valid sensor data (.sdat or .xsdat) "
-                                           "files.\nRun the installer for your specific sensor before using "
-                                           "Kestro.\n\nThe application will now exit."));
+                            QStringLiteral(
+                                    "Kestro has not detected any valid sensor data (.sdat or .xsdat) "
+                                    "files.\nRun the installer for your specific sensor before using "
+                                    "Kestro.\n\nThe application will now exit."));
         m_noSensorData = true;
         m_exitCode = 1;
     }
@@ -207,7 +212,8 @@ void Kestro::fillSensorTypes()
     m_sensorType->clear();
     const QList<kestro::SensorDataInfo> sensors = kestro::availableSensors();
     for (const kestro::SensorDataInfo &sensor : sensors) {
-        const QString alternate = sensor.alternateName.isNull() ? QStringLiteral("") : sensor.alternateName;
+        const QString alternate = sensor.alternateName.isNull() ? QStringLiteral("")
+                                                                : sensor.alternateName;
         if (kestro::sensorDataExists(sensor.name, alternate, sensor.revisionMask))
             m_sensorType->addItem(sensor.name, QVariant::fromValue(sensor.revisionMask));
     }
@@ -256,7 +262,8 @@ void Kestro::initialize()
     //    not at all without the runtime.
     if (m_commandLineMode || !m_matlabRuntimeInstalled) {
         if (m_matlabRuntimeInstalled) {
-            const bool isMtf = m_commandLineType.compare(QLatin1String("MTF"), Qt::CaseInsensitive) == 0;
+            const bool isMtf = m_commandLineType.compare(QLatin1String("MTF"), Qt::CaseInsensitive)
+                               == 0;
             m_colorCal->InitializeCalibration(false, isMtf);
             m_colorCalibrationReady = m_colorCal->LastErrorState() == 0;
         }
@@ -276,8 +283,9 @@ void Kestro::initialize()
         if (m_colorCal->LastErrorState() != 0) {
             m_splash->close(); // never shown; finish(this) would wait for the window
             kestro::showMessage(this, QMessageBox::Critical, QStringLiteral("Error"),
-                                QStringLiteral("ColorCal library initialization failed.\n\nYou may need to "
-                                               "reinstall the software.\n\nThe application will now exit."));
+                                QStringLiteral(
+                                        "ColorCal library initialization failed.\n\nYou may need to "
+                                        "reinstall the software.\n\nThe application will now exit."));
             QCoreApplication::exit(1);
             m_exitCode = 1;
             m_startupFailed = true;
@@ -287,8 +295,10 @@ void Kestro::initialize()
 
     // 8. Signals.
     connect(m_workflow, &QTabWidget::currentChanged, this, &Kestro::currentTabChanged);
-    connect(m_sensorType, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &Kestro::setSensorType);
-    connect(m_sensorRevision, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &Kestro::setSensorRev);
+    connect(m_sensorType, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+            &Kestro::setSensorType);
+    connect(m_sensorRevision, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+            &Kestro::setSensorRev);
     connect(m_loadConfig, &QPushButton::pressed, this, &Kestro::loadUserConfig);
 
     // 9. Pages, in this order.
@@ -314,13 +324,9 @@ void Kestro::initialize()
     m_lastSaveDir = QDir::homePath();
 }
 
-void Kestro::wireColorDifferencePage()
-{
-}
+void Kestro::wireColorDifferencePage() { }
 
-void Kestro::wireNoisePage()
-{
-}
+void Kestro::wireNoisePage() { }
 
 void Kestro::wireMtfPage()
 {
@@ -328,9 +334,7 @@ void Kestro::wireMtfPage()
     m_mtfGamma = 1.0;
 }
 
-void Kestro::wireUniformityPage()
-{
-}
+void Kestro::wireUniformityPage() { }
 
 void Kestro::selectQuickStartPage(int page)
 {
@@ -370,8 +374,10 @@ void Kestro::setSensorRev(int index)
 
 void Kestro::loadUserConfig()
 {
-    QString path = QFileDialog::getOpenFileName(this, QStringLiteral("Open Configuration File"), m_lastOpenDir,
-                                                QStringLiteral("Sensor Tuning Configuration Files (*.cfg)"));
+    QString path = QFileDialog::getOpenFileName(this, QStringLiteral("Open Configuration File"),
+                                                m_lastOpenDir,
+                                                QStringLiteral(
+                                                        "Sensor Tuning Configuration Files (*.cfg)"));
     if (!path.isEmpty()) {
         m_lastOpenDir = QFileInfo(path).absolutePath();
         path.replace(QLatin1Char('/'), QLatin1Char('\\'));
@@ -403,10 +409,11 @@ void Kestro::checkSensorSelected()
 {
     if (isCameraOpen())
         return;
-    kestro::showMessage(this, QMessageBox::Information, QStringLiteral("No Camera Detected"),
-                        QStringLiteral("Before starting to calibrate your sensor you need to\nselect a sensor "
-                                       "type.\n\nSelect a sensor type and revision before you proceed,\nor "
-                                       "connect a Demo camera and press the Probe button\non the toolbar."));
+    kestro::showMessage(
+            this, QMessageBox::Information, QStringLiteral("No Camera Detected"),
+            QStringLiteral("Before starting to calibrate your sensor you need to\nselect a sensor "
+                           "type.\n\nSelect a sensor type and revision before you proceed,\nor "
+                           "connect a Demo camera and press the Probe button\non the toolbar."));
 }
 
 // ---------------------------------------------------------------------------
@@ -418,7 +425,9 @@ void Kestro::runCommandLine(int argc, char **argv)
         return;
     m_commandLineType = QString::fromLatin1(argv[1]);
     const QString test = m_commandLineType;
-    auto is = [&](const char *name) { return test.compare(QLatin1String(name), Qt::CaseInsensitive) == 0; };
+    auto is = [&](const char *name) {
+        return test.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
+    };
     if (is("Uniformity"))
         runUniformity(argc, argv);
     else if (is("MTF"))
@@ -582,7 +591,9 @@ void Kestro::runUniformity(int argc, char **argv)
                     m_uniCornerPercent = intValue(arg);
             } else if (hasKey(arg, "ShowContour")) {
                 if (given)
-                    m_uniShowContour = valueOf(arg).compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
+                    m_uniShowContour = valueOf(arg).compare(QLatin1String("true"),
+                                                            Qt::CaseInsensitive)
+                                       == 0;
             } else if (hasKey(arg, "ContourLow")) {
                 if (given)
                     m_uniContourLow = intValue(arg);
@@ -614,7 +625,9 @@ void Kestro::newSlantedEdgeImage(QImage &image)
 bool Kestro::calcMTF(bool interactive)
 {
     if (!m_matlabRuntimeInstalled || !m_colorCalibrationReady) {
-        std::fprintf(stderr, "Kestro: the MTF measurement is disabled: the calibration library is not ready.\n");
+        std::fprintf(
+                stderr,
+                "Kestro: the MTF measurement is disabled: the calibration library is not ready.\n");
         return false;
     }
     if (!m_mtfBatch) {

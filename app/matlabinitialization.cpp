@@ -8,8 +8,7 @@ MatlabInitialization::MatlabInitialization(QObject *parent, CColorCalibrate *lib
     , m_library(library)
     , m_colorCalibration(colorCalibration)
     , m_mtf(mtf)
-{
-}
+{ }
 
 void MatlabInitialization::run()
 {

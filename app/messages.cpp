@@ -39,11 +39,13 @@ bool messagesGoToStderr()
 QString plainMessageText(const QString &richText)
 {
     QString text = richText;
-    text.replace(QRegularExpression(QStringLiteral("<br\\s*/?>"), QRegularExpression::CaseInsensitiveOption),
+    text.replace(QRegularExpression(QStringLiteral("<br\\s*/?>"),
+                                    QRegularExpression::CaseInsensitiveOption),
                  QStringLiteral("\n"));
-    static const QRegularExpression anchor(
-        QStringLiteral("<a\\s+[^>]*href\\s*=\\s*[\"']([^\"']*)[\"'][^>]*>(.*?)</a>"),
-        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
+    static const QRegularExpression
+            anchor(QStringLiteral("<a\\s+[^>]*href\\s*=\\s*[\"']([^\"']*)[\"'][^>]*>(.*?)</a>"),
+                   QRegularExpression::CaseInsensitiveOption
+                           | QRegularExpression::DotMatchesEverythingOption);
     text.replace(anchor, QStringLiteral("\\2 (\\1)"));
     static const QRegularExpression tag(QStringLiteral("<[^>]*>"));
     text.remove(tag);
@@ -55,8 +57,9 @@ QString plainMessageText(const QString &richText)
     return text;
 }
 
-QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon, const QString &title,
-                                        const QString &text, Qt::TextFormat format)
+QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon,
+                                        const QString &title, const QString &text,
+                                        Qt::TextFormat format)
 {
     if (messagesGoToStderr()) {
         const QString shown = format == Qt::RichText ? plainMessageText(text) : text;

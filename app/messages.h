@@ -26,7 +26,8 @@ QString plainMessageText(const QString &richText);
 
 // Shows a modal box with one OK button (or prints it, see above) and
 // returns the button pressed (OK when printed).
-QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon, const QString &title,
-                                        const QString &text, Qt::TextFormat format = Qt::PlainText);
+QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon,
+                                        const QString &title, const QString &text,
+                                        Qt::TextFormat format = Qt::PlainText);
 
 } // namespace kestro

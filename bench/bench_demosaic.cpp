@@ -40,19 +40,24 @@ struct Fixture
             for (int x = 0; x < kWidth; ++x) {
                 const int patch = ((x / 400) + (y / 400)) % 6;
                 const int channel = (x & 1) + (y & 1); // 0 R, 1 G, 2 B
-                double v = 168 + 500 * (patch + 1) * (0.6 + 0.4 * std::sin(0.002 * x + 0.001 * y)) * (1.0 - 0.2 * channel);
+                double v = 168
+                           + 500 * (patch + 1) * (0.6 + 0.4 * std::sin(0.002 * x + 0.001 * y))
+                                     * (1.0 - 0.2 * channel);
                 v += noise(rng);
-                samples[static_cast<size_t>(y) * kWidth + x] = static_cast<std::uint16_t>(std::min(4095.0, std::max(0.0, v)));
+                samples[static_cast<size_t>(y) * kWidth + x] = static_cast<std::uint16_t>(
+                        std::min(4095.0, std::max(0.0, v)));
             }
         }
         rawPath = dir.filePath("mosaic.raw");
         QFile raw(rawPath);
         raw.open(QIODevice::WriteOnly);
-        raw.write(reinterpret_cast<const char *>(samples.data()), static_cast<qint64>(samples.size() * 2));
+        raw.write(reinterpret_cast<const char *>(samples.data()),
+                  static_cast<qint64>(samples.size() * 2));
         raw.close();
         QFile ini(dir.filePath("mosaic.ini"));
         ini.open(QIODevice::WriteOnly);
-        ini.write("[Frame]\nWidth=4000\nHeight=3000\nBitsPerPixel=12\nImageType=1\nBayerOrder=1\nBlackLevel=168\n");
+        ini.write(
+                "[Frame]\nWidth=4000\nHeight=3000\nBitsPerPixel=12\nImageType=1\nBayerOrder=1\nBlackLevel=168\n");
     }
 };
 
@@ -81,8 +86,10 @@ void BM_KestroDemosaicOnly(benchmark::State &state)
 {
     Fixture &f = fixture();
     for (auto _ : state) {
-        const QImage image = kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(f.samples.data()), kWidth,
-                                                     kHeight, kBits, 168, 1, static_cast<int>(state.range(0)));
+        const QImage image = kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(
+                                                             f.samples.data()),
+                                                     kWidth, kHeight, kBits, 168, 1,
+                                                     static_cast<int>(state.range(0)));
         benchmark::DoNotOptimize(image.constBits());
     }
     state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
@@ -118,7 +125,8 @@ public:
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
                 times[name] = run.GetAdjustedRealTime();
                 fromMedian[name] = true;
-            } else if (run.run_type == Run::RT_Iteration && run.iterations > 0 && !fromMedian[name]) {
+            } else if (run.run_type == Run::RT_Iteration && run.iterations > 0
+                       && !fromMedian[name]) {
                 times[name] = run.GetAdjustedRealTime();
             }
         }
@@ -139,7 +147,8 @@ int main(int argc, char **argv)
     const auto ours = reporter.times.find("BM_KestroRawLoadDemosaic/real_time");
     const auto theirs = reporter.times.find("BM_OpenCvDemosaicEA/real_time");
     if (ours != reporter.times.end() && theirs != reporter.times.end() && theirs->second > 0)
-        std::printf("ratio raw load + demosaic / OpenCV BayerBG2BGR_EA: %.3f\n", ours->second / theirs->second);
+        std::printf("ratio raw load + demosaic / OpenCV BayerBG2BGR_EA: %.3f\n",
+                    ours->second / theirs->second);
     benchmark::Shutdown();
     return 0;
 }

@@ -73,8 +73,9 @@ void calculate(benchmark::State &state, int w, int h)
     const QRect rect = regionOf(w, h);
     unsigned n = 0;
     auto once = [&] {
-        return cal.CalculateMTF(n, f.data(), g.data(), r.data(), gr.data(), b.data(), m[0], m[1], m[2], m[3],
-                                m[4], m[5], error, 1024, name.constData(), 0.45, rect.left(), rect.top(), w, h, 3);
+        return cal.CalculateMTF(n, f.data(), g.data(), r.data(), gr.data(), b.data(), m[0], m[1],
+                                m[2], m[3], m[4], m[5], error, 1024, name.constData(), 0.45,
+                                rect.left(), rect.top(), w, h, 3);
     };
     once(); // decode into the cache
     if (error[0])
@@ -118,12 +119,30 @@ void BM_DecodeFile(benchmark::State &state)
     }
 }
 
-void BM_CalculateMTF_100x200(benchmark::State &s) { calculate(s, 100, 200); }
-void BM_CalculateMTF_300x600(benchmark::State &s) { calculate(s, 300, 600); }
-void BM_RegionOnly_100x200(benchmark::State &s) { regionOnly(s, 100, 200); }
-void BM_RegionOnly_300x600(benchmark::State &s) { regionOnly(s, 300, 600); }
-void BM_ExtractOnly_100x200(benchmark::State &s) { extractOnly(s, 100, 200); }
-void BM_ExtractOnly_300x600(benchmark::State &s) { extractOnly(s, 300, 600); }
+void BM_CalculateMTF_100x200(benchmark::State &s)
+{
+    calculate(s, 100, 200);
+}
+void BM_CalculateMTF_300x600(benchmark::State &s)
+{
+    calculate(s, 300, 600);
+}
+void BM_RegionOnly_100x200(benchmark::State &s)
+{
+    regionOnly(s, 100, 200);
+}
+void BM_RegionOnly_300x600(benchmark::State &s)
+{
+    regionOnly(s, 300, 600);
+}
+void BM_ExtractOnly_100x200(benchmark::State &s)
+{
+    extractOnly(s, 100, 200);
+}
+void BM_ExtractOnly_300x600(benchmark::State &s)
+{
+    extractOnly(s, 300, 600);
+}
 
 } // namespace
 

@@ -90,8 +90,9 @@ void loadFrame(benchmark::State &state, const QStringList &paths)
             state.SkipWithError("frame did not load");
         benchmark::DoNotOptimize(frame.data());
     }
-    state.counters["perFrame"] = benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate
-                                                                                     | benchmark::Counter::kInvert);
+    state.counters["perFrame"] = benchmark::Counter(state.iterations(),
+                                                    benchmark::Counter::kIsRate
+                                                            | benchmark::Counter::kInvert);
 }
 
 // Streaming: load, add and drop each frame.
@@ -156,7 +157,8 @@ static void BM_Engine200Frames(benchmark::State &state)
         benchmark::DoNotOptimize(acc.results());
     }
     state.counters["perFrame"] = benchmark::Counter(state.iterations() * kFrames,
-                                                      benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+                                                    benchmark::Counter::kIsRate
+                                                            | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_Engine200Frames)->Unit(benchmark::kMillisecond);
 

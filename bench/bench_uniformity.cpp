@@ -32,7 +32,8 @@ const QImage &picture()
                 const double dx = (x - w / 2.0) / (w / 2.0);
                 const double fall = 1.0 - 0.35 * (dx * dx + dy * dy);
                 const int ripple = (x * 7 + y * 13) % 5 - 2;
-                row[x] = qRgb(std::clamp(int(210 * fall) + ripple, 0, 255), std::clamp(int(200 * fall) + ripple, 0, 255),
+                row[x] = qRgb(std::clamp(int(210 * fall) + ripple, 0, 255),
+                              std::clamp(int(200 * fall) + ripple, 0, 255),
                               std::clamp(int(170 * fall) + ripple, 0, 255));
             }
         }
@@ -94,7 +95,11 @@ void BM_UniformityFourChannelsAndCpiq(benchmark::State &state)
     }
     state.SetBytesProcessed(state.iterations() * picture().sizeInBytes());
 }
-BENCHMARK(BM_UniformityFourChannelsAndCpiq)->Arg(10)->Arg(50)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_UniformityFourChannelsAndCpiq)
+        ->Arg(10)
+        ->Arg(50)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
 
 // The same on a fresh pass each time, as the first compute of a picture:
 // the grids' memory is newly allocated and faulted in.
@@ -103,13 +108,17 @@ void BM_UniformityFourChannelsAndCpiqFirstCompute(benchmark::State &state)
     const UniformityImage image(picture());
     const int subsample = static_cast<int>(state.range(0));
     for (auto _ : state) {
-        UniformityPass pass = image.compute(subsample, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols);
+        UniformityPass pass = image.compute(subsample, kAllUniformityChannels, kCpiqDefaultRows,
+                                            kCpiqDefaultCols);
         benchmark::DoNotOptimize(summariseChannels(pass, 10, 10));
         benchmark::DoNotOptimize(cpiqFromZoneMeans(pass.zones));
     }
     state.SetBytesProcessed(state.iterations() * picture().sizeInBytes());
 }
-BENCHMARK(BM_UniformityFourChannelsAndCpiqFirstCompute)->Arg(10)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_UniformityFourChannelsAndCpiqFirstCompute)
+        ->Arg(10)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
 
 // The pass alone (four grids and the zones), without the summaries, into
 // the memory of the previous pass.

@@ -15,10 +15,10 @@ namespace {
 
 // map[(x mod 2) + 2 * (y mod 2)] per colour order code.
 constexpr int kClassMap[4][4] = {
-    {0, 1, 2, 3},
-    {1, 0, 3, 2},
-    {2, 3, 0, 1},
-    {3, 2, 1, 0},
+        {0, 1, 2, 3},
+        {1, 0, 3, 2},
+        {2, 3, 0, 1},
+        {3, 2, 1, 0},
 };
 
 // The rows are processed in two phases: the even output columns, then the
@@ -63,8 +63,9 @@ struct Quantiser
 
 // Pixels of n centres of position class P: the three kernel sums, offset by
 // 16 * black and quantised.
-template <int P>
-inline void phasePixels(const Phase &ph, int n, int offset, const Quantiser &q, std::uint32_t *__restrict out)
+template<int P>
+inline void phasePixels(const Phase &ph, int n, int offset, const Quantiser &q,
+                        std::uint32_t *__restrict out)
 {
     const std::int32_t *__restrict s0 = ph.same[0];
     const std::int32_t *__restrict s1 = ph.same[1];
@@ -76,10 +77,10 @@ inline void phasePixels(const Phase &ph, int n, int offset, const Quantiser &q, 
     const std::int32_t *__restrict t3 = ph.other[3];
     for (int j = 0; j < n; ++j) {
         const int c = s2[j + 1];
-        const int hn = t2[j] + t2[j + 1];            // left and right neighbours
-        const int h2 = s2[j] + s2[j + 2];            // two to the left and right
-        const int vn = s1[j + 1] + s3[j + 1];        // above and below
-        const int v2 = s0[j + 1] + s4[j + 1];        // two above and below
+        const int hn = t2[j] + t2[j + 1];                     // left and right neighbours
+        const int h2 = s2[j] + s2[j + 2];                     // two to the left and right
+        const int vn = s1[j + 1] + s3[j + 1];                 // above and below
+        const int v2 = s0[j + 1] + s4[j + 1];                 // two above and below
         const int dg = t1[j] + t1[j + 1] + t3[j] + t3[j + 1]; // diagonals
         const int identity = 16 * c;
         const int greenAt = 8 * c + 4 * (hn + vn) - 2 * (h2 + v2);
@@ -100,21 +101,30 @@ inline void phasePixels(const Phase &ph, int n, int offset, const Quantiser &q, 
     }
 }
 
-inline void pixelsFor(int cls, const Phase &ph, int n, int offset, const Quantiser &q, std::uint32_t *out)
+inline void pixelsFor(int cls, const Phase &ph, int n, int offset, const Quantiser &q,
+                      std::uint32_t *out)
 {
     switch (cls) {
-    case 0: phasePixels<0>(ph, n, offset, q, out); break;
-    case 1: phasePixels<1>(ph, n, offset, q, out); break;
-    case 2: phasePixels<2>(ph, n, offset, q, out); break;
-    default: phasePixels<3>(ph, n, offset, q, out); break;
+    case 0:
+        phasePixels<0>(ph, n, offset, q, out);
+        break;
+    case 1:
+        phasePixels<1>(ph, n, offset, q, out);
+        break;
+    case 2:
+        phasePixels<2>(ph, n, offset, q, out);
+        break;
+    default:
+        phasePixels<3>(ph, n, offset, q, out);
+        break;
     }
 }
 
 struct Band
 {
     const std::int16_t *samples;
-    int pitch;      // samples per mosaic row
-    int halfWidth;  // even width / 2
+    int pitch;     // samples per mosaic row
+    int halfWidth; // even width / 2
     int outWidth;
     int order;
     int offset;
@@ -126,8 +136,8 @@ struct Band
 // Scratch: 5 split rows (even and odd halves) and one row of pixels per phase.
 struct Scratch
 {
-    std::vector<std::int32_t> split;    // 5 * 2 * halfWidth
-    std::vector<std::uint32_t> pixels;  // 2 * halfWidth: even, then odd columns
+    std::vector<std::int32_t> split;   // 5 * 2 * halfWidth
+    std::vector<std::uint32_t> pixels; // 2 * halfWidth: even, then odd columns
     int rowInSlot[5] = {-1, -1, -1, -1, -1};
 };
 
@@ -142,9 +152,9 @@ void splitRow(const std::int16_t *__restrict src, int halfWidth, std::int32_t *_
 }
 
 KESTRO_DEMOSAIC_CLONES
-void rowPixels(int clsEven, int clsOdd, const Phase &evenPhase, const Phase &oddPhase, int nEven, int nOdd,
-               int offset, const Quantiser &q, std::uint32_t *__restrict even, std::uint32_t *__restrict odd,
-               std::uint32_t *__restrict out)
+void rowPixels(int clsEven, int clsOdd, const Phase &evenPhase, const Phase &oddPhase, int nEven,
+               int nOdd, int offset, const Quantiser &q, std::uint32_t *__restrict even,
+               std::uint32_t *__restrict odd, std::uint32_t *__restrict out)
 {
     pixelsFor(clsEven, evenPhase, nEven, offset, q, even);
     pixelsFor(clsOdd, oddPhase, nOdd, offset, q, odd);
@@ -184,7 +194,8 @@ void bandRows(const Band &band, int y0, int y1, Scratch &scratch)
         const int clsEven = kClassMap[band.order][2 * (y & 1)];
         const int clsOdd = kClassMap[band.order][1 + 2 * (y & 1)];
         auto *out = reinterpret_cast<std::uint32_t *>(band.pixels + y * band.bytesPerLine);
-        rowPixels(clsEven, clsOdd, evenPhase, oddPhase, nEven, nOdd, band.offset, band.quantiser, px, px + hw, out);
+        rowPixels(clsEven, clsOdd, evenPhase, oddPhase, nEven, nOdd, band.offset, band.quantiser,
+                  px, px + hw, out);
     }
 }
 
@@ -201,8 +212,9 @@ QImage allocatePicture(int width, int height)
         const size_t rounded = (bytes + kHuge - 1) / kHuge * kHuge;
         if (void *memory = std::aligned_alloc(kHuge, rounded)) {
             madvise(memory, rounded, MADV_HUGEPAGE);
-            QImage image(static_cast<uchar *>(memory), width, height, bytesPerLine, QImage::Format_RGB32,
-                         [](void *p) { std::free(p); }, memory);
+            QImage image(
+                    static_cast<uchar *>(memory), width, height, bytesPerLine, QImage::Format_RGB32,
+                    [](void *p) { std::free(p); }, memory);
             if (!image.isNull())
                 return image;
             std::free(memory);
@@ -260,8 +272,9 @@ QImage demosaicToImage(const std::int16_t *samples, int width, int height, int b
     const int range = 16 * (full - static_cast<int>(black));
     const Quantiser quantiser{255.0f / static_cast<float>(range), range, 2 * range};
     // Take the pixel memory once: scanLine() on the workers would race.
-    const Band band{samples, width, evenW / 2, outW, bayerOrder, 16 * static_cast<int>(black), quantiser,
-                    image.bits(), image.bytesPerLine()};
+    const Band band{samples,   width,        evenW / 2,
+                    outW,      bayerOrder,   16 * static_cast<int>(black),
+                    quantiser, image.bits(), image.bytesPerLine()};
 
     if (threads <= 0)
         threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));

@@ -11,8 +11,7 @@
 
 CFrame::CFrame(QObject *parent)
     : QObject(parent)
-{
-}
+{ }
 
 CFrame::CFrame(const CFrame &other)
     : QObject(nullptr)
@@ -256,14 +255,16 @@ const std::uint8_t *CFrame::linearData() const
         return nullptr;
     if (m_linearData)
         return m_linearData;
-    const std::uint8_t *src = m_rawData ? m_rawData : (m_image.isNull() ? nullptr : m_image.constBits());
+    const std::uint8_t *src = m_rawData ? m_rawData
+                                        : (m_image.isNull() ? nullptr : m_image.constBits());
     if (!src || m_dataSize < 1)
         return nullptr;
 
     // 256-entry table: every byte value decodes to the same stored byte.
     std::uint8_t table[256];
     for (int v = 0; v < 256; ++v)
-        table[v] = static_cast<std::uint8_t>(std::floor(kestro::srgbByteToLinear(static_cast<std::uint8_t>(v)) * 255.0 + 0.5));
+        table[v] = static_cast<std::uint8_t>(
+                std::floor(kestro::srgbByteToLinear(static_cast<std::uint8_t>(v)) * 255.0 + 0.5));
 
     auto *buffer = new (std::nothrow) std::uint8_t[m_dataSize]();
     if (!buffer)
@@ -308,9 +309,9 @@ bool CFrame::isCompatible(const CFrame &other) const
     if (!(m_valid && m_loaded && other.m_valid && other.m_loaded))
         return false;
     return m_kind == other.m_kind && m_dataSize == other.m_dataSize && m_width == other.m_width
-        && m_height == other.m_height && m_bytesPerLine == other.m_bytesPerLine
-        && m_bitsPerPixel == other.m_bitsPerPixel && m_bayerOrder == other.m_bayerOrder
-        && m_tag == other.m_tag;
+           && m_height == other.m_height && m_bytesPerLine == other.m_bytesPerLine
+           && m_bitsPerPixel == other.m_bitsPerPixel && m_bayerOrder == other.m_bayerOrder
+           && m_tag == other.m_tag;
 }
 
 QString channelName(int imageType, int index)

@@ -4,19 +4,18 @@
 
 namespace kestro {
 
-const char *const kOpenChartFilesTitle =
-    "Open Chart File(s). Use CTRL or SHIFT + mouse select for multiple selection of files. ";
-const char *const kImageFilesFilterWithRaw =
-    "Image Files (*.RAW *.BMP *.GIF *.JPG *.PNG *.PBM *.PGM *.PPM *.TIFF *.TIF *.XBM *.XPM *.JPEG)";
-const char *const kImageFilesFilter =
-    "Image Files (*.BMP *.GIF *.JPG *.PNG *.PBM *.PGM *.PPM *.TIFF *.TIF *.XBM *.XPM *.JPEG)";
-const char *const kFramesNotSameFormatText =
-    "Frames in the frameset do not have the same format. Calculation cannot be performed.";
+const char *const kOpenChartFilesTitle
+        = "Open Chart File(s). Use CTRL or SHIFT + mouse select for multiple selection of files. ";
+const char *const kImageFilesFilterWithRaw
+        = "Image Files (*.RAW *.BMP *.GIF *.JPG *.PNG *.PBM *.PGM *.PPM *.TIFF *.TIF *.XBM *.XPM *.JPEG)";
+const char *const kImageFilesFilter
+        = "Image Files (*.BMP *.GIF *.JPG *.PNG *.PBM *.PGM *.PPM *.TIFF *.TIF *.XBM *.XPM *.JPEG)";
+const char *const kFramesNotSameFormatText
+        = "Frames in the frameset do not have the same format. Calculation cannot be performed.";
 
 CFrameSet::CFrameSet(QObject *parent)
     : QObject(parent)
-{
-}
+{ }
 
 CFrameSet::~CFrameSet()
 {

@@ -11,9 +11,9 @@
 namespace kestro {
 
 // Texts of the frame-set load.
-extern const char *const kOpenChartFilesTitle; // the open dialog's title
+extern const char *const kOpenChartFilesTitle;     // the open dialog's title
 extern const char *const kImageFilesFilterWithRaw; // file filter with raw files
-extern const char *const kImageFilesFilter; // the same without raw files
+extern const char *const kImageFilesFilter;        // the same without raw files
 // The noise calculation's refusal of an incompatible set ("Noise calculation").
 extern const char *const kFramesNotSameFormatText;
 

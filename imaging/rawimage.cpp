@@ -10,8 +10,8 @@ double defaultBlackLevel(int bits)
     return 42.0 * std::ldexp(1.0, 10 - bits);
 }
 
-RawPlane normaliseRaw(const std::int16_t *samples, int width, int height, int bits, double black, int x0,
-                      int y0, int cropWidth, int cropHeight)
+RawPlane normaliseRaw(const std::int16_t *samples, int width, int height, int bits, double black,
+                      int x0, int y0, int cropWidth, int cropHeight)
 {
     RawPlane plane;
     if (!samples || width < 1 || height < 1 || bits < 1 || bits > 16)

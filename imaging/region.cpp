@@ -78,10 +78,10 @@ QColor regionOverlayColor(const QImage &picture, const QRectF &rect)
 QString invalidRegionText(const QRect &rect)
 {
     return QStringLiteral("Invalid region:((%1, %2), (%3, %4))")
-        .arg(rect.left())
-        .arg(rect.top())
-        .arg(rect.left() + rect.width() - 1)
-        .arg(rect.top() + rect.height() - 1);
+            .arg(rect.left())
+            .arg(rect.top())
+            .arg(rect.left() + rect.width() - 1)
+            .arg(rect.top() + rect.height() - 1);
 }
 
 } // namespace kestro

@@ -80,9 +80,9 @@ RoiReadResult readRoiFile(const QString &path)
     if (size > kMaxRoiEntries) {
         settings.endArray();
         result.error = QStringLiteral("%1 announces %2 regions; at most %3 are accepted.")
-                           .arg(path)
-                           .arg(size)
-                           .arg(kMaxRoiEntries);
+                               .arg(path)
+                               .arg(size)
+                               .arg(kMaxRoiEntries);
         return result;
     }
     result.rects.reserve(size);

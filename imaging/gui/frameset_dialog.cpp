@@ -27,9 +27,10 @@ bool loadFrameSetFiles(CFrameSet &set, const QStringList &files, QString &lastDi
 
 bool loadFrameSetWithDialog(QWidget *parent, CFrameSet &set, QString &lastDirectory)
 {
-    const QStringList files = QFileDialog::getOpenFileNames(parent, QString::fromLatin1(kOpenChartFilesTitle),
-                                                            startFolder(lastDirectory),
-                                                            QString::fromLatin1(kImageFilesFilterWithRaw));
+    const QStringList files
+            = QFileDialog::getOpenFileNames(parent, QString::fromLatin1(kOpenChartFilesTitle),
+                                            startFolder(lastDirectory),
+                                            QString::fromLatin1(kImageFilesFilterWithRaw));
     return loadFrameSetFiles(set, files, lastDirectory);
 }
 

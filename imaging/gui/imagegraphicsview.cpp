@@ -299,7 +299,8 @@ int imageGraphicsView::handleAt(qRegionGraphicsRectItem *item, const QPoint &pos
 
 qRegionGraphicsRectItem *imageGraphicsView::startRegion(const QPointF &viewPosition)
 {
-    auto *item = new qRegionGraphicsRectItem(QRectF(mapToScene(viewPosition.toPoint()), QSizeF(0, 0)));
+    auto *item = new qRegionGraphicsRectItem(
+            QRectF(mapToScene(viewPosition.toPoint()), QSizeF(0, 0)));
     emit overlayColorChanged(item);
     m_scene->addItem(item);
     item->show();

@@ -13,8 +13,7 @@
 
 qRegionGraphicsRectItem::qRegionGraphicsRectItem(QGraphicsItem *parent)
     : qRegionGraphicsRectItem(QRectF(), parent)
-{
-}
+{ }
 
 qRegionGraphicsRectItem::qRegionGraphicsRectItem(const QRectF &rect, QGraphicsItem *parent)
     : QGraphicsRectItem(rect, parent)

@@ -6,7 +6,8 @@
 #include <qwt_scale_engine.h>
 #include <qwt_symbol.h>
 
-GrayChartPlot::GrayChartPlot(QWidget *parent) : QwtPlot(parent)
+GrayChartPlot::GrayChartPlot(QWidget *parent)
+    : QwtPlot(parent)
 {
     setAutoReplot(false);
     setCanvasBackground(Qt::white);
@@ -28,7 +29,8 @@ GrayChartPlot::GrayChartPlot(QWidget *parent) : QwtPlot(parent)
         c->setYAxis(QwtPlot::yLeft);
         // The curves own their symbols, so each gets its own copy of the one
         // symbol design (a 10 x 10 ellipse).
-        c->setSymbol(new QwtSymbol(QwtSymbol::Ellipse, QBrush(), QPen(specs[i].colour), QSize(10, 10)));
+        c->setSymbol(
+                new QwtSymbol(QwtSymbol::Ellipse, QBrush(), QPen(specs[i].colour), QSize(10, 10)));
         c->attach(this);
         m_curves[i] = c;
     }
@@ -43,8 +45,8 @@ GrayChartPlot::GrayChartPlot(QWidget *parent) : QwtPlot(parent)
 
 GrayChartPlot::~GrayChartPlot() = default;
 
-void GrayChartPlot::setSamples(const double *x, const double *gray, const double *red, const double *green,
-                               const double *blue, int count)
+void GrayChartPlot::setSamples(const double *x, const double *gray, const double *red,
+                               const double *green, const double *blue, int count)
 {
     const double *ys[CurveCount] = {gray, red, green, blue};
     if (!x || count < 0)

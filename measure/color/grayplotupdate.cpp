@@ -6,7 +6,8 @@
 
 namespace kestro {
 
-bool updateGrayChartPlot(GrayChartPlot &plot, const QStdMacbethChartColorDifference &model, int index)
+bool updateGrayChartPlot(GrayChartPlot &plot, const QStdMacbethChartColorDifference &model,
+                         int index)
 {
     const ColorMetricSelection sel = colorMetricSelection(model, index);
     if (!sel.valid)

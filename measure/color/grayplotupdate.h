@@ -10,6 +10,7 @@ namespace kestro {
 // and sets the plot title and left-axis title of the index. Does nothing and
 // returns false while patch 1 has no computed result or for an unknown index;
 // the coloured curves are left as they are.
-bool updateGrayChartPlot(GrayChartPlot &plot, const QStdMacbethChartColorDifference &model, int index);
+bool updateGrayChartPlot(GrayChartPlot &plot, const QStdMacbethChartColorDifference &model,
+                         int index);
 
 } // namespace kestro

@@ -18,12 +18,14 @@ struct ReferenceLab
 
 // Reference L*a*b* of the chart, in reading order (gray row white to black).
 const ReferenceLab kReference[kMacbethPatchCount] = {
-    {37.54, 12.02, 13.33},  {65.2, 14.82, 17.55},   {50.37, -1.57, -21.43}, {43.13, -14.63, 22.12},
-    {55.34, 11.45, -25.29}, {71.36, -32.72, 1.64},  {61.37, 32.88, 55.16},  {40.71, 16.91, -45.09},
-    {49.86, 45.93, 13.88},  {30.15, 24.91, -22.61}, {72.44, -27.46, 58.47}, {70.92, 15.58, 66.54},
-    {29.62, 21.43, -49.03}, {55.64, -40.76, 33.27}, {40.55, 49.97, 25.46},  {80.98, -1.04, 80.03},
-    {51.01, 49.88, -16.93}, {52.12, -24.61, -26.18}, {96.54, -0.69, 1.35},  {81.27, -0.61, -0.24},
-    {66.79, -0.65, -0.43},  {50.87, -0.06, -0.25},  {35.68, -0.22, -1.21},  {20.48, 0.05, -0.97},
+        {37.54, 12.02, 13.33},  {65.2, 14.82, 17.55},   {50.37, -1.57, -21.43},
+        {43.13, -14.63, 22.12}, {55.34, 11.45, -25.29}, {71.36, -32.72, 1.64},
+        {61.37, 32.88, 55.16},  {40.71, 16.91, -45.09}, {49.86, 45.93, 13.88},
+        {30.15, 24.91, -22.61}, {72.44, -27.46, 58.47}, {70.92, 15.58, 66.54},
+        {29.62, 21.43, -49.03}, {55.64, -40.76, 33.27}, {40.55, 49.97, 25.46},
+        {80.98, -1.04, 80.03},  {51.01, 49.88, -16.93}, {52.12, -24.61, -26.18},
+        {96.54, -0.69, 1.35},   {81.27, -0.61, -0.24},  {66.79, -0.65, -0.43},
+        {50.87, -0.06, -0.25},  {35.68, -0.22, -1.21},  {20.48, 0.05, -0.97},
 };
 
 bool validIndex(int index)
@@ -63,7 +65,8 @@ void quickSort(float *v, int lo, int hi)
 float percentile95(std::array<float, kMacbethPatchCount> values)
 {
     quickSort(values.data(), 0, kMacbethPatchCount - 1);
-    return static_cast<float>(0.7 * static_cast<double>(values[22]) + 0.3 * static_cast<double>(values[23]));
+    return static_cast<float>(0.7 * static_cast<double>(values[22])
+                              + 0.3 * static_cast<double>(values[23]));
 }
 
 // Minimum and maximum of one metric: patch 0 sets both extremes and writes no
@@ -152,7 +155,8 @@ void MacbethPatch::compute()
     computed = true;
 }
 
-QStdMacbethChartColorDifference::QStdMacbethChartColorDifference(QObject *parent) : QObject(parent)
+QStdMacbethChartColorDifference::QStdMacbethChartColorDifference(QObject *parent)
+    : QObject(parent)
 {
     for (int i = 0; i < kMacbethPatchCount; ++i) {
         m_patches[i] = std::make_unique<MacbethPatch>();
@@ -195,7 +199,8 @@ bool QStdMacbethChartColorDifference::setMeasuredRegions(const QImage &image, co
     bool ok = true;
     for (int i = 0; i < kMacbethPatchCount; ++i) {
         const QRect &rect = rects[i];
-        const QColor colour = isRegionInside(image, rect) ? regionAverageColor(image, rect) : QColor();
+        const QColor colour = isRegionInside(image, rect) ? regionAverageColor(image, rect)
+                                                          : QColor();
         if (colour.isValid()) {
             m_measured[i] = colour;
             m_patches[i]->setMeasured(colour.redF(), colour.greenF(), colour.blueF());

@@ -24,11 +24,11 @@ constexpr int kMacbethFirstGrayPatch = 18;  // zero-based index of patch 19
 // All values start at zero except the two ratios (1.0) and linearise (true).
 struct MacbethPatch
 {
-    bool linearise = true;    // decode the measured colour with the sRGB curve
+    bool linearise = true; // decode the measured colour with the sRGB curve
     bool hasReference = false;
     bool hasMeasured = false;
-    bool outOfRange = false;  // a channel fraction above 254.0 or below 1.0
-    bool computed = false;    // the differences below are up to date
+    bool outOfRange = false; // a channel fraction above 254.0 or below 1.0
+    bool computed = false;   // the differences below are up to date
 
     double refL = 0.0, refA = 0.0, refB = 0.0;
     double L = 0.0, a = 0.0, b = 0.0;

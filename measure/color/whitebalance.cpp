@@ -24,17 +24,17 @@ void appendWhiteBalanceReport(QString &report, const QStdMacbethChartColorDiffer
 {
     report += QStringLiteral("<center><H1>White Balance</H1></center>\n");
     report += QStringLiteral(
-        "<p>The white balance data is calculated only on neutral (gray) patches. Chroma = sqrt(a * a + b * b) "
-        "in L*a*b* </p>. The color ratios are calculated after linearization.\n");
+            "<p>The white balance data is calculated only on neutral (gray) patches. Chroma = sqrt(a * a + b * b) "
+            "in L*a*b* </p>. The color ratios are calculated after linearization.\n");
     report += QStringLiteral("<p><table border=\"1\" cellspacing=\"0\" cellpadding=\"1\">\n");
     report += QStringLiteral("<caption>White Balance Report</caption>\n");
     report += QStringLiteral(
-        "<tr><th align=\"center\">&nbsp;&nbsp;&nbsp;Patch ID&nbsp;&nbsp;&nbsp;</th>"
-        "<th align=\"center\">&nbsp;&nbsp;Chroma&nbsp;&nbsp;</th>"
-        "<th align=\"center\">&nbsp;&nbsp;R/G&nbsp;&nbsp;</th>"
-        "<th align=\"center\">&nbsp;&nbsp;G/R&nbsp;&nbsp;</th>"
-        "<th align=\"center\">&nbsp;&nbsp;B/G&nbsp;&nbsp;</th>"
-        "<th align=\"center\">&nbsp;&nbsp;G/B&nbsp;&nbsp;</th></tr>\n");
+            "<tr><th align=\"center\">&nbsp;&nbsp;&nbsp;Patch ID&nbsp;&nbsp;&nbsp;</th>"
+            "<th align=\"center\">&nbsp;&nbsp;Chroma&nbsp;&nbsp;</th>"
+            "<th align=\"center\">&nbsp;&nbsp;R/G&nbsp;&nbsp;</th>"
+            "<th align=\"center\">&nbsp;&nbsp;G/R&nbsp;&nbsp;</th>"
+            "<th align=\"center\">&nbsp;&nbsp;B/G&nbsp;&nbsp;</th>"
+            "<th align=\"center\">&nbsp;&nbsp;G/B&nbsp;&nbsp;</th></tr>\n");
     for (int i = kMacbethFirstGrayPatch; i < kMacbethPatchCount; ++i) {
         const MacbethPatch &p = model.patch(i);
         if (!p.computed)
@@ -70,26 +70,41 @@ ColorMetricSelection colorMetricSelection(const QStdMacbethChartColorDifference 
     ColorMetricSelection sel;
     if (index < 0 || index > 8 || !model.patch(0).computed)
         return sel;
-    static const char *const plotTitles[9] = {
-        "Gray Char Color Difference", "Gray Char Color Difference", "Gray Char Color Difference",
-        "Gray Char Saturation",       "Gray Char Chroma",           "Gray Char R/G",
-        "Gray Char G/R",              "Gray Char B/G",              "Gray Char G/B"};
-    static const char *const axisTitles[9] = {"Delta E00", "Delta C00", "Delta H00", "Saturation", "Chroma",
-                                              "R/G",       "G/R",       "B/G",       "G/B"};
+    static const char *const plotTitles[9] = {"Gray Char Color Difference",
+                                              "Gray Char Color Difference",
+                                              "Gray Char Color Difference",
+                                              "Gray Char Saturation",
+                                              "Gray Char Chroma",
+                                              "Gray Char R/G",
+                                              "Gray Char G/R",
+                                              "Gray Char B/G",
+                                              "Gray Char G/B"};
+    static const char *const axisTitles[9] = {"Delta E00",  "Delta C00", "Delta H00",
+                                              "Saturation", "Chroma",    "R/G",
+                                              "G/R",        "B/G",       "G/B"};
     auto value = [&](int i) -> double {
         switch (index) {
-        case 0: return model.dE00(i);
-        case 1: return model.dC00(i);
-        case 2: return model.dH00(i);
-        case 3: return model.saturation(i);
+        case 0:
+            return model.dE00(i);
+        case 1:
+            return model.dC00(i);
+        case 2:
+            return model.dH00(i);
+        case 3:
+            return model.saturation(i);
         }
         const MacbethPatch &p = model.patch(i);
         switch (index) {
-        case 4: return p.chroma;
-        case 5: return p.rOverG;
-        case 6: return 1.0 / p.rOverG;
-        case 7: return p.bOverG;
-        default: return 1.0 / p.bOverG;
+        case 4:
+            return p.chroma;
+        case 5:
+            return p.rOverG;
+        case 6:
+            return 1.0 / p.rOverG;
+        case 7:
+            return p.bOverG;
+        default:
+            return 1.0 / p.bOverG;
         }
     };
     sel.valid = true;

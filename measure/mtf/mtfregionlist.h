@@ -24,7 +24,10 @@ public:
     }
 
     int mtfRegionCount() const override { return static_cast<int>(m_items.size()); }
-    QRectF mtfRegionRect(int index) const override { return m_items.at(static_cast<std::size_t>(index)).rect; }
+    QRectF mtfRegionRect(int index) const override
+    {
+        return m_items.at(static_cast<std::size_t>(index)).rect;
+    }
     regionBasedCalculation *mtfRegionCalculation(int index) const override
     {
         return m_items.at(static_cast<std::size_t>(index)).calculation.get();

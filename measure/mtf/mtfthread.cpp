@@ -6,9 +6,9 @@
 #include <algorithm>
 
 MTFThread::MTFThread(QObject *parent, MTFRegionSource *source)
-    : QThread(parent), m_source(source)
-{
-}
+    : QThread(parent)
+    , m_source(source)
+{ }
 
 void MTFThread::run()
 {

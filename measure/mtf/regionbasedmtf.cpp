@@ -9,13 +9,11 @@
 
 regionBasedMTF::regionBasedMTF()
     : m_calibration(sharedCalibration())
-{
-}
+{ }
 
 regionBasedMTF::regionBasedMTF(CColorCalibrate &calibration)
     : m_calibration(calibration)
-{
-}
+{ }
 
 CColorCalibrate &regionBasedMTF::sharedCalibration()
 {
@@ -92,21 +90,21 @@ QString regionBasedMTF::regionInfoHtml() const
     return QString("<table><tr><th align=\"left\">Region</th><td> topleft(%1, %2), width: %3, height: "
                    "%4</td> </tr><tr><th align=\"left\">File Name</th><td width=\"500px\"> %5</td></tr><tr>"
                    "<th align=\"left\">ROI Distance</th><td> %6</td></tr></table>")
-        .arg(m_region.left())
-        .arg(m_region.top())
-        .arg(m_region.width())
-        .arg(m_region.height())
-        .arg(m_fileName)
-        .arg(m_roiDistance, 0, 'g', 6);
+            .arg(m_region.left())
+            .arg(m_region.top())
+            .arg(m_region.width())
+            .arg(m_region.height())
+            .arg(m_fileName)
+            .arg(m_roiDistance, 0, 'g', 6);
 }
 
 QString regionBasedMTF::regionTag() const
 {
     return QString("%1_%2_%3_%4")
-        .arg(m_region.left())
-        .arg(m_region.top())
-        .arg(m_region.width())
-        .arg(m_region.height());
+            .arg(m_region.left())
+            .arg(m_region.top())
+            .arg(m_region.width())
+            .arg(m_region.height());
 }
 
 QString regionBasedMTF::channelName(int channel)

@@ -63,9 +63,9 @@ protected:
     virtual bool callLibrary(unsigned int &pointCount, double *frequencies, double *gray,
                              double *red, double *green, double *blue, double *mtf50,
                              double *mtf50Peak, double *mtf10, double *mtf10Peak,
-                             double *slopeDegrees, double *contrast, char *errorText,
-                             int errorSize, const char *fileName, double gamma, int left,
-                             int top, int width, int height, int mode);
+                             double *slopeDegrees, double *contrast, char *errorText, int errorSize,
+                             const char *fileName, double gamma, int left, int top, int width,
+                             int height, int mode);
 
 private:
     static double metric(const double (&values)[5], int channel)

@@ -35,7 +35,8 @@ QString valueText(double v)
 // The widget's font scaled so that `lines` lines of `sample` fill the box
 // (at most three times the widget's size); the "no text" marker when text
 // of that size would be smaller than minPixels.
-QFont fittedFont(const QFont &base, const QSizeF &box, int lines, const QString &sample, double minPixels)
+QFont fittedFont(const QFont &base, const QSizeF &box, int lines, const QString &sample,
+                 double minPixels)
 {
     const QRectF bounds = QFontMetricsF(base).boundingRect(sample);
     if (bounds.width() <= 0 || bounds.height() <= 0 || lines < 1)
@@ -61,9 +62,11 @@ QFont fontForLines(const QFont &base, const QSizeF &box, QStringList *lines)
             return font;
         QString longest;
         for (const QString &line : *lines)
-            if (QFontMetricsF(base).horizontalAdvance(line) > QFontMetricsF(base).horizontalAdvance(longest))
+            if (QFontMetricsF(base).horizontalAdvance(line)
+                > QFontMetricsF(base).horizontalAdvance(longest))
                 longest = line;
-        font = fittedFont(base, box, lines->size(), longest.isEmpty() ? QStringLiteral("0") : longest, 6.0);
+        font = fittedFont(base, box, lines->size(),
+                          longest.isEmpty() ? QStringLiteral("0") : longest, 6.0);
         if (font.family() != QLatin1String("-"))
             return font;
         if (lines->size() == 1)
@@ -229,7 +232,8 @@ double ChartGraph::scale() const
 
 QColor ChartGraph::patchColor(int k) const
 {
-    return k >= 0 && k < m_colors.size() && m_colors[k].isValid() ? m_colors[k] : QColor(128, 128, 128);
+    return k >= 0 && k < m_colors.size() && m_colors[k].isValid() ? m_colors[k]
+                                                                  : QColor(128, 128, 128);
 }
 
 int ChartGraph::patchAt(const QPoint &pos) const
@@ -288,12 +292,13 @@ void ChartGraph::paintEvent(QPaintEvent *)
         p.setPen(textColorFor(color));
         const int lineHeight = area.height() / shown.size();
         for (int i = 0; i < shown.size(); ++i)
-            p.drawText(QRect(area.left(), area.top() + i * lineHeight, area.width(), lineHeight), Qt::AlignCenter,
-                       shown[i]);
+            p.drawText(QRect(area.left(), area.top() + i * lineHeight, area.width(), lineHeight),
+                       Qt::AlignCenter, shown[i]);
     };
     auto halves = [](const QRect &inner, QRect *left, QRect *right) {
         *left = QRect(inner.left(), inner.top(), inner.width() / 2, inner.height());
-        *right = QRect(left->right() + 1, inner.top(), inner.width() - left->width(), inner.height());
+        *right = QRect(left->right() + 1, inner.top(), inner.width() - left->width(),
+                       inner.height());
     };
 
     if (m_mode == ValueMode) {
@@ -335,7 +340,8 @@ void ChartGraph::paintEvent(QPaintEvent *)
             const int barWidth = right.width() / n;
             for (int j = 0; j < used.size(); ++j) {
                 const int i = used[j];
-                const QRect area(right.left() + j * barWidth, right.top(), j + 1 == n ? right.width() - j * barWidth : barWidth,
+                const QRect area(right.left() + j * barWidth, right.top(),
+                                 j + 1 == n ? right.width() - j * barWidth : barWidth,
                                  right.height());
                 drawBar(p, area, k < m_series[i].size() ? m_series[i][k] : 0.0, s, kSeriesColors[i]);
             }
@@ -358,7 +364,8 @@ void ChartGraph::paintEvent(QPaintEvent *)
             QRect left, right;
             halves(g.inner(cell), &left, &right);
             drawColorWithText(left, color,
-                              j < m_grayValues.size() ? QStringList{valueText(v)} : QStringList{QString()});
+                              j < m_grayValues.size() ? QStringList{valueText(v)}
+                                                      : QStringList{QString()});
             drawColorWithText(right, color, {QString::number(k + 1)});
         }
     }

@@ -68,8 +68,8 @@ private:
 
     int m_mode = ValueMode;
     QVector<QColor> m_colors;
-    QVector<double> m_values;      // mode 0
-    QVector<double> m_grayValues;  // mode 2
+    QVector<double> m_values;               // mode 0
+    QVector<double> m_grayValues;           // mode 2
     QVector<double> m_series[kSeriesCount]; // mode 1
     int m_selected = -1;
 };

@@ -23,7 +23,8 @@ void updateSnrBarChart(const QVector<NoisePatchResult> &results, ChartGraph *cha
 }
 
 #ifdef KESTRO_HAVE_GRAY_CHART_PLOT
-GrayChartPlot *initNoiseCharts(QVector<NoisePatchResult> *results, ChartGraph *chart, QWidget *plotArea)
+GrayChartPlot *initNoiseCharts(QVector<NoisePatchResult> *results, ChartGraph *chart,
+                               QWidget *plotArea)
 {
     if (results)
         results->clear();
@@ -43,7 +44,8 @@ GrayChartPlot *initNoiseCharts(QVector<NoisePatchResult> *results, ChartGraph *c
     return plot;
 }
 
-void updateSnrCharts(const QVector<NoisePatchResult> &results, ChartGraph *chart, GrayChartPlot *plot)
+void updateSnrCharts(const QVector<NoisePatchResult> &results, ChartGraph *chart,
+                     GrayChartPlot *plot)
 {
     updateSnrBarChart(results, chart);
     if (!plot)
@@ -67,7 +69,9 @@ void updateSnrCharts(const QVector<NoisePatchResult> &results, ChartGraph *chart
         if (!curve)
             continue;
         const int k = source[c];
-        const bool used = k >= 0 && std::any_of(series[k].begin(), series[k].end(), [](double v) { return v != 0.0; });
+        const bool used = k >= 0 && std::any_of(series[k].begin(), series[k].end(), [](double v) {
+                              return v != 0.0;
+                          });
         if (used)
             curve->setSamples(x, s[k]);
         else

@@ -19,13 +19,15 @@ namespace kestro {
 // gray chart SNR plot in `plotArea` (fixed to the area's size, title "Gray
 // Chart SNR", left axis "SNR", bottom axis "Gray Patch Index", line curves).
 // Returns the plot, owned by plotArea.
-GrayChartPlot *initNoiseCharts(QVector<NoisePatchResult> *results, ChartGraph *chart, QWidget *plotArea);
+GrayChartPlot *initNoiseCharts(QVector<NoisePatchResult> *results, ChartGraph *chart,
+                               QWidget *plotArea);
 
 // Fills the bar chart with the four SNR series of all patches and the plot
 // with those of the last six patches (x = 1-based patch number): red, green
 // and blue series on the "Gray Patch R/G/B" curves, the second green of a
 // mosaic (or the one channel of a single-channel frame) on "Gray Patch".
-void updateSnrCharts(const QVector<NoisePatchResult> &results, ChartGraph *chart, GrayChartPlot *plot);
+void updateSnrCharts(const QVector<NoisePatchResult> &results, ChartGraph *chart,
+                     GrayChartPlot *plot);
 #endif
 
 // The bar chart part of updateSnrCharts: series and patch colours.

@@ -41,7 +41,8 @@ struct Welford
 
 QString noiseFormatMismatchText()
 {
-    return QStringLiteral("Frames in the frameset do not have the same format. Calculation cannot be performed.");
+    return QStringLiteral(
+            "Frames in the frameset do not have the same format. Calculation cannot be performed.");
 }
 
 QString noiseInvalidFrameText()
@@ -140,10 +141,10 @@ struct NoiseAccumulator::Channel
 {
     QString name;
     int xs = 0, ys = 0, nx = 0, ny = 0, step = 1, byteOffset = 0;
-    std::vector<double> mean, m2;         // per site over frames
-    std::vector<double> colMean, colM2;   // per column over the frames' column means
-    std::vector<double> rowMean, rowM2;   // per row over the frames' row means
-    std::vector<double> colSum;           // scratch: column sums of the current frame
+    std::vector<double> mean, m2;       // per site over frames
+    std::vector<double> colMean, colM2; // per column over the frames' column means
+    std::vector<double> rowMean, rowM2; // per row over the frames' row means
+    std::vector<double> colSum;         // scratch: column sums of the current frame
 
     void allocate()
     {
@@ -157,7 +158,7 @@ struct NoiseAccumulator::Channel
         colSum.assign(nx, 0.0);
     }
 
-    template <typename Sample>
+    template<typename Sample>
     void add(const NoiseFrameData &f, double inv, Sample sample)
     {
         if (nx <= 0 || ny <= 0)
@@ -167,8 +168,9 @@ struct NoiseAccumulator::Channel
         double *pm2 = m2.data();
         double *cs = colSum.data();
         for (int i = 0; i < ny; ++i) {
-            const std::uint8_t *p = f.data + static_cast<std::size_t>(ys + i * step) * f.bytesPerLine
-                + static_cast<std::size_t>(xs) * f.bytesPerPixel + byteOffset;
+            const std::uint8_t *p = f.data
+                                    + static_cast<std::size_t>(ys + i * step) * f.bytesPerLine
+                                    + static_cast<std::size_t>(xs) * f.bytesPerPixel + byteOffset;
             double rowSum = 0.0;
             for (int j = 0; j < nx; ++j, p += pixelStep, ++pm, ++pm2) {
                 const double v = sample(p);
@@ -229,9 +231,9 @@ struct NoiseAccumulator::Channel
 
     std::size_t bytes() const
     {
-        return (mean.capacity() + m2.capacity() + colMean.capacity() + colM2.capacity() + rowMean.capacity()
-                + rowM2.capacity() + colSum.capacity())
-            * sizeof(double);
+        return (mean.capacity() + m2.capacity() + colMean.capacity() + colM2.capacity()
+                + rowMean.capacity() + rowM2.capacity() + colSum.capacity())
+               * sizeof(double);
     }
 };
 
@@ -244,7 +246,8 @@ struct NoiseAccumulator::Patch
 struct NoiseAccumulator::FrameFacts
 {
     std::uint32_t kind = 0;
-    int dataSize = 0, width = 0, height = 0, bytesPerLine = 0, bitsPerPixel = 0, bayerOrder = 0, tag = 0;
+    int dataSize = 0, width = 0, height = 0, bytesPerLine = 0, bitsPerPixel = 0, bayerOrder = 0,
+        tag = 0;
 
     static FrameFacts of(const CFrame &f)
     {
@@ -262,8 +265,8 @@ struct NoiseAccumulator::FrameFacts
     bool operator==(const FrameFacts &o) const
     {
         return kind == o.kind && dataSize == o.dataSize && width == o.width && height == o.height
-            && bytesPerLine == o.bytesPerLine && bitsPerPixel == o.bitsPerPixel && bayerOrder == o.bayerOrder
-            && tag == o.tag;
+               && bytesPerLine == o.bytesPerLine && bitsPerPixel == o.bitsPerPixel
+               && bayerOrder == o.bayerOrder && tag == o.tag;
     }
 };
 
@@ -284,9 +287,11 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
     const bool rgb = first.layout == NoiseLayout::Rgb;
     if (!first.data || first.width < 1 || first.height < 1 || first.bytesPerLine < 1
         || (rgb ? first.bytesPerPixel != 4 : (first.bytesPerPixel != 1 && first.bytesPerPixel != 2))
-        || static_cast<long long>(first.bytesPerLine) < static_cast<long long>(first.width) * first.bytesPerPixel
-        || static_cast<unsigned long long>(first.bytesPerLine) * static_cast<unsigned long long>(first.height)
-            > first.size
+        || static_cast<long long>(first.bytesPerLine)
+                   < static_cast<long long>(first.width) * first.bytesPerPixel
+        || static_cast<unsigned long long>(first.bytesPerLine)
+                           * static_cast<unsigned long long>(first.height)
+                   > first.size
         || first.bayerOrder < 0 || first.bayerOrder > 3) {
         m_error = noiseInvalidFrameText();
         return false;
@@ -294,8 +299,9 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
 
     const QRect pictureRect(QPoint(0, 0), first.picture);
     for (const QRect &r : patches) {
-        const bool valid = !r.isNull() && !first.picture.isEmpty() && pictureRect.contains(r.topLeft())
-            && pictureRect.contains(r.bottomRight());
+        const bool valid = !r.isNull() && !first.picture.isEmpty()
+                           && pictureRect.contains(r.topLeft())
+                           && pictureRect.contains(r.bottomRight());
         if (!valid)
             m_error += invalidRegionText(r);
     }
@@ -363,12 +369,14 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
     unsigned long long sites = 0;
     for (const Patch &patch : m_patches)
         for (const Channel &ch : patch.channels)
-            sites += static_cast<unsigned long long>(ch.nx) * static_cast<unsigned long long>(ch.ny);
+            sites += static_cast<unsigned long long>(ch.nx)
+                     * static_cast<unsigned long long>(ch.ny);
     const unsigned long long bytes = sites * 2 * sizeof(double);
     if (bytes > kMaxAccumulatorBytes) {
         m_patches.clear();
-        m_error = QStringLiteral("The patches are too large for the noise calculation (%1 MiB needed).")
-                      .arg(bytes >> 20);
+        m_error = QStringLiteral(
+                          "The patches are too large for the noise calculation (%1 MiB needed).")
+                          .arg(bytes >> 20);
         return false;
     }
     try {
@@ -406,9 +414,12 @@ bool NoiseAccumulator::sameLayout(const NoiseFrameData &f) const
 {
     const NoiseFrameData &l = m_layout;
     return f.data && f.layout == l.layout && f.width == l.width && f.height == l.height
-        && f.bytesPerLine == l.bytesPerLine && f.bytesPerPixel == l.bytesPerPixel && f.bayerOrder == l.bayerOrder
-        && f.picture == l.picture && f.pictureOffset == l.pictureOffset
-        && static_cast<unsigned long long>(f.bytesPerLine) * static_cast<unsigned long long>(f.height) <= f.size;
+           && f.bytesPerLine == l.bytesPerLine && f.bytesPerPixel == l.bytesPerPixel
+           && f.bayerOrder == l.bayerOrder && f.picture == l.picture
+           && f.pictureOffset == l.pictureOffset
+           && static_cast<unsigned long long>(f.bytesPerLine)
+                              * static_cast<unsigned long long>(f.height)
+                      <= f.size;
 }
 
 bool NoiseAccumulator::add(const NoiseFrameData &frame)

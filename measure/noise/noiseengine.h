@@ -33,8 +33,8 @@ struct NoiseChannelResult
 {
     QString name;
     double signal = 0.0;
-    double overall = 0.0;        // RMS Dyn: sqrt(mean over pixels of sigma^2)
-    double temporal = 0.0;       // Avg Dyn: mean over pixels of sigma
+    double overall = 0.0;  // RMS Dyn: sqrt(mean over pixels of sigma^2)
+    double temporal = 0.0; // Avg Dyn: mean over pixels of sigma
     double fpn = 0.0;
     double columnFpn = 0.0;
     double rowFpn = 0.0;
@@ -69,11 +69,11 @@ QString noiseInvalidFrameText();   // "Invalid frame data. Calculation cannot be
 struct NoiseFrameData
 {
     const std::uint8_t *data = nullptr;
-    std::size_t size = 0;    // bytes available at data
-    int width = 0;           // sample grid
+    std::size_t size = 0; // bytes available at data
+    int width = 0;        // sample grid
     int height = 0;
     int bytesPerLine = 0;
-    int bytesPerPixel = 1;   // 4 for RGB (B, G, R, A bytes); 1 or 2 otherwise
+    int bytesPerPixel = 1; // 4 for RGB (B, G, R, A bytes); 1 or 2 otherwise
     NoiseLayout layout = NoiseLayout::Single;
     int bayerOrder = 0;      // 0 GR/BG, 1 RG/GB, 2 BG/GR, 3 GB/RG (top-left 2 x 2)
     double blackLevel = 0.0; // subtracted from raw samples

@@ -9,19 +9,20 @@ namespace kestro {
 
 bool isValidCpiqGrid(int rows, int cols, int width, int height)
 {
-    return rows >= 1 && cols >= 1 && rows <= kCpiqMaxZones && cols <= kCpiqMaxZones && rows <= height
-           && cols <= width;
+    return rows >= 1 && cols >= 1 && rows <= kCpiqMaxZones && cols <= kCpiqMaxZones
+           && rows <= height && cols <= width;
 }
 
 QString cpiqGridError(int rows, int cols, int width, int height)
 {
-    return QStringLiteral("Invalid CPIQ zone grid %1 x %2 for a %3 x %4 image (1 to %5 zones per side, "
-                          "at least one pixel per zone)")
-        .arg(rows)
-        .arg(cols)
-        .arg(width)
-        .arg(height)
-        .arg(kCpiqMaxZones);
+    return QStringLiteral(
+                   "Invalid CPIQ zone grid %1 x %2 for a %3 x %4 image (1 to %5 zones per side, "
+                   "at least one pixel per zone)")
+            .arg(rows)
+            .arg(cols)
+            .arg(width)
+            .arg(height)
+            .arg(kCpiqMaxZones);
 }
 
 CpiqResult cpiqFromZoneMeans(const UniformityZoneMeans &means)

@@ -47,7 +47,8 @@ bool isValidCpiqGrid(int rows, int cols, int width, int height);
 CpiqResult cpiqFromZoneMeans(const UniformityZoneMeans &means);
 
 // Zone means and CPIQ values of an image in one pass.
-CpiqResult computeCpiq(const UniformityImage &image, int rows = kCpiqDefaultRows, int cols = kCpiqDefaultCols);
+CpiqResult computeCpiq(const UniformityImage &image, int rows = kCpiqDefaultRows,
+                       int cols = kCpiqDefaultCols);
 
 // "Invalid CPIQ zone grid ..." for a grid that isValidCpiqGrid refuses.
 QString cpiqGridError(int rows, int cols, int width, int height);

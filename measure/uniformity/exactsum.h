@@ -50,7 +50,8 @@ public:
                 break;
         }
         // Round half to even across the remaining partials.
-        if (n > 0 && ((lo < 0.0 && m_partials[n - 1] < 0.0) || (lo > 0.0 && m_partials[n - 1] > 0.0))) {
+        if (n > 0
+            && ((lo < 0.0 && m_partials[n - 1] < 0.0) || (lo > 0.0 && m_partials[n - 1] > 0.0))) {
             const double y = lo * 2.0;
             const double x = hi + y;
             const double yr = x - hi;
@@ -104,7 +105,8 @@ public:
             }
             for (; i < end; ++i)
                 take(values[i], 0);
-            m_high += static_cast<std::int64_t>(((high[0] + high[1]) + (high[2] + high[3])) * kTwo20);
+            m_high += static_cast<std::int64_t>(((high[0] + high[1]) + (high[2] + high[3]))
+                                                * kTwo20);
             m_low += static_cast<std::int64_t>(((low[0] + low[1]) + (low[2] + low[3])) * kTwo56);
             if (others) {
                 for (std::size_t k = start; k < end; ++k) {

@@ -5,8 +5,8 @@
 
 namespace kestro {
 
-const char kUniformitySubsampleMessage[] =
-    "Cannot display subsampled image. Please input valid subsampling size (1 - Height/8 or Width/8).";
+const char kUniformitySubsampleMessage[]
+        = "Cannot display subsampled image. Please input valid subsampling size (1 - Height/8 or Width/8).";
 const char kUniformityLoadFailureTitle[] = "File load failure";
 const char kUniformityInvalidFormatTitle[] = "Invalid format";
 
@@ -17,7 +17,8 @@ QString uniformityLoadFailureText(const QString &fileName)
 
 QString uniformityInvalidFormatText(const QString &fileName)
 {
-    return QStringLiteral("Only RGB files are supported for this test. Failed to load the file : ") + fileName;
+    return QStringLiteral("Only RGB files are supported for this test. Failed to load the file : ")
+           + fileName;
 }
 
 static void summariseCenter(UniformityData &data, int centerPercent, UniformitySummary &summary)
@@ -51,7 +52,8 @@ UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, i
     return summary;
 }
 
-std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent, int cornerPercent)
+std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent,
+                                                   int cornerPercent)
 {
     std::array<UniformitySummary, 4> summaries;
     auto summarise = [&](int c) {
@@ -87,7 +89,8 @@ UniformityCalculation::LoadResult UniformityCalculation::loadImage(const QString
     return setImage(image, path);
 }
 
-UniformityCalculation::LoadResult UniformityCalculation::setImage(const QImage &image, const QString &fileName)
+UniformityCalculation::LoadResult UniformityCalculation::setImage(const QImage &image,
+                                                                  const QString &fileName)
 {
     if (image.isNull()) {
         m_errorTitle = QString::fromLatin1(kUniformityLoadFailureTitle);
@@ -162,7 +165,8 @@ bool UniformityCalculation::update()
     if (!m_image)
         return false;
     const bool cpiqDue = m_cpiqEnabled && m_cpiqDirty;
-    const bool zonesFit = isValidCpiqGrid(m_cpiqRows, m_cpiqCols, m_image->width(), m_image->height());
+    const bool zonesFit = isValidCpiqGrid(m_cpiqRows, m_cpiqCols, m_image->width(),
+                                          m_image->height());
     if (cpiqDue && !zonesFit) {
         m_cpiq = CpiqResult();
         m_cpiq.error = cpiqGridError(m_cpiqRows, m_cpiqCols, m_image->width(), m_image->height());
@@ -186,8 +190,8 @@ bool UniformityCalculation::update()
         for (int c = 0; c < 4; ++c)
             if (m_pass.grids[c].values.capacity() > m_pass.grids[channel].values.capacity())
                 m_pass.grids[c].values.swap(m_pass.grids[channel].values);
-        m_image->compute(m_pass, m_subsample, uniformityChannelBit(m_channel), withZones ? m_cpiqRows : 0,
-                         withZones ? m_cpiqCols : 0);
+        m_image->compute(m_pass, m_subsample, uniformityChannelBit(m_channel),
+                         withZones ? m_cpiqRows : 0, withZones ? m_cpiqCols : 0);
         if (withZones) {
             m_cpiq = cpiqFromZoneMeans(m_pass.zones);
             m_cpiqDirty = false;

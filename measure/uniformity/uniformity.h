@@ -17,7 +17,7 @@ namespace kestro {
 
 // Message and titles the page shows.
 extern const char kUniformitySubsampleMessage[];
-extern const char kUniformityLoadFailureTitle[];  // "File load failure"
+extern const char kUniformityLoadFailureTitle[];   // "File load failure"
 extern const char kUniformityInvalidFormatTitle[]; // "Invalid format"
 QString uniformityLoadFailureText(const QString &fileName);
 QString uniformityInvalidFormatText(const QString &fileName);
@@ -42,7 +42,8 @@ UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, i
 
 // Summaries of the grids of a pass (the empty ones stay default), each
 // channel on its own thread; the grids are left in the pass.
-std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent, int cornerPercent);
+std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent,
+                                                   int cornerPercent);
 
 class UniformityCalculation
 {

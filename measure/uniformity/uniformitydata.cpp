@@ -38,7 +38,8 @@ std::vector<double> UniformityData::takeGrid()
 void UniformityData::swapGrid(std::vector<double> &values, int cols, int rows)
 {
     QWriteLocker locker(&m_lock);
-    if (cols < 1 || rows < 1 || values.size() != static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows)) {
+    if (cols < 1 || rows < 1
+        || values.size() != static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows)) {
         values.clear();
         cols = 0;
         rows = 0;
@@ -150,7 +151,8 @@ double UniformityData::averageLocked(int x0, int y0, int x1, int y1) const
         return kNaN;
     GridSum sum;
     for (int x = x0; x < x1; ++x)
-        sum.add(m_grid.data() + static_cast<std::size_t>(x) * m_rows + y0, static_cast<std::size_t>(y1 - y0));
+        sum.add(m_grid.data() + static_cast<std::size_t>(x) * m_rows + y0,
+                static_cast<std::size_t>(y1 - y0));
     const double count = static_cast<double>(x1 - x0) * static_cast<double>(y1 - y0);
     return sum.value() / count;
 }
@@ -202,7 +204,8 @@ std::array<QRect, 4> UniformityData::cornerWindows(int cols, int rows, double fr
     // QRect from (x0, y0) to (x1, y1) exclusive: width x1 - x0, height y1 - y0.
     auto window = [](int x0, int y0, int x1, int y1) { return QRect(x0, y0, x1 - x0, y1 - y0); };
     return {window(0, 0, cw, ch), window(cols - cw - 1, 0, cols - 1, ch),
-            window(0, rows - ch - 1, cw, rows - 1), window(cols - cw - 1, rows - ch - 1, cols - 1, rows - 1)};
+            window(0, rows - ch - 1, cw, rows - 1),
+            window(cols - cw - 1, rows - ch - 1, cols - 1, rows - 1)};
 }
 
 std::array<double, 4> UniformityData::cornerValues(double fraction)
@@ -215,7 +218,8 @@ std::array<double, 4> UniformityData::cornerValues(double fraction)
     for (int i = 0; i < 4; ++i) {
         const QRect &w = m_cornerRects[i];
         values[i] = averageLocked(w.x(), w.y(), w.x() + w.width(), w.y() + w.height());
-        m_cornerDrawRects[i] = i == TopLeft ? QRectF(0, 0, gw, gh) : QRectF(w.x(), w.y(), gw + 1, gh + 1);
+        m_cornerDrawRects[i] = i == TopLeft ? QRectF(0, 0, gw, gh)
+                                            : QRectF(w.x(), w.y(), gw + 1, gh + 1);
     }
     return values;
 }
@@ -241,8 +245,9 @@ std::array<QRectF, 4> UniformityData::cornerDrawRects() const
 QString uniformityCornerLabel(double corner, double center)
 {
     const double drop = center - corner;
-    return QString::number(corner, 'g', 6) + QLatin1String(", Dropoff: ") + QString::number(drop, 'g', 3)
-           + QLatin1String(", ") + QString::number(drop / center * 100, 'g', 3) + QLatin1String("%");
+    return QString::number(corner, 'g', 6) + QLatin1String(", Dropoff: ")
+           + QString::number(drop, 'g', 3) + QLatin1String(", ")
+           + QString::number(drop / center * 100, 'g', 3) + QLatin1String("%");
 }
 
 } // namespace kestro

@@ -7,9 +7,9 @@
 // The grid is column-major: index = column * rows + row.
 
 #include <QPair>
+#include <QReadWriteLock>
 #include <QRect>
 #include <QRectF>
-#include <QReadWriteLock>
 #include <QString>
 #include <array>
 #include <vector>

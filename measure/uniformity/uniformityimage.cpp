@@ -51,7 +51,8 @@ namespace {
 // decimals: (587 G + 299 R + 114 B) / 1000, rounded once.
 inline double lumaOfPixel(std::uint32_t p)
 {
-    const std::uint32_t weighted = 587 * ((p >> 8) & 0xFF) + 299 * ((p >> 16) & 0xFF) + 114 * (p & 0xFF);
+    const std::uint32_t weighted = 587 * ((p >> 8) & 0xFF) + 299 * ((p >> 16) & 0xFF)
+                                   + 114 * (p & 0xFF);
     return weighted / 1000.0;
 }
 
@@ -65,16 +66,18 @@ constexpr int kStrip = 512;
 // one pass over the accumulators; rows are `stride` bytes apart. One plain
 // function per N, each built for AVX2 and for the baseline and chosen at run
 // time.
-#define KESTRO_ADD_ROWS_BYTES(N)                                                                            \
-    __attribute__((target_clones("avx2", "default"))) void addRowsBytes##N(                                  \
-        const std::uint8_t *src, std::size_t stride, std::uint16_t *acc, int count)                          \
-    {                                                                                                         \
-        for (int i = 0; i < count; ++i) {                                                                     \
-            unsigned sum = 0;                                                                                 \
-            for (int k = 0; k < N; ++k)                                                                       \
-                sum += src[k * stride + i];                                                                   \
-            acc[i] = static_cast<std::uint16_t>(acc[i] + sum);                                                \
-        }                                                                                                     \
+#define KESTRO_ADD_ROWS_BYTES(N) \
+    __attribute__((target_clones("avx2", "default"))) void addRowsBytes##N(const std::uint8_t *src, \
+                                                                           std::size_t stride, \
+                                                                           std::uint16_t *acc, \
+                                                                           int count) \
+    { \
+        for (int i = 0; i < count; ++i) { \
+            unsigned sum = 0; \
+            for (int k = 0; k < N; ++k) \
+                sum += src[k * stride + i]; \
+            acc[i] = static_cast<std::uint16_t>(acc[i] + sum); \
+        } \
     }
 KESTRO_ADD_ROWS_BYTES(1)
 KESTRO_ADD_ROWS_BYTES(2)
@@ -156,9 +159,9 @@ std::vector<Segment> cutColumns(const PassSetup &setup, int used, int gridWidth,
 // rounded once (all numerators and denominators are exact doubles). The
 // arrays do not overlap, so the divisions run side by side in vector lanes.
 __attribute__((target_clones("avx2", "default"))) void blockMeans(
-    const double *__restrict sumR, const double *__restrict sumG, const double *__restrict sumB, int count,
-    double area, double lumaScale, double *__restrict y, double *__restrict r, double *__restrict g,
-    double *__restrict b)
+        const double *__restrict sumR, const double *__restrict sumG, const double *__restrict sumB,
+        int count, double area, double lumaScale, double *__restrict y, double *__restrict r,
+        double *__restrict g, double *__restrict b)
 {
     for (int i = 0; i < count; ++i) {
         // 587 G + 299 R + 114 B is a whole number below 2^53: exact.
@@ -210,10 +213,13 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
     };
 
     const int gridWidth = setup.cols * s;
-    const std::vector<Segment> cutGrid = s > 0 ? cutColumns(setup, gridWidth, gridWidth, false) : std::vector<Segment>();
-    const std::vector<Segment> cutGridZones =
-        s > 0 && zoneCount > 0 ? cutColumns(setup, w, gridWidth, true) : std::vector<Segment>();
-    const std::vector<Segment> cutZones = zoneCount > 0 ? cutColumns(setup, w, 0, true) : std::vector<Segment>();
+    const std::vector<Segment> cutGrid = s > 0 ? cutColumns(setup, gridWidth, gridWidth, false)
+                                               : std::vector<Segment>();
+    const std::vector<Segment> cutGridZones = s > 0 && zoneCount > 0
+                                                      ? cutColumns(setup, w, gridWidth, true)
+                                                      : std::vector<Segment>();
+    const std::vector<Segment> cutZones = zoneCount > 0 ? cutColumns(setup, w, 0, true)
+                                                        : std::vector<Segment>();
 
     for (int first = y0; first < y1;) {
         const bool inGrid = s > 0 && first < gridHeight;
@@ -250,8 +256,11 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
 
         // One walk over the columns, cut at block and zone edges: each piece
         // is added to its block and to its zone.
-        const std::vector<Segment> &segments = inGrid ? (inZones ? cutGridZones : cutGrid) : cutZones;
-        const std::size_t zoneBase = inZones ? static_cast<std::size_t>(setup.rowZone[last]) * setup.zoneCols : 0;
+        const std::vector<Segment> &segments = inGrid ? (inZones ? cutGridZones : cutGrid)
+                                                      : cutZones;
+        const std::size_t zoneBase = inZones ? static_cast<std::size_t>(setup.rowZone[last])
+                                                       * setup.zoneCols
+                                             : 0;
         for (const Segment &segment : segments) {
             const U32x4 sum = sumColumns(lanes.data(), segment.x0, segment.x1);
             if (segment.block >= 0) {
@@ -277,7 +286,8 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
                 tileStart = by;
             const std::size_t row = static_cast<std::size_t>(tileRows) * setup.cols;
             blockMeans(blockR.data(), blockG.data(), blockB.data(), setup.cols, area, lumaScale,
-                       tile[0].data() + row, tile[1].data() + row, tile[2].data() + row, tile[3].data() + row);
+                       tile[0].data() + row, tile[1].data() + row, tile[2].data() + row,
+                       tile[3].data() + row);
             std::fill(blockR.begin(), blockR.end(), 0.0);
             std::fill(blockG.begin(), blockG.end(), 0.0);
             std::fill(blockB.begin(), blockB.end(), 0.0);
@@ -337,15 +347,16 @@ UniformityGrid UniformityImage::grid(UniformityChannel channel, int size) const
     return std::move(pass.grids[static_cast<int>(channel)]);
 }
 
-UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zoneRows, int zoneCols, int threads) const
+UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zoneRows, int zoneCols,
+                                        int threads) const
 {
     UniformityPass result;
     compute(result, size, channelMask, zoneRows, zoneCols, threads);
     return result;
 }
 
-void UniformityImage::compute(UniformityPass &result, int size, unsigned channelMask, int zoneRows, int zoneCols,
-                              int threads) const
+void UniformityImage::compute(UniformityPass &result, int size, unsigned channelMask, int zoneRows,
+                              int zoneCols, int threads) const
 {
     // Everything not computed is left empty; the memory stays for reuse.
     // Grids that are computed are resized, not cleared, so that a grid of
@@ -403,7 +414,8 @@ void UniformityImage::compute(UniformityPass &result, int size, unsigned channel
             setup.zoneY[k] = zoneStart(k, zoneRows, setup.height);
         setup.rowZone.resize(setup.height);
         for (int k = 0; k < zoneRows; ++k)
-            for (int y = zoneStart(k, zoneRows, setup.height); y < zoneStart(k + 1, zoneRows, setup.height); ++y)
+            for (int y = zoneStart(k, zoneRows, setup.height);
+                 y < zoneStart(k + 1, zoneRows, setup.height); ++y)
                 setup.rowZone[y] = k;
     }
     if (setup.size == 0 && setup.zoneRows == 0)
@@ -467,7 +479,8 @@ void UniformityImage::compute(UniformityPass &result, int size, unsigned channel
         zones.green.resize(n);
         zones.blue.resize(n);
         for (int zr = 0; zr < zoneRows; ++zr) {
-            const long long h = zoneStart(zr + 1, zoneRows, setup.height) - zoneStart(zr, zoneRows, setup.height);
+            const long long h = zoneStart(zr + 1, zoneRows, setup.height)
+                                - zoneStart(zr, zoneRows, setup.height);
             for (int zc = 0; zc < zoneCols; ++zc) {
                 const std::size_t k = static_cast<std::size_t>(zr) * zoneCols + zc;
                 std::uint64_t r = 0, g = 0, b = 0;

@@ -97,8 +97,8 @@ public:
     // The same pass into `pass`, reusing the memory its vectors already hold:
     // a recompute of a grid of the same size writes over the previous one
     // instead of faulting in fresh pages. Same results as above.
-    void compute(UniformityPass &pass, int size, unsigned channelMask, int zoneRows = 0, int zoneCols = 0,
-                 int threads = 0) const;
+    void compute(UniformityPass &pass, int size, unsigned channelMask, int zoneRows = 0,
+                 int zoneCols = 0, int threads = 0) const;
 
 private:
     QImage m_image;

@@ -14,15 +14,14 @@
 
 CColorCalibrate::CColorCalibrate(tl_camera_t *camera)
     : m_camera(camera)
-{
-}
+{ }
 
 CColorCalibrate::~CColorCalibrate() = default;
 
 bool CColorCalibrate::InitializeCalibration(bool colorCalibration, bool mtf)
 {
-    (void)colorCalibration;
-    (void)mtf;
+    (void) colorCalibration;
+    (void) mtf;
     // The computations are self-contained: nothing to load or warm up.
     m_initialized = true;
     m_errorState = 0;
@@ -45,19 +44,18 @@ const char *CColorCalibrate::RequiredRuntime()
     return named && *named ? named : nullptr;
 }
 
-bool CColorCalibrate::CalculateMTF(unsigned int &pointCount, double *frequencies,
-                                   double *grayCurve, double *redCurve, double *greenCurve,
-                                   double *blueCurve, double *mtf50, double *mtf50Peak,
-                                   double *mtf10, double *mtf10Peak, double *slopeDegrees,
-                                   double *contrast, char *errorText, int errorSize,
-                                   const char *fileName, double gamma, int left, int top,
-                                   int width, int height, int mode)
+bool CColorCalibrate::CalculateMTF(unsigned int &pointCount, double *frequencies, double *grayCurve,
+                                   double *redCurve, double *greenCurve, double *blueCurve,
+                                   double *mtf50, double *mtf50Peak, double *mtf10,
+                                   double *mtf10Peak, double *slopeDegrees, double *contrast,
+                                   char *errorText, int errorSize, const char *fileName,
+                                   double gamma, int left, int top, int width, int height, int mode)
 {
-    (void)mode;
+    (void) mode;
     pointCount = 0;
-    if (!frequencies || !grayCurve || !redCurve || !greenCurve || !blueCurve || !mtf50
-        || !mtf50Peak || !mtf10 || !mtf10Peak || !slopeDegrees || !contrast || !errorText
-        || errorSize <= 0 || !fileName)
+    if (!frequencies || !grayCurve || !redCurve || !greenCurve || !blueCurve || !mtf50 || !mtf50Peak
+        || !mtf10 || !mtf10Peak || !slopeDegrees || !contrast || !errorText || errorSize <= 0
+        || !fileName)
         return false;
     auto setError = [&](const std::string &text) {
         const std::size_t n = std::min(text.size(), static_cast<std::size_t>(errorSize - 1));
@@ -71,8 +69,8 @@ bool CColorCalibrate::CalculateMTF(unsigned int &pointCount, double *frequencies
         if (image.isNull()) {
             setError(QString("Cannot read the image file %1 (%2): check that it exists and is a "
                              "supported image format.")
-                         .arg(path, why)
-                         .toStdString());
+                             .arg(path, why)
+                             .toStdString());
             return true;
         }
         kestro::sfr::Result r;

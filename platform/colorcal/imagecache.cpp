@@ -105,8 +105,7 @@ QImage loadImageCached(const QString &path, QString *error)
             bytes -= it->image.sizeInBytes();
             --count;
             it = list.erase(it);
-        }
-        else
+        } else
             ++it;
     }
     return image;

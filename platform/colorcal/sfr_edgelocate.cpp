@@ -39,8 +39,8 @@ std::vector<EdgePoint> locateEdgePoints(const Plane &plane, const LocateOptions 
             double bestValue = -1e300;
             for (int j = 0; j < n; ++j) {
                 const double s = d[static_cast<std::size_t>(j)]
-                    + (j > 0 ? d[static_cast<std::size_t>(j - 1)] : 0.0)
-                    + (j + 1 < n ? d[static_cast<std::size_t>(j + 1)] : 0.0);
+                                 + (j > 0 ? d[static_cast<std::size_t>(j - 1)] : 0.0)
+                                 + (j + 1 < n ? d[static_cast<std::size_t>(j + 1)] : 0.0);
                 if (s > bestValue) {
                     bestValue = s;
                     best = j;

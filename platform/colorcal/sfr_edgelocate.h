@@ -12,10 +12,10 @@ namespace kestro::sfr {
 struct LocateOptions
 {
     int rowBegin = 0;
-    int rowEnd = 0;             // exclusive
-    double halfWidth = 0;       // window half-width in pixels
-    double sign = 1;            // +1 dark-to-light along the row, -1 light-to-dark
-    double minimumStep = 0;     // rows whose windowed step is smaller are skipped
+    int rowEnd = 0;                      // exclusive
+    double halfWidth = 0;                // window half-width in pixels
+    double sign = 1;                     // +1 dark-to-light along the row, -1 light-to-dark
+    double minimumStep = 0;              // rows whose windowed step is smaller are skipped
     const EdgeFit *prediction = nullptr; // window centres; null: the row's derivative peak
 };
 

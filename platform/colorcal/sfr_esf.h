@@ -12,9 +12,9 @@ namespace kestro::sfr {
 struct Esf
 {
     std::vector<double> values;
-    double binWidth = 0.25;  // along the row, pixels
-    double firstCentre = 0;  // distance from the edge of bin 0's centre
-    int emptyFilled = 0;     // interior bins that had no sample
+    double binWidth = 0.25; // along the row, pixels
+    double firstCentre = 0; // distance from the edge of bin 0's centre
+    int emptyFilled = 0;    // interior bins that had no sample
 
     int size() const { return static_cast<int>(values.size()); }
     double distance(int k) const { return firstCentre + k * binWidth; }

@@ -38,7 +38,8 @@ void extractRegion(const QImage &image, const QRect &rect, double gamma, RegionP
             pb[x] = lut[b];
             // A neutral pixel keeps its value exactly, so that a gray picture
             // is recognised as one channel.
-            py[x] = (r == g && g == b) ? lut[r] : 0.299f * lut[r] + 0.587f * lut[g] + 0.114f * lut[b];
+            py[x] = (r == g && g == b) ? lut[r]
+                                       : 0.299f * lut[r] + 0.587f * lut[g] + 0.114f * lut[b];
         }
     }
     const double n = std::max(1.0, double(w) * h);

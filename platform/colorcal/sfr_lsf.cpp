@@ -14,8 +14,9 @@ Lsf differentiate(const Esf &esf)
     lsf.values.assign(static_cast<std::size_t>(n), 0.0);
     double total = 0;
     for (int k = 1; k + 1 < n; ++k) {
-        const double v = 0.5 * (esf.values[static_cast<std::size_t>(k + 1)]
-                                - esf.values[static_cast<std::size_t>(k - 1)]);
+        const double v = 0.5
+                         * (esf.values[static_cast<std::size_t>(k + 1)]
+                            - esf.values[static_cast<std::size_t>(k - 1)]);
         lsf.values[static_cast<std::size_t>(k)] = v;
         total += v;
     }

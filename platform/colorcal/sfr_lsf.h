@@ -12,10 +12,10 @@ struct Lsf
 {
     std::vector<double> values; // windowed, zero outside [first, last]
     double binWidth = 0.25;
-    double firstCentre = 0;     // distance of sample 0 from the edge
-    double centre = 0;          // window centre (distance from the edge)
-    double halfWidth = 0;       // window half-width, pixels along the row
-    int first = 0, last = -1;   // samples inside the window
+    double firstCentre = 0;   // distance of sample 0 from the edge
+    double centre = 0;        // window centre (distance from the edge)
+    double halfWidth = 0;     // window half-width, pixels along the row
+    int first = 0, last = -1; // samples inside the window
 
     int size() const { return static_cast<int>(values.size()); }
     double distance(int k) const { return firstCentre + k * binWidth; }

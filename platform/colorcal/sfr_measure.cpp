@@ -109,13 +109,14 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
     b /= m;
     const double lowest = *std::min_element(columns.begin(), columns.end());
     const double highest = *std::max_element(columns.begin(), columns.end());
-    const double roughContrast = highest + lowest > 0 ? (highest - lowest) / (highest + lowest) : 0.0;
+    const double roughContrast = highest + lowest > 0 ? (highest - lowest) / (highest + lowest)
+                                                      : 0.0;
     if (!(roughContrast >= kMinContrast)) {
         ch.error = text(QString("The edge is too faint to locate (contrast %1 %, at least %2 % "
                                 "needed): draw the region across a clear dark-to-light edge, "
                                 "or raise the exposure.")
-                            .arg(roughContrast * 100, 0, 'f', 1)
-                            .arg(kMinContrast * 100, 0, 'f', 0));
+                                .arg(roughContrast * 100, 0, 'f', 1)
+                                .arg(kMinContrast * 100, 0, 'f', 0));
         return false;
     }
     if (std::fabs(b - a) < 0.5 * (highest - lowest)) {
@@ -140,7 +141,8 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
         first = *guess;
     } else {
         points = locateEdgePoints(p, lo);
-        if (static_cast<int>(points.size()) < std::max(10, rows / 2) || !fitEdge(points, false, first)) {
+        if (static_cast<int>(points.size()) < std::max(10, rows / 2)
+            || !fitEdge(points, false, first)) {
             ch.error = noEdge;
             return false;
         }
@@ -151,20 +153,21 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
         ch.error = text(QString("The edge angle (%1 degrees) is too close to 45 degrees to be "
                                 "measured reliably: use an edge tilted by 2 to 10 degrees from "
                                 "the vertical or the horizontal.")
-                            .arg(angle, 0, 'f', 1));
+                                .arg(angle, 0, 'f', 1));
         return false;
     }
     if (std::fabs(angle) < kMinAngle || rows * std::fabs(s) < 1.0) {
         ch.error = text(QString("The edge angle (%1 degrees) is too close to 0 degrees to be "
                                 "measured reliably: tilt the chart so that the edge leans by "
                                 "2 to 10 degrees, or draw a longer region.")
-                            .arg(angle, 0, 'f', 2));
+                                .arg(angle, 0, 'f', 2));
         return false;
     }
     // Use a whole number of phase cycles, so that every quarter-pixel bin
     // receives samples evenly from all phases.
     const double cycles = std::floor(rows * std::fabs(s));
-    const int used = std::min(rows, std::max(kMinLength, static_cast<int>(std::lround(cycles / std::fabs(s)))));
+    const int used = std::min(rows, std::max(kMinLength,
+                                             static_cast<int>(std::lround(cycles / std::fabs(s)))));
     const int rowBegin = (rows - used) / 2, rowEnd = rowBegin + used;
 
     Esf esf;
@@ -191,8 +194,8 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
         ch.error = text(QString("The edge is not straight (fit error %1 pixels RMS, at most %2 "
                                 "allowed): the region may hold more than one edge or a badly "
                                 "curved one; draw it over a single straight edge.")
-                            .arg(fit.rms, 0, 'f', 2)
-                            .arg(kMaxRms, 0, 'f', 0));
+                                .arg(fit.rms, 0, 'f', 2)
+                                .arg(kMaxRms, 0, 'f', 0));
         return false;
     }
     const double margin = 2.0;
@@ -215,8 +218,8 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
         ch.error = text(QString("The edge is too wide for the region (it rises over %1 pixels in a "
                                 "region %2 pixels across): widen the region, or draw it over a "
                                 "sharper edge.")
-                            .arg(rise, 0, 'f', 1)
-                            .arg(cols));
+                                .arg(rise, 0, 'f', 1)
+                                .arg(cols));
         return false;
     }
     Lsf lsf = differentiate(esf);
@@ -226,7 +229,7 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
         ch.error = text(QString("The region holds more than one edge (another transition %1 pixels "
                                 "from the measured one): draw it over a single edge between two "
                                 "even areas.")
-                            .arg(second, 0, 'f', 0));
+                                .arg(second, 0, 'f', 0));
         return false;
     }
     applyHammingWindow(lsf, centre, windowHalfWidth(rise));
@@ -256,16 +259,16 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
     if (gray.rows < kMinLength) {
         result.error = text(QString("The region is too short along the edge (%1 pixels, at least "
                                     "%2 needed): draw a longer region over the edge.")
-                                .arg(gray.rows)
-                                .arg(kMinLength));
+                                    .arg(gray.rows)
+                                    .arg(kMinLength));
         return;
     }
     if (gray.cols < kMinAcross) {
         result.error = text(QString("The region is too narrow across the edge (%1 pixels, at "
                                     "least %2 needed): widen it so that both sides of the edge "
                                     "are inside.")
-                                .arg(gray.cols)
-                                .arg(kMinAcross));
+                                    .arg(gray.cols)
+                                    .arg(kMinAcross));
         return;
     }
     Channel ch[4];
@@ -278,11 +281,12 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
         result.error = text(QString("The edge is clipped (%1 % of the pixels at 0 or 255): lower "
                                     "the exposure or the gain so that both sides of the edge "
                                     "stay within range.")
-                                .arg(clipped * 100, 0, 'f', 1));
+                                    .arg(clipped * 100, 0, 'f', 1));
         return;
     }
-    const bool monochrome = samePlane(planes.channel[Red], gray) && samePlane(planes.channel[Green], gray)
-        && samePlane(planes.channel[Blue], gray);
+    const bool monochrome = samePlane(planes.channel[Red], gray)
+                            && samePlane(planes.channel[Green], gray)
+                            && samePlane(planes.channel[Blue], gray);
     bool ok[4] = {false, false, false, true};
     for (int c = Red; c <= Blue; ++c) {
         if (monochrome) {
@@ -347,27 +351,27 @@ void measureImageRegion(const QImage &image, const QRect &rect, double gamma, Re
     if (!(gamma > 0.05 && gamma < 20)) {
         result.error = text(QString("The gamma %1 cannot be used: give a positive value such as "
                                     "0.45 for sRGB-like images or 1.0 for linear ones.")
-                                .arg(gamma));
+                                    .arg(gamma));
         return;
     }
     const QRect bounds = image.rect();
     if (rect.width() <= 0 || rect.height() <= 0 || !bounds.contains(rect)) {
         result.error = text(QString("The region (left %1, top %2, width %3, height %4) does not lie "
                                     "inside the image (%5 x %6 pixels): draw it on the picture.")
-                                .arg(rect.left())
-                                .arg(rect.top())
-                                .arg(rect.width())
-                                .arg(rect.height())
-                                .arg(image.width())
-                                .arg(image.height()));
+                                    .arg(rect.left())
+                                    .arg(rect.top())
+                                    .arg(rect.width())
+                                    .arg(rect.height())
+                                    .arg(image.width())
+                                    .arg(image.height()));
         return;
     }
     if (qint64(rect.width()) * rect.height() > kMaxRegionPixels) {
         result.error = text(QString("The region is too large (%1 x %2 pixels, at most %3 million "
                                     "pixels): draw a smaller region around one edge.")
-                                .arg(rect.width())
-                                .arg(rect.height())
-                                .arg(kMaxRegionPixels / 1000000));
+                                    .arg(rect.width())
+                                    .arg(rect.height())
+                                    .arg(kMaxRegionPixels / 1000000));
         return;
     }
     RegionPlanes planes;

@@ -15,15 +15,15 @@ enum { Red = 0, Green = 1, Blue = 2, Gray = 3 };
 
 struct Result
 {
-    std::vector<double> frequencies;    // cycles per pixel along the edge normal
-    std::vector<double> curve[4];       // red, green, blue, gray
+    std::vector<double> frequencies; // cycles per pixel along the edge normal
+    std::vector<double> curve[4];    // red, green, blue, gray
     double mtf50[4] = {};
     double mtf50Peak[4] = {};
     double mtf10[4] = {};
     double mtf10Peak[4] = {};
     double slopeDegrees[4] = {};
     double contrast[4] = {};
-    std::string error;                  // empty when the region was measured
+    std::string error; // empty when the region was measured
 };
 
 // Largest number of frequency points returned (up to 1 cycle per pixel).

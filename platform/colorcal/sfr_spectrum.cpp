@@ -49,7 +49,8 @@ void lsfMagnitudes(const Lsf &lsf, const double *nu, int count, double *out)
             }
         }
         for (int q = 0; q < 4; ++q)
-            out[i + q] = std::sqrt(std::max(a1[q] * a1[q] + a2[q] * a2[q] - c[q] * a1[q] * a2[q], 0.0));
+            out[i + q] = std::sqrt(
+                    std::max(a1[q] * a1[q] + a2[q] * a2[q] - c[q] * a1[q] * a2[q], 0.0));
     }
     for (; i < count; ++i)
         out[i] = lsfMagnitude(lsf, nu[i]);
@@ -66,7 +67,8 @@ double binResponse(double nu, double binWidth)
 }
 
 ChannelSpectrum::ChannelSpectrum(const Lsf *lsf, double cosAngle)
-    : m_lsf(lsf), m_cos(cosAngle)
+    : m_lsf(lsf)
+    , m_cos(cosAngle)
 {
     double dc = 0;
     if (lsf)

@@ -33,7 +33,8 @@ IniFile IniFile::parse(const QByteArray &text)
             continue;
         const QString key = QString::fromUtf8(line.left(eq)).trimmed();
         QString value = QString::fromUtf8(line.mid(eq + 1)).trimmed();
-        if (value.size() >= 2 && value.startsWith(QLatin1Char('"')) && value.endsWith(QLatin1Char('"')))
+        if (value.size() >= 2 && value.startsWith(QLatin1Char('"'))
+            && value.endsWith(QLatin1Char('"')))
             value = value.mid(1, value.size() - 2);
         // The first occurrence of a key wins, as in the sensor tools' files.
         const QString full = joinKey(group, key);

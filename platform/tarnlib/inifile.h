@@ -34,7 +34,7 @@ public:
     QStringList keys(const QString &group) const;
 
 private:
-    QHash<QString, QString> m_values; // "group/key" -> value
+    QHash<QString, QString> m_values;       // "group/key" -> value
     QList<QPair<QString, QString>> m_order; // (group, key) in file order
     QStringList m_groups;
 };

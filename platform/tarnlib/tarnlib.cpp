@@ -30,14 +30,18 @@ constexpr long long kMaxBufferBytes = std::numeric_limits<int>::max();
 struct CameraState
 {
     enum Kind { RawFile, Demo };
-    explicit CameraState(Kind k) : kind(k) {}
+    explicit CameraState(Kind k)
+        : kind(k)
+    { }
     virtual ~CameraState() = default;
     const Kind kind;
 };
 
 struct RawSource : CameraState
 {
-    RawSource() : CameraState(RawFile) {}
+    RawSource()
+        : CameraState(RawFile)
+    { }
     QString path;
     long long fileBytes = 0; // expected size of the file
 };
@@ -46,7 +50,9 @@ struct RawSource : CameraState
 // a 24-patch colour chart.
 struct DemoCamera : CameraState
 {
-    DemoCamera() : CameraState(Demo) {}
+    DemoCamera()
+        : CameraState(Demo)
+    { }
     QString sensorFile;
     tl_sensor_t described; // everything the sensor data file says
     bool streaming = false;
@@ -157,7 +163,8 @@ QStringList sensorDataFilesSorted(const QString &folder)
     QDir dir(folder);
     if (folder.isEmpty() || !dir.exists())
         return {};
-    return dir.entryList({QStringLiteral("*.sdat"), QStringLiteral("*.xsdat")}, QDir::Files, QDir::Name);
+    return dir.entryList({QStringLiteral("*.sdat"), QStringLiteral("*.xsdat")}, QDir::Files,
+                         QDir::Name);
 }
 
 QString sidecarPath(const QString &rawPath)
@@ -200,10 +207,11 @@ QString findBundledSensorData()
 // Linear RGB of the 24 chart patches (reading order), from the usual 8-bit
 // sRGB values of the chart.
 const unsigned char kChartSrgb[24][3] = {
-    {115, 82, 68},   {194, 150, 130}, {98, 122, 157},  {87, 108, 67},   {133, 128, 177}, {103, 189, 170},
-    {214, 126, 44},  {80, 91, 166},   {193, 90, 99},   {94, 60, 108},   {157, 188, 64},  {224, 163, 46},
-    {56, 61, 150},   {70, 148, 73},   {175, 54, 60},   {231, 199, 31},  {187, 86, 149},  {8, 133, 161},
-    {243, 243, 242}, {200, 200, 200}, {160, 160, 160}, {122, 122, 121}, {85, 85, 85},    {52, 52, 52},
+        {115, 82, 68},   {194, 150, 130}, {98, 122, 157}, {87, 108, 67},   {133, 128, 177},
+        {103, 189, 170}, {214, 126, 44},  {80, 91, 166},  {193, 90, 99},   {94, 60, 108},
+        {157, 188, 64},  {224, 163, 46},  {56, 61, 150},  {70, 148, 73},   {175, 54, 60},
+        {231, 199, 31},  {187, 86, 149},  {8, 133, 161},  {243, 243, 242}, {200, 200, 200},
+        {160, 160, 160}, {122, 122, 121}, {85, 85, 85},   {52, 52, 52},
 };
 
 double srgbDecode(double v)
@@ -237,10 +245,12 @@ int grabDemoFrame(tl_camera_t *camera, DemoCamera *demo, unsigned char *out)
     std::uint32_t seed = 0x9e3779b9u * (++demo->frameCounter);
     for (int y = 0; y < s.height; ++y) {
         const int row = chartH > 0 ? (y - y0) * 4 / chartH : -1;
-        const bool rowInChart = y >= y0 && y < y0 + chartH && ((y - y0) * 4 % chartH) < chartH - chartH / 16;
+        const bool rowInChart = y >= y0 && y < y0 + chartH
+                                && ((y - y0) * 4 % chartH) < chartH - chartH / 16;
         for (int x = 0; x < s.width; ++x) {
             double rgb[3] = {0.04, 0.04, 0.04};
-            if (rowInChart && x >= x0 && x < x0 + chartW && ((x - x0) * 6 % chartW) < chartW - chartW / 16) {
+            if (rowInChart && x >= x0 && x < x0 + chartW
+                && ((x - x0) * 6 % chartW) < chartW - chartW / 16) {
                 const int patch = row * 6 + (x - x0) * 6 / chartW;
                 if (patch >= 0 && patch < 24)
                     for (int c = 0; c < 3; ++c)
@@ -304,7 +314,8 @@ int tl_OpenCameras(tl_camera_t ***list, int *count, const char *sensorDataFolder
         const QString path = QDir(folder).filePath(name);
         if (readSensorFile(path, &candidate) != TL_OK)
             continue;
-        const bool named = wanted == QLatin1String(candidate.name) || wanted == QLatin1String(candidate.alternateName);
+        const bool named = wanted == QLatin1String(candidate.name)
+                           || wanted == QLatin1String(candidate.alternateName);
         if (chosen.isEmpty() || named) {
             chosen = path;
             sensor = candidate;
@@ -409,8 +420,9 @@ int tl_LoadINIPreset(tl_camera_t *camera, const char *iniFile, const char *prese
     std::map<unsigned int, unsigned int> writes;
     for (const QString &key : ini.keys(group)) {
         bool addressOk = false;
-        const unsigned int address = key.startsWith(QLatin1String("0x")) ? key.mid(2).toUInt(&addressOk, 16)
-                                                                          : key.toUInt(&addressOk, 10);
+        const unsigned int address = key.startsWith(QLatin1String("0x"))
+                                             ? key.mid(2).toUInt(&addressOk, 16)
+                                             : key.toUInt(&addressOk, 10);
         const long long value = ini.integer(group, key, &ok);
         if (!addressOk || !ok || value < 0 || value > 0xffffffffLL)
             return TL_ERR_BAD_DESCRIPTION;
@@ -533,7 +545,8 @@ int tl_grabFrame(tl_camera_t *camera, void *buffer, unsigned int bufferSize)
         return TL_ERR_BUFFER;
     auto *state = static_cast<CameraState *>(camera->priv);
     if (state->kind == CameraState::Demo)
-        return grabDemoFrame(camera, static_cast<DemoCamera *>(state), static_cast<unsigned char *>(buffer));
+        return grabDemoFrame(camera, static_cast<DemoCamera *>(state),
+                             static_cast<unsigned char *>(buffer));
     const auto *raw = static_cast<const RawSource *>(state);
     QFile file(raw->path);
     if (!file.open(QIODevice::ReadOnly))
@@ -595,20 +608,34 @@ int tl_ReadSensorDataFile(const char *path, tl_sensor_t *sensor)
 const char *tl_StatusText(int status)
 {
     switch (status) {
-    case TL_OK: return "success";
-    case TL_ERR_ARGUMENT: return "invalid argument";
-    case TL_ERR_NO_CAMERA: return "no camera found";
-    case TL_ERR_NO_FILE: return "file not found or not readable";
-    case TL_ERR_NO_DESCRIPTION: return "no frame description (no sidecar file and no sensor data of this size)";
-    case TL_ERR_BAD_DESCRIPTION: return "invalid frame description";
-    case TL_ERR_SIZE_MISMATCH: return "file size does not match the frame description";
-    case TL_ERR_BUFFER: return "buffer too small";
-    case TL_ERR_IO: return "read error";
-    case TL_ERR_NO_MEMORY: return "out of memory";
-    case TL_ERR_PARAMETER: return "unknown parameter";
-    case TL_ERR_NOT_STREAMING: return "transport not started";
-    case TL_ERR_NO_PRESET: return "no such preset";
-    default: return "unknown status";
+    case TL_OK:
+        return "success";
+    case TL_ERR_ARGUMENT:
+        return "invalid argument";
+    case TL_ERR_NO_CAMERA:
+        return "no camera found";
+    case TL_ERR_NO_FILE:
+        return "file not found or not readable";
+    case TL_ERR_NO_DESCRIPTION:
+        return "no frame description (no sidecar file and no sensor data of this size)";
+    case TL_ERR_BAD_DESCRIPTION:
+        return "invalid frame description";
+    case TL_ERR_SIZE_MISMATCH:
+        return "file size does not match the frame description";
+    case TL_ERR_BUFFER:
+        return "buffer too small";
+    case TL_ERR_IO:
+        return "read error";
+    case TL_ERR_NO_MEMORY:
+        return "out of memory";
+    case TL_ERR_PARAMETER:
+        return "unknown parameter";
+    case TL_ERR_NOT_STREAMING:
+        return "transport not started";
+    case TL_ERR_NO_PRESET:
+        return "no such preset";
+    default:
+        return "unknown status";
     }
 }
 

@@ -34,25 +34,22 @@ extern "C" {
 
 enum {
     TL_OK = 0,
-    TL_ERR_ARGUMENT = 1,      /* null pointer or absurd argument */
-    TL_ERR_NO_CAMERA = 2,     /* no camera found */
-    TL_ERR_NO_FILE = 3,       /* file missing or unreadable */
-    TL_ERR_NO_DESCRIPTION = 4,/* no sidecar and no sensor with the file's size */
-    TL_ERR_BAD_DESCRIPTION = 5,/* sidecar or sensor data file with invalid values */
-    TL_ERR_SIZE_MISMATCH = 6, /* file size differs from the described frame */
-    TL_ERR_BUFFER = 7,        /* buffer too small */
-    TL_ERR_IO = 8,            /* read failed, or the file changed since it was opened */
+    TL_ERR_ARGUMENT = 1,        /* null pointer or absurd argument */
+    TL_ERR_NO_CAMERA = 2,       /* no camera found */
+    TL_ERR_NO_FILE = 3,         /* file missing or unreadable */
+    TL_ERR_NO_DESCRIPTION = 4,  /* no sidecar and no sensor with the file's size */
+    TL_ERR_BAD_DESCRIPTION = 5, /* sidecar or sensor data file with invalid values */
+    TL_ERR_SIZE_MISMATCH = 6,   /* file size differs from the described frame */
+    TL_ERR_BUFFER = 7,          /* buffer too small */
+    TL_ERR_IO = 8,              /* read failed, or the file changed since it was opened */
     TL_ERR_NO_MEMORY = 9,
-    TL_ERR_PARAMETER = 10,    /* unknown parameter code */
-    TL_ERR_NOT_STREAMING = 11,/* grab before tl_startTransport */
-    TL_ERR_NO_PRESET = 12     /* no such preset in the INI file */
+    TL_ERR_PARAMETER = 10,     /* unknown parameter code */
+    TL_ERR_NOT_STREAMING = 11, /* grab before tl_startTransport */
+    TL_ERR_NO_PRESET = 12      /* no such preset in the INI file */
 };
 
 /* Parameter codes of tl_getSensorParameter. */
-enum {
-    TL_PARAM_BLACK_LEVEL = 1,
-    TL_PARAM_BAYER_ORDER = 2
-};
+enum { TL_PARAM_BLACK_LEVEL = 1, TL_PARAM_BAYER_ORDER = 2 };
 
 /* Image type codes. */
 enum {
@@ -73,7 +70,8 @@ enum {
 #define TL_NAME_SIZE 64
 
 /* Description of the sensor behind a camera (or in a sensor data file). */
-typedef struct tl_sensor_t {
+typedef struct tl_sensor_t
+{
     char name[TL_NAME_SIZE];          /* sensor name */
     char alternateName[TL_NAME_SIZE]; /* second identification text */
     unsigned int partId;
@@ -88,7 +86,8 @@ typedef struct tl_sensor_t {
     unsigned int blackLevel;
 } tl_sensor_t;
 
-typedef struct tl_camera_t {
+typedef struct tl_camera_t
+{
     tl_sensor_t sensor;
     void *priv; /* library-private state */
 } tl_camera_t;

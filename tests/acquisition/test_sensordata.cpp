@@ -18,8 +18,9 @@ void touch(const QTemporaryDir &dir, const QString &name, const QByteArray &cont
 
 QByteArray sensorText(const char *name, const char *alt, int revision)
 {
-    return QByteArray("[Sensor]\nName=") + name + "\nAlternateName=" + alt + "\nPartId=0x42\nRevision="
-        + QByteArray::number(revision) + "\n[Frame]\nWidth=8\nHeight=6\nBitsPerPixel=10\n";
+    return QByteArray("[Sensor]\nName=") + name + "\nAlternateName=" + alt
+           + "\nPartId=0x42\nRevision=" + QByteArray::number(revision)
+           + "\n[Frame]\nWidth=8\nHeight=6\nBitsPerPixel=10\n";
 }
 
 } // namespace
@@ -39,7 +40,8 @@ TEST(SensorData, LookupPatternsAndOrder)
     // The DEV file comes first (first pattern), each file once, "REV21"
     // matches revision 2 because the wildcard follows the number directly,
     // and the alternate name's files come last.
-    EXPECT_EQ(files, QStringList({"NAME-REV2-DEV7.xsdat", "NAME-REV2.sdat", "NAME-REV21.sdat", "ALT-REV2.xsdat"}));
+    EXPECT_EQ(files, QStringList({"NAME-REV2-DEV7.xsdat", "NAME-REV2.sdat", "NAME-REV21.sdat",
+                                  "ALT-REV2.xsdat"}));
     EXPECT_EQ(sensorDataFiles(dir.path(), "NAME", "ALT", 3), QStringList({"NAME-REV3.sdat"}));
     EXPECT_TRUE(sensorDataFiles(dir.path(), "NAME", "ALT", 4).isEmpty());
     // Only the alternate name given.
@@ -101,6 +103,7 @@ TEST(SensorData, BundledDemoSensors)
     ASSERT_GE(sensors.size(), 2);
     for (const SensorDataInfo &s : sensors) {
         EXPECT_FALSE(s.revisions.isEmpty()) << s.name.toStdString();
-        EXPECT_TRUE(sensorDataExists(s.name, s.alternateName, s.revisionMask)) << s.name.toStdString();
+        EXPECT_TRUE(sensorDataExists(s.name, s.alternateName, s.revisionMask))
+                << s.name.toStdString();
     }
 }

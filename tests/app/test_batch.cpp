@@ -14,42 +14,42 @@ using kestro::test::runProcess;
 
 namespace {
 
-const QByteArray kNoCamera =
-    "No Camera Detected: Before starting to calibrate your sensor you need to\nselect a sensor type.\n\n"
-    "Select a sensor type and revision before you proceed,\nor connect a Demo camera and press the Probe "
-    "button\non the toolbar.\n";
+const QByteArray kNoCamera
+        = "No Camera Detected: Before starting to calibrate your sensor you need to\nselect a sensor type.\n\n"
+          "Select a sensor type and revision before you proceed,\nor connect a Demo camera and press the Probe "
+          "button\non the toolbar.\n";
 
 const QByteArray kCannotLoad = "\tCannot load the input file";
 
-const QByteArray kColorDifferenceUsage =
-    "Incorrect number of parameters, please follow the format for Color Difference Test\n"
-    "With marker location files:\n"
-    "\tKestroLoader.exe ColorDifference <path to image file> <path to html output> ROI=<path to location file>"
-    "With marker location files and color error upper threshold (%ERROR_LEVEL%=2 indiciates that maximum "
-    "delta E2000 is above the threshold:\n"
-    "\tKestroLoader.exe ColorDifference <path to image file> <path to html output> ROI=<path to location file> "
-    "Threshold=<color error threshold>"
-    "\n\nWithout marker location files:\n"
-    "\tKestroLoader.exe ColorDifference <path to image file> <path to html output>";
+const QByteArray kColorDifferenceUsage
+        = "Incorrect number of parameters, please follow the format for Color Difference Test\n"
+          "With marker location files:\n"
+          "\tKestroLoader.exe ColorDifference <path to image file> <path to html output> ROI=<path to location file>"
+          "With marker location files and color error upper threshold (%ERROR_LEVEL%=2 indiciates that maximum "
+          "delta E2000 is above the threshold:\n"
+          "\tKestroLoader.exe ColorDifference <path to image file> <path to html output> ROI=<path to location file> "
+          "Threshold=<color error threshold>"
+          "\n\nWithout marker location files:\n"
+          "\tKestroLoader.exe ColorDifference <path to image file> <path to html output>";
 
-const QByteArray kNoiseUsage =
-    "Incorrect number of parameters, please follow the format for Noise Measurement Test"
-    "With marker location files:\n"
-    "\tKestroLoader.exe Noise <path to image file> <path to html output> ROI=<path to location file>"
-    "\n\nWithout marker location files:\n"
-    "\tKestroLoader.exe Noise <path to image file> <path to html output>";
+const QByteArray kNoiseUsage
+        = "Incorrect number of parameters, please follow the format for Noise Measurement Test"
+          "With marker location files:\n"
+          "\tKestroLoader.exe Noise <path to image file> <path to html output> ROI=<path to location file>"
+          "\n\nWithout marker location files:\n"
+          "\tKestroLoader.exe Noise <path to image file> <path to html output>";
 
-const QByteArray kMtfUsage =
-    "Incorrect number of parameters, please follow the format for MTF Test\n\n"
-    "With ROI regions defined in file:\n"
-    "\tMTF <Path to input image file> <Path to html output file> Gamma=<Gamma value int float> ROI=<Path to "
-    "ROI region file>\n\n"
-    "With ROI regions defined in line:\n"
-    "\tMTF <Path to input image file> <Path to html output file> Gamma=<Gamma value int float> X1=<top-left X> "
-    "Y1=<top-left Y> X2=<bottom-right X> Y2=<bottom-right Y>\n\n";
+const QByteArray kMtfUsage
+        = "Incorrect number of parameters, please follow the format for MTF Test\n\n"
+          "With ROI regions defined in file:\n"
+          "\tMTF <Path to input image file> <Path to html output file> Gamma=<Gamma value int float> ROI=<Path to "
+          "ROI region file>\n\n"
+          "With ROI regions defined in line:\n"
+          "\tMTF <Path to input image file> <Path to html output file> Gamma=<Gamma value int float> X1=<top-left X> "
+          "Y1=<top-left Y> X2=<bottom-right X> Y2=<bottom-right Y>\n\n";
 
-const QByteArray kUniformityUsage =
-    "Incorrect number of parameters, please fellow the format for Uniformity Test";
+const QByteArray kUniformityUsage
+        = "Incorrect number of parameters, please fellow the format for Uniformity Test";
 
 ProcessResult kestroLoader(const QStringList &args, const QStringList &env = {})
 {
@@ -76,9 +76,10 @@ protected:
 
 TEST_F(Batch, UnknownTestsAndIncompleteMtfRunNothing)
 {
-    for (const QStringList &args : {QStringList{"Foo", "a", "b"}, QStringList{"mtf", image, report},
-                                    QStringList{"MTF", image, report, "X1=3", "Y1=4", "X2=3", "Y2=9"},
-                                    QStringList{"MTF", image, report, "Gamma=0.45", "X1=1", "X2=5"}}) {
+    for (const QStringList &args :
+         {QStringList{"Foo", "a", "b"}, QStringList{"mtf", image, report},
+          QStringList{"MTF", image, report, "X1=3", "Y1=4", "X2=3", "Y2=9"},
+          QStringList{"MTF", image, report, "Gamma=0.45", "X1=1", "X2=5"}}) {
         const ProcessResult r = kestroLoader(args);
         EXPECT_EQ(r.exitCode, 0) << args.join(' ').toStdString();
         EXPECT_EQ(r.out, QByteArray()) << args.join(' ').toStdString();
@@ -124,16 +125,17 @@ TEST_F(Batch, ColorDifferenceExitCodesFollowTheThreshold)
         int code;
     };
     const Case cases[] = {
-        {{}, 1},
-        {{"Threshold=3.5"}, 0},
-        {{"threshold=abc"}, 0},     // a value that does not convert is 0, still given
-        {{"Threshold"}, 1},          // without "="
-        {{"Threshold=2", "Threshold"}, 1},
-        {{"Threshold", "THRESHOLD=2"}, 0},
-        {{"ROI=r.roi", "Other=5", "x"}, 1},
+            {{}, 1},
+            {{"Threshold=3.5"}, 0},
+            {{"threshold=abc"}, 0}, // a value that does not convert is 0, still given
+            {{"Threshold"}, 1},     // without "="
+            {{"Threshold=2", "Threshold"}, 1},
+            {{"Threshold", "THRESHOLD=2"}, 0},
+            {{"ROI=r.roi", "Other=5", "x"}, 1},
     };
     for (const Case &c : cases) {
-        const ProcessResult r = kestroLoader(QStringList{"ColorDifference", image, report} + c.extra);
+        const ProcessResult r = kestroLoader(QStringList{"ColorDifference", image, report}
+                                             + c.extra);
         EXPECT_EQ(r.exitCode, c.code) << c.extra.join(' ').toStdString();
         EXPECT_EQ(r.out, QByteArray()) << c.extra.join(' ').toStdString();
     }
@@ -167,7 +169,8 @@ TEST_F(Batch, NoiseLoadsItsInputAsAFrame)
 
 TEST_F(Batch, MtfWithARegionRunsTheCalculationStep)
 {
-    ProcessResult r = kestroLoader({"MTF", image, report, "Gamma=0.45", "X1=10", "Y1=20", "X2=5", "Y2=40"});
+    ProcessResult r = kestroLoader(
+            {"MTF", image, report, "Gamma=0.45", "X1=10", "Y1=20", "X2=5", "Y2=40"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, QByteArray());
     EXPECT_TRUE(r.err.contains("MTF measurement is not available yet")) << r.err.constData();
@@ -184,11 +187,13 @@ TEST_F(Batch, MissingRuntimeWarnsAndDisablesTheMtf)
                                          {"KESTRO_COLORCAL_RUNTIME=libkestro-no-such-runtime.so.9"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, QByteArray());
-    EXPECT_TRUE(r.err.contains("Matlab runtime is not installed: Matlab runtime is missing. Some "
-                                 "functionalities will be disabled.\nInstall Matlab runtime by downloading "
-                                 "Matlab runtime installer (https://"))
-        << r.err.constData();
-    EXPECT_TRUE(r.err.contains(".\nRelaunch the application so that installation changes can take effect.\n"));
+    EXPECT_TRUE(r.err.contains(
+            "Matlab runtime is not installed: Matlab runtime is missing. Some "
+            "functionalities will be disabled.\nInstall Matlab runtime by downloading "
+            "Matlab runtime installer (https://"))
+            << r.err.constData();
+    EXPECT_TRUE(r.err.contains(
+            ".\nRelaunch the application so that installation changes can take effect.\n"));
     EXPECT_TRUE(r.err.contains("MTF measurement is disabled"));
 
     // A runtime that loads gives no warning.
@@ -200,10 +205,11 @@ TEST_F(Batch, MissingRuntimeWarnsAndDisablesTheMtf)
 TEST_F(Batch, NoSensorDataEndsTheProgramInBothModes)
 {
     QTemporaryDir empty;
-    const QByteArray message =
-        "Error: Kestro has not detected any valid sensor data (.sdat or .xsdat) files.\nRun the installer for "
-        "your specific sensor before using Kestro.\n\nThe application will now exit.\n";
-    for (const QStringList &args : {QStringList{"ColorDifference", image, report, "Threshold=1"}, QStringList{}}) {
+    const QByteArray message
+            = "Error: Kestro has not detected any valid sensor data (.sdat or .xsdat) files.\nRun the installer for "
+              "your specific sensor before using Kestro.\n\nThe application will now exit.\n";
+    for (const QStringList &args :
+         {QStringList{"ColorDifference", image, report, "Threshold=1"}, QStringList{}}) {
         const ProcessResult r = kestroLoader(args, {"KESTRO_SENSOR_DATA=" + empty.path()});
         EXPECT_EQ(r.exitCode, 1);
         EXPECT_EQ(r.out, QByteArray());
@@ -216,7 +222,8 @@ TEST_F(Batch, LongAndNonLatinArguments)
 {
     // A very long path that cannot exist.
     const QString longPath = dir.filePath(QString(20000, QLatin1Char('x')) + ".png");
-    ProcessResult r = kestroLoader({"ColorDifference", longPath, report, "Threshold=" + QString(5000, '9')});
+    ProcessResult r = kestroLoader(
+            {"ColorDifference", longPath, report, "Threshold=" + QString(5000, '9')});
     EXPECT_EQ(r.exitCode, 255);
     EXPECT_EQ(r.out, kCannotLoad);
     r = kestroLoader({"MTF", image, report, "X1=" + QString(3000, '7'), "Y1=1", "X2=2", "Y2=5"});

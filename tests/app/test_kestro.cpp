@@ -47,7 +47,8 @@ TEST(KestroWindow, FormAndSensorListFromTheSensorData)
     QTabWidget *tabs = window.workflow();
     EXPECT_EQ(tabs->objectName(), "Workflow");
     ASSERT_EQ(tabs->count(), 4);
-    const QStringList titles = {"Initialization", "Macbeth Chart Image Tests", "MTF", "Color Uniformity"};
+    const QStringList titles = {"Initialization", "Macbeth Chart Image Tests", "MTF",
+                                "Color Uniformity"};
     const QStringList names = {"initTab", "tabColorEval", "tabMTF", "tabIUni"};
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(tabs->tabText(i), titles[i]);
@@ -122,12 +123,14 @@ TEST(KestroWindow, MtfKeysAndTheInlineRegion)
     // so X10= sets x1; a recognised key without "=" is ignored; values are
     // everything after the first "=".
     window = batchWindow("MTF");
-    run(*window, {"KestroLoader", "MTF", "a", "b", "x10=3", "y1=4", "X2", "x2=8=9", "Y2=12", "gAmMa=0.45"});
+    run(*window,
+        {"KestroLoader", "MTF", "a", "b", "x10=3", "y1=4", "X2", "x2=8=9", "Y2=12", "gAmMa=0.45"});
     EXPECT_EQ(window->mtfInlineRegion(), QRect(0, 4, 3, 8)); // x2 = "8=9" does not convert: 0
     EXPECT_DOUBLE_EQ(window->mtfGamma(), 0.45);
 
     window = batchWindow("MTF");
-    run(*window, {"KestroLoader", "MTF", "a", "b", "x10=3", "y1=4", "X2", "x2=8", "Y2=12", "Gamma=abc"});
+    run(*window,
+        {"KestroLoader", "MTF", "a", "b", "x10=3", "y1=4", "X2", "x2=8", "Y2=12", "Gamma=abc"});
     EXPECT_EQ(window->mtfInlineRegion(), QRect(3, 4, 5, 8));
     EXPECT_DOUBLE_EQ(window->mtfGamma(), 0.0);
 
@@ -140,7 +143,8 @@ TEST(KestroWindow, MtfKeysAndTheInlineRegion)
 
     // Extreme corners do not overflow.
     window = batchWindow("MTF");
-    run(*window, {"KestroLoader", "MTF", "a", "b", "X1=-2147483648", "Y1=0", "X2=2147483647", "Y2=1"});
+    run(*window,
+        {"KestroLoader", "MTF", "a", "b", "X1=-2147483648", "Y1=0", "X2=2147483647", "Y2=1"});
     EXPECT_EQ(window->mtfInlineRegion().left(), -2147483647 - 1);
     EXPECT_EQ(window->mtfInlineRegion().width(), 2147483647);
 }
@@ -148,7 +152,8 @@ TEST(KestroWindow, MtfKeysAndTheInlineRegion)
 TEST(KestroWindow, ColorDifferenceAndNoiseFields)
 {
     auto window = batchWindow("ColorDifference");
-    run(*window, {"KestroLoader", "Color Difference", "in.png", "out.html", "roi=a=b.roi", "Threshold=2.5e1"});
+    run(*window, {"KestroLoader", "Color Difference", "in.png", "out.html", "roi=a=b.roi",
+                  "Threshold=2.5e1"});
     EXPECT_EQ(window->colorDiffImagePath(), "in.png");
     EXPECT_EQ(window->colorDiffReportPath(), "out.html");
     EXPECT_EQ(window->roiFilePath(), "a=b.roi");
@@ -171,9 +176,9 @@ TEST(KestroWindow, ColorDifferenceAndNoiseFields)
 TEST(KestroWindow, UniformityKeys)
 {
     auto window = batchWindow("Uniformity");
-    run(*window, {"KestroLoader", "uniformity", "flat.png", "u.html", "colormap=Jet", "CenterPercent=12",
-                  "cornerpercent=7", "ShowContour=TRUE", "ContourLow=10", "ContourSS=5", "ContourHigh=90",
-                  "ChartSize=550", "SubSampleSize=x", "Unknown=1"});
+    run(*window, {"KestroLoader", "uniformity", "flat.png", "u.html", "colormap=Jet",
+                  "CenterPercent=12", "cornerpercent=7", "ShowContour=TRUE", "ContourLow=10",
+                  "ContourSS=5", "ContourHigh=90", "ChartSize=550", "SubSampleSize=x", "Unknown=1"});
     EXPECT_EQ(window->uniImagePath(), "flat.png");
     EXPECT_EQ(window->uniReportPath(), "u.html");
     EXPECT_EQ(window->uniColorMapName(), "Jet");
@@ -191,12 +196,14 @@ TEST(KestroWindow, UniformityKeys)
     EXPECT_EQ(window->uniImagePath(), "flat.png");
     EXPECT_EQ(window->uniReportPath(), "");
     window = batchWindow("Uniformity");
-    run(*window, {"KestroLoader", "Uniformity", "flat.png", "u.html", "ShowContour=yes", "ShowContour"});
+    run(*window,
+        {"KestroLoader", "Uniformity", "flat.png", "u.html", "ShowContour=yes", "ShowContour"});
     EXPECT_FALSE(window->uniShowContour());
 }
 
 TEST(KestroMessages, RichTextIsPrintedPlain)
 {
-    EXPECT_EQ(kestro::plainMessageText("a<br>b <a href=\"http://x/y\">link</a>.<br/><b>bold</b> &amp; &lt;"),
+    EXPECT_EQ(kestro::plainMessageText(
+                      "a<br>b <a href=\"http://x/y\">link</a>.<br/><b>bold</b> &amp; &lt;"),
               "a\nb link (http://x/y).\nbold & <");
 }

@@ -73,15 +73,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, size_t size)
         for (int i = 0; i < frame.dataSize(); ++i)
             sum += bytes[i];
         const QImage image = frame.image();
-        if (!image.isNull() && (image.width() != (frame.width() & ~1) - 4 || image.height() != (frame.height() & ~1) - 4))
+        if (!image.isNull()
+            && (image.width() != (frame.width() & ~1) - 4
+                || image.height() != (frame.height() & ~1) - 4))
             std::abort();
         if (frame.dataSize() != frame.width() * frame.height() * 2)
             std::abort();
         CFrame copy(frame);
         if (!copy.isCompatible(frame))
             std::abort();
-        (void)copy.linearData();
-        (void)sum;
+        (void) copy.linearData();
+        (void) sum;
     } else if (frame.isValid()) {
         std::abort();
     }

@@ -28,9 +28,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     for (const QRectF &r : result.rects) {
         // Values are finite (unconvertible ones read as 0); the stored form
         // must be computable for every one of them.
-        if (!qIsFinite(r.x()) || !qIsFinite(r.y()) || !qIsFinite(r.width()) || !qIsFinite(r.height()))
+        if (!qIsFinite(r.x()) || !qIsFinite(r.y()) || !qIsFinite(r.width())
+            || !qIsFinite(r.height()))
             __builtin_trap();
-        (void)kestro::roiStoredRect(r);
+        (void) kestro::roiStoredRect(r);
     }
     QFile::remove(path);
     return 0;

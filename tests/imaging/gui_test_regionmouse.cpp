@@ -30,8 +30,8 @@ QImage grayWithBlueBlock()
 void send(imageGraphicsView &view, QEvent::Type type, const QPoint &pos, Qt::MouseButton button,
           Qt::MouseButtons buttons)
 {
-    QMouseEvent event(type, QPointF(pos), QPointF(view.viewport()->mapToGlobal(pos)), button, buttons,
-                      Qt::NoModifier);
+    QMouseEvent event(type, QPointF(pos), QPointF(view.viewport()->mapToGlobal(pos)), button,
+                      buttons, Qt::NoModifier);
     QApplication::sendEvent(view.viewport(), &event);
 }
 
@@ -55,8 +55,8 @@ void release(imageGraphicsView &view, const QPoint &pos, Qt::MouseButton button 
 void wheel(imageGraphicsView &view, int delta)
 {
     const QPoint pos(50, 50);
-    QWheelEvent event(QPointF(pos), QPointF(view.viewport()->mapToGlobal(pos)), QPoint(), QPoint(0, delta),
-                      Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QWheelEvent event(QPointF(pos), QPointF(view.viewport()->mapToGlobal(pos)), QPoint(),
+                      QPoint(0, delta), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
     QApplication::sendEvent(view.viewport(), &event);
 }
 
@@ -186,19 +186,19 @@ TEST_F(Mouse, HoverShowsTheHandleUnderThePointer)
         Qt::CursorShape cursor;
     };
     const Probe probes[] = {
-        {{midX, tl.y()}, 1, Qt::SizeVerCursor},
-        {{midX, tl.y() + 2}, 1, Qt::SizeVerCursor},
-        {{midX, tl.y() + 3}, 9, Qt::SizeAllCursor}, // just below the 2-pixel band
-        {{br.x(), midY}, 2, Qt::SizeHorCursor},
-        {{br.x() - 2, midY}, 2, Qt::SizeHorCursor},
-        {{br.x() - 3, midY}, 9, Qt::SizeAllCursor},
-        {{midX, br.y() - 1}, 3, Qt::SizeVerCursor},
-        {{tl.x() + 1, midY}, 4, Qt::SizeHorCursor},
-        {{tl.x() + 1, tl.y() + 1}, 5, Qt::SizeFDiagCursor},
-        {{br.x() - 1, tl.y() + 1}, 6, Qt::SizeBDiagCursor},
-        {{tl.x() + 1, br.y() - 1}, 7, Qt::SizeBDiagCursor},
-        {{br.x() - 1, br.y() - 1}, 8, Qt::SizeFDiagCursor},
-        {{midX, midY}, 9, Qt::SizeAllCursor},
+            {{midX, tl.y()}, 1, Qt::SizeVerCursor},
+            {{midX, tl.y() + 2}, 1, Qt::SizeVerCursor},
+            {{midX, tl.y() + 3}, 9, Qt::SizeAllCursor}, // just below the 2-pixel band
+            {{br.x(), midY}, 2, Qt::SizeHorCursor},
+            {{br.x() - 2, midY}, 2, Qt::SizeHorCursor},
+            {{br.x() - 3, midY}, 9, Qt::SizeAllCursor},
+            {{midX, br.y() - 1}, 3, Qt::SizeVerCursor},
+            {{tl.x() + 1, midY}, 4, Qt::SizeHorCursor},
+            {{tl.x() + 1, tl.y() + 1}, 5, Qt::SizeFDiagCursor},
+            {{br.x() - 1, tl.y() + 1}, 6, Qt::SizeBDiagCursor},
+            {{tl.x() + 1, br.y() - 1}, 7, Qt::SizeBDiagCursor},
+            {{br.x() - 1, br.y() - 1}, 8, Qt::SizeFDiagCursor},
+            {{midX, midY}, 9, Qt::SizeAllCursor},
     };
     for (const Probe &p : probes) {
         hover(view, p.pos);
@@ -212,7 +212,9 @@ TEST_F(Mouse, HoverShowsTheHandleUnderThePointer)
 TEST_F(Mouse, HitTestBands)
 {
     const QPoint tl(10, 10), tr(50, 10), bl(10, 30), br(50, 30);
-    auto hit = [&](int x, int y) { return qRegionGraphicsRectItem::hitTest(tl, tr, bl, br, QPoint(x, y)); };
+    auto hit = [&](int x, int y) {
+        return qRegionGraphicsRectItem::hitTest(tl, tr, bl, br, QPoint(x, y));
+    };
     EXPECT_EQ(hit(10, 10), 5);
     EXPECT_EQ(hit(12, 12), 5);
     EXPECT_EQ(hit(13, 12), 1);
@@ -243,15 +245,15 @@ TEST_F(Mouse, ResizingByEachHandleMovesOnlyThatEdgeOrCorner)
     };
     // Grab points lie inside the 2-pixel bands; the edge jumps to the pointer.
     const Case cases[] = {
-        {1, {50, 1}, {0, -20}, QRectF(QPointF(50, 21), QPointF(150, 100))},
-        {3, {50, 59}, {5, 15}, QRectF(QPointF(50, 40), QPointF(150, 114))},
-        {2, {99, 30}, {12, 3}, QRectF(QPointF(50, 40), QPointF(161, 100))},
-        {4, {1, 30}, {-9, 0}, QRectF(QPointF(42, 40), QPointF(150, 100))},
-        {5, {1, 1}, {-4, -6}, QRectF(QPointF(47, 35), QPointF(150, 100))},
-        {6, {99, 1}, {4, -6}, QRectF(QPointF(50, 35), QPointF(153, 100))},
-        {7, {1, 59}, {-4, 6}, QRectF(QPointF(47, 40), QPointF(150, 105))},
-        {8, {99, 59}, {4, 6}, QRectF(QPointF(50, 40), QPointF(153, 105))},
-        {9, {50, 30}, {15, 7}, QRectF(65, 47, 100, 60)},
+            {1, {50, 1}, {0, -20}, QRectF(QPointF(50, 21), QPointF(150, 100))},
+            {3, {50, 59}, {5, 15}, QRectF(QPointF(50, 40), QPointF(150, 114))},
+            {2, {99, 30}, {12, 3}, QRectF(QPointF(50, 40), QPointF(161, 100))},
+            {4, {1, 30}, {-9, 0}, QRectF(QPointF(42, 40), QPointF(150, 100))},
+            {5, {1, 1}, {-4, -6}, QRectF(QPointF(47, 35), QPointF(150, 100))},
+            {6, {99, 1}, {4, -6}, QRectF(QPointF(50, 35), QPointF(153, 100))},
+            {7, {1, 59}, {-4, 6}, QRectF(QPointF(47, 40), QPointF(150, 105))},
+            {8, {99, 59}, {4, 6}, QRectF(QPointF(50, 40), QPointF(153, 105))},
+            {9, {50, 30}, {15, 7}, QRectF(65, 47, 100, 60)},
     };
     for (const Case &c : cases) {
         item->setRect(start);
@@ -294,9 +296,12 @@ TEST_F(Mouse, SelectingByPointerAnnouncesAndStacks)
 
     QStringList order;
     QObject::connect(&view, &imageGraphicsView::regionSelectionChanged,
-            [&](qRegionGraphicsRectItem *r) { order << QStringLiteral("selection:%1").arg(r ? r->index() : 0); });
-    QObject::connect(&view, &imageGraphicsView::regionResized,
-            [&](qRegionGraphicsRectItem *r) { order << QStringLiteral("resized:%1").arg(r ? r->index() : 0); });
+                     [&](qRegionGraphicsRectItem *r) {
+                         order << QStringLiteral("selection:%1").arg(r ? r->index() : 0);
+                     });
+    QObject::connect(&view, &imageGraphicsView::regionResized, [&](qRegionGraphicsRectItem *r) {
+        order << QStringLiteral("resized:%1").arg(r ? r->index() : 0);
+    });
 
     // Region 1 is under region 2 where they overlap; pressing on its own
     // part selects it and lifts it above region 2.
@@ -415,9 +420,8 @@ TEST_F(Mouse, DebugLines)
     QLoggingCategory::setFilterRules("kestro.view.debug=true");
     static QStringList lines;
     lines.clear();
-    QtMessageHandler previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &m) {
-        lines << m;
-    });
+    QtMessageHandler previous = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &, const QString &m) { lines << m; });
     view.enableSelection();
     draw({10, 10}, {40, 40});
     view.enablePointing();
@@ -435,7 +439,8 @@ TEST_F(Mouse, DebugLines)
     EXPECT_TRUE(has("Mouse move    false"));
     EXPECT_TRUE(has("Mouse move    true"));
     EXPECT_TRUE(has("Done with region drawing"));
-    EXPECT_TRUE(has("Total regions count  1  : current region view   QRectF(10,10 30x30)  visible   true  : z Height  0.01"));
+    EXPECT_TRUE(has(
+            "Total regions count  1  : current region view   QRectF(10,10 30x30)  visible   true  : z Height  0.01"));
     EXPECT_TRUE(has("old Z : "));
     EXPECT_TRUE(has("new Z : "));
     EXPECT_TRUE(has(" QEvent == "));
@@ -481,8 +486,9 @@ TEST_F(Mouse, NumberedRegionsPaintTheirLabels)
         shot.save(out);
     // Red pixels in the label area (bottom-left quarter) of a region.
     auto labelPixels = [&](const QRectF &r) {
-        const QRect area = view.mapFromScene(QRectF(r.left() + 3, r.center().y(), r.width() / 2, r.height() / 2 - 3))
-                               .boundingRect();
+        const QRect area = view.mapFromScene(QRectF(r.left() + 3, r.center().y(), r.width() / 2,
+                                                    r.height() / 2 - 3))
+                                   .boundingRect();
         int count = 0;
         for (int y = area.top(); y <= area.bottom(); ++y)
             for (int x = area.left(); x <= area.right(); ++x)

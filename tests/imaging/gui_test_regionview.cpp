@@ -33,9 +33,13 @@ struct SignalLog
     explicit SignalLog(imageGraphicsView &view)
     {
         QObject::connect(&view, &imageGraphicsView::regionSelectionChanged,
-                         [this](qRegionGraphicsRectItem *item) { entries << QStringLiteral("selection:%1").arg(item ? item->index() : 0); });
+                         [this](qRegionGraphicsRectItem *item) {
+                             entries << QStringLiteral("selection:%1").arg(item ? item->index() : 0);
+                         });
         QObject::connect(&view, &imageGraphicsView::regionResized,
-                         [this](qRegionGraphicsRectItem *item) { entries << QStringLiteral("resized:%1").arg(item ? item->index() : 0); });
+                         [this](qRegionGraphicsRectItem *item) {
+                             entries << QStringLiteral("resized:%1").arg(item ? item->index() : 0);
+                         });
         QObject::connect(&view, &imageGraphicsView::regionCreated, [this] { entries << "created"; });
         QObject::connect(&view, &imageGraphicsView::regionDeleted, [this] { entries << "deleted"; });
     }
@@ -45,7 +49,9 @@ struct SignalLog
 class Calc : public regionBasedCalculation
 {
 public:
-    explicit Calc(int *deleted) : m_deleted(deleted) {}
+    explicit Calc(int *deleted)
+        : m_deleted(deleted)
+    { }
     ~Calc() override { ++*m_deleted; }
     bool calculate() override { return true; }
     QString errorMessage() const override { return {}; }
@@ -101,10 +107,11 @@ TEST_F(RegionView, ReadingAddsNumberedStackedRegionsAndSelectsTheLast)
     view.setPicture(grayPicture());
     view.addRegion(QRectF(1, 1, 5, 5));
     view.setShowNumbers(true);
-    const QString path = kestro::test::writeFile(dir, "r.roi",
-                                   "[patches]\n1\\left=10\n1\\top=10\n1\\width=20\n1\\height=20\n"
-                                   "2\\left=20.5\n2\\top=20\n2\\width=20\n2\\height=20\n"
-                                   "size=3\n");
+    const QString path
+            = kestro::test::writeFile(dir, "r.roi",
+                                      "[patches]\n1\\left=10\n1\\top=10\n1\\width=20\n1\\height=20\n"
+                                      "2\\left=20.5\n2\\top=20\n2\\width=20\n2\\height=20\n"
+                                      "size=3\n");
     SignalLog log(view);
     ASSERT_TRUE(view.readRegions(path));
     ASSERT_EQ(view.regionCount(), 4); // added to the region already there
@@ -252,7 +259,8 @@ TEST_F(RegionView, OutlineColourOnRealChartPictures)
     ASSERT_FALSE(kestro::isNearNeutral(mean.redF(), mean.greenF(), mean.blueF()));
     QColor complement;
     complement.setRgbF(1 - mean.redF(), 1 - mean.greenF(), 1 - mean.blueF());
-    qRegionGraphicsRectItem *item = view.addRegion(QRectF(mostColourful).adjusted(0.3, 0.3, -0.3, -0.3));
+    qRegionGraphicsRectItem *item = view.addRegion(
+            QRectF(mostColourful).adjusted(0.3, 0.3, -0.3, -0.3));
     EXPECT_EQ(item->color(), complement);
     EXPECT_EQ(item->pen().color(), complement);
     // The same on the picture in another pixel format.

@@ -16,18 +16,38 @@ namespace {
 
 // Kernels before the factor 1/8, as published.
 using Kernel = double[5][5];
-const Kernel kIdentity = {{0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 8, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}};
-const Kernel kGreen = {{0, 0, -1, 0, 0}, {0, 0, 2, 0, 0}, {-1, 2, 4, 2, -1}, {0, 0, 2, 0, 0}, {0, 0, -1, 0, 0}};
-const Kernel kRow = {{0, 0, 0.5, 0, 0}, {0, -1, 0, -1, 0}, {-1, 4, 5, 4, -1}, {0, -1, 0, -1, 0}, {0, 0, 0.5, 0, 0}};
-const Kernel kColumn = {{0, 0, -1, 0, 0}, {0, -1, 4, -1, 0}, {0.5, 0, 5, 0, 0.5}, {0, -1, 4, -1, 0}, {0, 0, -1, 0, 0}};
-const Kernel kCross = {{0, 0, -1.5, 0, 0}, {0, 2, 0, 2, 0}, {-1.5, 0, 6, 0, -1.5}, {0, 2, 0, 2, 0}, {0, 0, -1.5, 0, 0}};
+const Kernel kIdentity = {{0, 0, 0, 0, 0},
+                          {0, 0, 0, 0, 0},
+                          {0, 0, 8, 0, 0},
+                          {0, 0, 0, 0, 0},
+                          {0, 0, 0, 0, 0}};
+const Kernel kGreen = {{0, 0, -1, 0, 0},
+                       {0, 0, 2, 0, 0},
+                       {-1, 2, 4, 2, -1},
+                       {0, 0, 2, 0, 0},
+                       {0, 0, -1, 0, 0}};
+const Kernel kRow = {{0, 0, 0.5, 0, 0},
+                     {0, -1, 0, -1, 0},
+                     {-1, 4, 5, 4, -1},
+                     {0, -1, 0, -1, 0},
+                     {0, 0, 0.5, 0, 0}};
+const Kernel kColumn = {{0, 0, -1, 0, 0},
+                        {0, -1, 4, -1, 0},
+                        {0.5, 0, 5, 0, 0.5},
+                        {0, -1, 4, -1, 0},
+                        {0, 0, -1, 0, 0}};
+const Kernel kCross = {{0, 0, -1.5, 0, 0},
+                       {0, 2, 0, 2, 0},
+                       {-1.5, 0, 6, 0, -1.5},
+                       {0, 2, 0, 2, 0},
+                       {0, 0, -1.5, 0, 0}};
 
 // [class][channel]
 const Kernel *const kTable[4][3] = {
-    {&kRow, &kIdentity, &kColumn},
-    {&kIdentity, &kGreen, &kCross},
-    {&kCross, &kGreen, &kIdentity},
-    {&kColumn, &kIdentity, &kRow},
+        {&kRow, &kIdentity, &kColumn},
+        {&kIdentity, &kGreen, &kCross},
+        {&kCross, &kGreen, &kIdentity},
+        {&kColumn, &kIdentity, &kRow},
 };
 const int kMaps[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
 
@@ -81,7 +101,8 @@ int exactByte(const Mosaic &m, int order, int x, int y, int channel)
     for (int dy = -2; dy <= 2; ++dy)
         for (int dx = -2; dx <= 2; ++dx)
             n += static_cast<long long>(std::lround(k[dy + 2][dx + 2] * 2))
-                * (m.samples[static_cast<size_t>(y + 2 + dy) * m.width + (x + 2 + dx)] - static_cast<long long>(m.black));
+                 * (m.samples[static_cast<size_t>(y + 2 + dy) * m.width + (x + 2 + dx)]
+                    - static_cast<long long>(m.black));
     const long long d = 16 * (full - m.black);
     if (n <= 0)
         return 0;
@@ -117,7 +138,8 @@ TEST(Demosaic, MatchesPerPixelComputationForAllOrdersAndSizes)
     for (const auto &size : sizes) {
         for (int order = 0; order < 4; ++order) {
             const Mosaic m = randomMosaic(size[0], size[1], 12, 168, 1000u * size[0] + order);
-            const QImage img = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 1);
+            const QImage img = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
+                                               order, 1);
             const int outW = (m.width & ~1) - 4;
             const int outH = (m.height & ~1) - 4;
             ASSERT_EQ(img.format(), QImage::Format_RGB32);
@@ -129,8 +151,9 @@ TEST(Demosaic, MatchesPerPixelComputationForAllOrdersAndSizes)
                     ASSERT_EQ(qAlpha(p), 255);
                     for (int c = 0; c < 3; ++c) {
                         const int got = channelOf(p, c);
-                        ASSERT_EQ(got, exactByte(m, order, x, y, c)) << size[0] << "x" << size[1] << " order " << order
-                                                                     << " at " << x << "," << y << " ch " << c;
+                        ASSERT_EQ(got, exactByte(m, order, x, y, c))
+                                << size[0] << "x" << size[1] << " order " << order << " at " << x
+                                << "," << y << " ch " << c;
                         const double scaled = literalScaled(m, order, x, y, c);
                         const int literal = static_cast<int>(std::floor(scaled));
                         if (literal != got) {
@@ -178,8 +201,9 @@ TEST(Demosaic, QuantisationIsExactForEveryRange)
             const long long d = 16LL * (full - black);
             for (long long n = -3; n <= d + 3; ++n) {
                 const long long clamped = std::min(std::max(n, 0LL), d);
-                ASSERT_EQ(quantiseChannel(static_cast<int>(n), static_cast<int>(d)), (510 * clamped + d) / (2 * d))
-                    << "n " << n << " range " << d;
+                ASSERT_EQ(quantiseChannel(static_cast<int>(n), static_cast<int>(d)),
+                          (510 * clamped + d) / (2 * d))
+                        << "n " << n << " range " << d;
             }
         }
     }
@@ -197,18 +221,22 @@ TEST(Demosaic, RefusesWhatCannotBeDemosaiced)
     EXPECT_EQ(demosaicToImage(samples.data(), 7, 7, 10, 0, 0).size(), QSize(2, 2));
     // Out-of-range orders give the order-0 result.
     const Mosaic m = randomMosaic(12, 10, 10, 64, 7);
-    EXPECT_EQ(demosaicToImage(m.samples.data(), 12, 10, 10, 64, 9), demosaicToImage(m.samples.data(), 12, 10, 10, 64, 0));
+    EXPECT_EQ(demosaicToImage(m.samples.data(), 12, 10, 10, 64, 9),
+              demosaicToImage(m.samples.data(), 12, 10, 10, 64, 0));
 }
 
 TEST(Demosaic, BandsGiveTheSameResultAsOneThread)
 {
     const Mosaic m = randomMosaic(301, 777, 12, 168, 99);
     for (int order = 0; order < 4; ++order) {
-        const QImage one = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 1);
+        const QImage one = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
+                                           order, 1);
         for (int threads : {2, 3, 7})
-            EXPECT_EQ(one, demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, threads));
+            EXPECT_EQ(one, demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
+                                           order, threads));
         // Spot-check the banded result against the exact computation.
-        const QImage many = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 4);
+        const QImage many = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
+                                            order, 4);
         for (int y = 0; y < many.height(); y += 37)
             for (int x = 0; x < many.width(); x += 13)
                 for (int c = 0; c < 3; ++c)
@@ -225,7 +253,8 @@ TEST(RawNormalise, PlaneValuesCropAndDefaultBlack)
     ASSERT_EQ(p.width, 6);
     ASSERT_EQ(p.height, 4);
     EXPECT_FLOAT_EQ(p.values[0], (0 - 64.0f) / (1023 - 64.0f));
-    EXPECT_FLOAT_EQ(p.values[1 * 6 + 2], (9 * 30 - 64.0f) / (1023 - 64.0f)); // row pitch is the full width
+    EXPECT_FLOAT_EQ(p.values[1 * 6 + 2],
+                    (9 * 30 - 64.0f) / (1023 - 64.0f)); // row pitch is the full width
 
     // Negative black: 42 * 2^(10 - bits).
     EXPECT_DOUBLE_EQ(defaultBlackLevel(10), 42.0);

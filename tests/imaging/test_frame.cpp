@@ -3,8 +3,8 @@
 #include "testsupport.h"
 
 #include <QTemporaryDir>
-#include <cstring>
 #include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
 
 using kestro::test::saveImage;
@@ -47,8 +47,9 @@ TEST(Frame, ImageFormatRules)
     EXPECT_FALSE(frame.setFromImage(gradient(8, 8, QImage::Format_RGBX8888)));
 
     // An indexed gray BMP keeps its format with kind 1 and 8 bits.
-    const QString grayPath = saveImage(dir, "gray.bmp", gradient(10, 6, QImage::Format_Grayscale8)
-                                                            .convertToFormat(QImage::Format_Indexed8));
+    const QString grayPath = saveImage(dir, "gray.bmp",
+                                       gradient(10, 6, QImage::Format_Grayscale8)
+                                               .convertToFormat(QImage::Format_Indexed8));
     ASSERT_TRUE(frame.load(grayPath));
     EXPECT_EQ(frame.image().format(), QImage::Format_Indexed8);
     EXPECT_EQ(frame.kind(), 1u);
@@ -107,7 +108,8 @@ TEST(Frame, LinearCopyDecodesEveryColourByte)
             for (int k = 0; k < 3; ++k) {
                 const double v = src[o + k] / 255.0;
                 const double linear = v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
-                ASSERT_EQ(lin[o + k], static_cast<int>(std::floor(linear * 255.0 + 0.5))) << x << "," << y;
+                ASSERT_EQ(lin[o + k], static_cast<int>(std::floor(linear * 255.0 + 0.5)))
+                        << x << "," << y;
             }
             ASSERT_EQ(lin[o + 3], 0);
         }

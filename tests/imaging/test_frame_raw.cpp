@@ -36,7 +36,13 @@ QByteArray mosaic16(int w, int h, int bits)
 QByteArray frameIni(int w, int h, int bits, int type, int order, int black)
 {
     return QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=%3\nImageType=%4\nBayerOrder=%5\nBlackLevel=%6\n")
-        .arg(w).arg(h).arg(bits).arg(type).arg(order).arg(black).toLatin1();
+            .arg(w)
+            .arg(h)
+            .arg(bits)
+            .arg(type)
+            .arg(order)
+            .arg(black)
+            .toLatin1();
 }
 
 class FrameRaw : public ::testing::Test
@@ -73,7 +79,8 @@ TEST_F(FrameRaw, SidecarDescribesTheFrame)
     EXPECT_EQ(frame.linearData(), nullptr); // kind 1
     const QImage img = frame.image();
     EXPECT_EQ(img.size(), QSize(16, 10));
-    EXPECT_EQ(img, kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()), 20, 14, 12, 168, 3));
+    EXPECT_EQ(img, kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()),
+                                           20, 14, 12, 168, 3));
 
     // Two loads of one file are compatible; a copy owns its own raw buffer.
     CFrame again;
@@ -141,7 +148,11 @@ TEST_F(FrameRaw, OddSizesAndImageTypes)
     EXPECT_EQ(frame.image().size(), QSize(645 - 1 - 4, 485 - 1 - 4));
     EXPECT_EQ(frame.width(), 645);
 
-    struct Case { int type; std::uint32_t kind; };
+    struct Case
+    {
+        int type;
+        std::uint32_t kind;
+    };
     for (const Case c : {Case{0, 1u}, Case{5, 2u}, Case{11, 3u}, Case{7, 1u}, Case{3, 1u}}) {
         write(path("t.raw"), mosaic16(10, 8, 10));
         write(path("t.ini"), frameIni(10, 8, 10, c.type, 1, 0));
@@ -156,7 +167,9 @@ TEST_F(FrameRaw, OddSizesAndImageTypes)
     write(path("c.ini"), frameIni(12, 10, 10, 1, 7, 32));
     ASSERT_TRUE(frame.load(path("c.raw")));
     EXPECT_EQ(frame.bayerOrder(), 7);
-    EXPECT_EQ(frame.image(), kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()), 12, 10, 10, 32, 0));
+    EXPECT_EQ(frame.image(),
+              kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()), 12,
+                                      10, 10, 32, 0));
 
     // Too small to demosaic: the frame loads with its data and a null picture.
     write(path("tiny.raw"), mosaic16(4, 4, 10));
@@ -170,17 +183,22 @@ TEST_F(FrameRaw, BadFilesNeverLoad)
 {
     const QByteArray good = frameIni(8, 6, 10, 1, 0, 64);
     const QByteArray data = mosaic16(8, 6, 10);
-    struct Case { const char *what; QByteArray raw; QByteArray ini; };
+    struct Case
+    {
+        const char *what;
+        QByteArray raw;
+        QByteArray ini;
+    };
     const Case cases[] = {
-        {"truncated", data.left(95), good},
-        {"empty", QByteArray(), good},
-        {"too long", data + "x", good},
-        {"0 bits", data, frameIni(8, 6, 0, 1, 0, 0)},
-        {"17 bits", data, frameIni(8, 6, 17, 1, 0, 0)},
-        {"black at full scale", data, frameIni(8, 6, 10, 1, 0, 1023)},
-        {"garbage sidecar", data, QByteArray("\xff\xfe[Frame\nWidth==\x01\nHeight=-\n", 30)},
-        {"text in numbers", data, "[Frame]\nWidth=8px\nHeight=6\nBitsPerPixel=10\n"},
-        {"no frame group", data, "[Sensor]\nWidth=8\nHeight=6\nBitsPerPixel=10\n"},
+            {"truncated", data.left(95), good},
+            {"empty", QByteArray(), good},
+            {"too long", data + "x", good},
+            {"0 bits", data, frameIni(8, 6, 0, 1, 0, 0)},
+            {"17 bits", data, frameIni(8, 6, 17, 1, 0, 0)},
+            {"black at full scale", data, frameIni(8, 6, 10, 1, 0, 1023)},
+            {"garbage sidecar", data, QByteArray("\xff\xfe[Frame\nWidth==\x01\nHeight=-\n", 30)},
+            {"text in numbers", data, "[Frame]\nWidth=8px\nHeight=6\nBitsPerPixel=10\n"},
+            {"no frame group", data, "[Sensor]\nWidth=8\nHeight=6\nBitsPerPixel=10\n"},
     };
     const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
     qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(path("none")));

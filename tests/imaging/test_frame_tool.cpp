@@ -29,7 +29,8 @@ TEST(FrameTool, FrameAndDemosaicOfARawFile)
     for (int i = 0; i < 30 * 20; ++i)
         data.append(char((i * 7) & 0xff)).append(char((i >> 4) & 0x03));
     write(dir.filePath("r.raw"), data);
-    write(dir.filePath("r.ini"), "[Frame]\nWidth=30\nHeight=20\nBitsPerPixel=10\nImageType=1\nBayerOrder=1\nBlackLevel=16\n");
+    write(dir.filePath("r.ini"),
+          "[Frame]\nWidth=30\nHeight=20\nBitsPerPixel=10\nImageType=1\nBayerOrder=1\nBlackLevel=16\n");
 
     auto r = runProcess(measureToolPath(), {"frame", dir.filePath("r.raw")});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
@@ -60,10 +61,12 @@ TEST(FrameTool, FrameAndDemosaicOfARawFile)
     r = runProcess(measureToolPath(), {"frame", dir.filePath("cut.raw")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(QJsonDocument::fromJson(r.out).object().value("valid").toBool(true), false);
-    r = runProcess(measureToolPath(), {"demosaic", dir.filePath("cut.raw"), dir.filePath("cut.png")});
+    r = runProcess(measureToolPath(),
+                   {"demosaic", dir.filePath("cut.raw"), dir.filePath("cut.png")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_FALSE(QFile::exists(dir.filePath("cut.png")));
-    r = runProcess(measureToolPath(), {"demosaic", dir.filePath("r.raw"), dir.filePath("no/such/folder/x.png")});
+    r = runProcess(measureToolPath(),
+                   {"demosaic", dir.filePath("r.raw"), dir.filePath("no/such/folder/x.png")});
     EXPECT_EQ(r.exitCode, 1);
     r = runProcess(measureToolPath(), {"frame"});
     EXPECT_EQ(r.exitCode, 1);

@@ -9,7 +9,7 @@ TEST(Region, AlignedRoundingAndValidity)
     EXPECT_EQ(alignedRect(QRectF(10.4, 10.6, 20.2, 5)), QRect(10, 10, 21, 6));
     QImage img(40, 30, QImage::Format_ARGB32);
     img.fill(Qt::gray);
-    EXPECT_TRUE(isRegionValid(img, QRect(30, 20, 10, 10)));   // ends on the last row and column
+    EXPECT_TRUE(isRegionValid(img, QRect(30, 20, 10, 10))); // ends on the last row and column
     EXPECT_FALSE(isRegionValid(img, QRect(30, 20, 11, 10)));
     EXPECT_FALSE(isRegionValid(img, QRect(30, 20, 10, 11)));
     EXPECT_TRUE(isRegionValid(img, QRect(0, 0, 1, 1)));

@@ -5,10 +5,9 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+using kestro::test::measureToolPath;
 using kestro::test::runProcess;
 using kestro::test::writeFile;
-using kestro::test::measureToolPath;
-
 
 TEST(RoiMeasure, PrintsTheRectanglesAsRead)
 {
@@ -25,7 +24,8 @@ TEST(RoiMeasure, PrintsTheRectanglesAsRead)
 TEST(RoiMeasure, EmptyFilesGiveNoRegionsAndBadInputAnError)
 {
     QTemporaryDir dir;
-    auto r = runProcess(measureToolPath(), {"regions", writeFile(dir, "e.roi", "[patches]\nsize=0\n")});
+    auto r = runProcess(measureToolPath(),
+                        {"regions", writeFile(dir, "e.roi", "[patches]\nsize=0\n")});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, QByteArray("{\"regions\": []}\n"));
 
@@ -34,7 +34,8 @@ TEST(RoiMeasure, EmptyFilesGiveNoRegionsAndBadInputAnError)
     EXPECT_TRUE(r.out.isEmpty());
     EXPECT_TRUE(r.err.contains("missing.roi"));
 
-    r = runProcess(measureToolPath(), {"regions", writeFile(dir, "h.roi", "[patches]\nsize=2000000000\n")});
+    r = runProcess(measureToolPath(),
+                   {"regions", writeFile(dir, "h.roi", "[patches]\nsize=2000000000\n")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_TRUE(r.out.isEmpty());
 

@@ -45,10 +45,11 @@ TEST(RoiFile, WritesOutwardRoundedIntegersAndReadsThemBack)
 TEST(RoiFile, ReadsTheArrayConventionInAnyKeyOrderWithRealValues)
 {
     QTemporaryDir dir;
-    const QString path = kestro::test::writeFile(dir, "a.roi",
-                                   "[other]\nkey=1\n[patches]\nsize=2\n2\\width=4\n2\\height=5\n"
-                                   "2\\top=3.25\n2\\left=-7.5\n1\\left=120.5\n1\\top=88\n"
-                                   "1\\width=40\n1\\height=40\n");
+    const QString path
+            = kestro::test::writeFile(dir, "a.roi",
+                                      "[other]\nkey=1\n[patches]\nsize=2\n2\\width=4\n2\\height=5\n"
+                                      "2\\top=3.25\n2\\left=-7.5\n1\\left=120.5\n1\\top=88\n"
+                                      "1\\width=40\n1\\height=40\n");
     const RoiReadResult read = readRoiFile(path);
     ASSERT_TRUE(read.ok);
     ASSERT_EQ(read.rects.size(), 2);
@@ -60,10 +61,11 @@ TEST(RoiFile, MissingAndUnconvertibleValuesReadAsZero)
 {
     QTemporaryDir dir;
     // size 3 with two entries; garbage, lists and non-finite numbers.
-    const QString path = kestro::test::writeFile(dir, "b.roi",
-                                   "[patches]\n1\\left=abc\n1\\top=12\n1\\width=1,2\n1\\height=nan\n"
-                                   "2\\left=inf\n2\\top=-inf\n2\\width=1e999\n2\\height=@Rect(1 2 3 4)\n"
-                                   "size=3\n");
+    const QString path = kestro::test::writeFile(
+            dir, "b.roi",
+            "[patches]\n1\\left=abc\n1\\top=12\n1\\width=1,2\n1\\height=nan\n"
+            "2\\left=inf\n2\\top=-inf\n2\\width=1e999\n2\\height=@Rect(1 2 3 4)\n"
+            "size=3\n");
     const RoiReadResult read = readRoiFile(path);
     ASSERT_TRUE(read.ok);
     ASSERT_EQ(read.rects.size(), 3);
@@ -82,14 +84,14 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashing)
         bool errorText; // a reason is given, not just "no regions"
     };
     const Case cases[] = {
-        {"empty", "", false},
-        {"nogroup", "[other]\nsize=3\n", false},
-        {"zero", "[patches]\nsize=0\n1\\left=1\n", false},
-        {"negative", "[patches]\nsize=-4\n1\\left=1\n", false},
-        {"words", "[patches]\nsize=many\n", false},
-        {"overflow", "[patches]\nsize=99999999999999999999\n", false},
-        {"huge", "[patches]\nsize=2147483647\n", true},
-        {"binary", QByteArray("\x00\xff\xfe[\x01\x02=\n\x89PNG\r\n\x1a\n", 16), false},
+            {"empty", "", false},
+            {"nogroup", "[other]\nsize=3\n", false},
+            {"zero", "[patches]\nsize=0\n1\\left=1\n", false},
+            {"negative", "[patches]\nsize=-4\n1\\left=1\n", false},
+            {"words", "[patches]\nsize=many\n", false},
+            {"overflow", "[patches]\nsize=99999999999999999999\n", false},
+            {"huge", "[patches]\nsize=2147483647\n", true},
+            {"binary", QByteArray("\x00\xff\xfe[\x01\x02=\n\x89PNG\r\n\x1a\n", 16), false},
     };
     for (const Case &c : cases) {
         const RoiReadResult read = readRoiFile(kestro::test::writeFile(dir, c.name, c.text));
@@ -156,7 +158,8 @@ TEST(RoiFile, UnwritablePlacesFailAndLeaveNothingBehind)
         EXPECT_FALSE(writeRoiFile(dir.filePath("locked/x.roi"), {QRectF(1, 1, 2, 2)}));
         EXPECT_FALSE(QFile::exists(dir.filePath("locked/x.roi")));
     }
-    QFile::setPermissions(dir.filePath("locked"), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QFile::setPermissions(dir.filePath("locked"),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
 TEST(RoiFile, NonLatinPathsRoundTrip)

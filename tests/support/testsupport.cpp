@@ -4,9 +4,9 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonParseError>
-#include <gtest/gtest.h>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <gtest/gtest.h>
 
 namespace kestro::test {
 

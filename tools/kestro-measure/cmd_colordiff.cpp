@@ -20,8 +20,8 @@ namespace {
 
 using namespace kestro;
 
-const char *const kNotEnoughRegions =
-    "Color difference process error : not enough regions to do Macbeth chart processing.";
+const char *const kNotEnoughRegions
+        = "Color difference process error : not enough regions to do Macbeth chart processing.";
 
 // Reads the regions of an ROI file, rounded outwards to whole pixels. A file
 // without regions gives none; a file that cannot be read gives false.
@@ -37,8 +37,8 @@ bool readRegions(const QString &path, QVector<QRect> *rects, QString *error)
     return true;
 }
 
-void writeStat(JsonWriter &w, const char *name, float average, float minimum, float maximum, float p95,
-               int minimumIndex, int maximumIndex)
+void writeStat(JsonWriter &w, const char *name, float average, float minimum, float maximum,
+               float p95, int minimumIndex, int maximumIndex)
 {
     w.key(name).beginObject();
     w.field("average", double(average));
@@ -93,7 +93,8 @@ int runColorDiff(const QStringList &args)
 
     JsonWriter w;
     if (rects.size() != kMacbethPatchCount) {
-        std::fprintf(stderr, "kestro-measure: the ROI file holds %d regions; a Macbeth chart needs 24\n",
+        std::fprintf(stderr,
+                     "kestro-measure: the ROI file holds %d regions; a Macbeth chart needs 24\n",
                      int(rects.size()));
         w.beginObject().field("ok", false).field("error", kNotEnoughRegions);
         w.key("patches").beginArray().endArray();
@@ -119,12 +120,12 @@ int runColorDiff(const QStringList &args)
     if (ok) {
         const ColorDifferenceSummary &s = model.summary();
         w.key("summary").beginObject();
-        writeStat(w, "dE00", s.dE00Average, s.dE00Minimum, s.dE00Maximum, s.dE00Percentile95, s.dE00MinimumIndex,
-                  s.dE00MaximumIndex);
-        writeStat(w, "dC00", s.dC00Average, s.dC00Minimum, s.dC00Maximum, s.dC00Percentile95, s.dC00MinimumIndex,
-                  s.dC00MaximumIndex);
-        writeStat(w, "dH00", s.dH00Average, s.dH00Minimum, s.dH00Maximum, s.dH00Percentile95, s.dH00MinimumIndex,
-                  s.dH00MaximumIndex);
+        writeStat(w, "dE00", s.dE00Average, s.dE00Minimum, s.dE00Maximum, s.dE00Percentile95,
+                  s.dE00MinimumIndex, s.dE00MaximumIndex);
+        writeStat(w, "dC00", s.dC00Average, s.dC00Minimum, s.dC00Maximum, s.dC00Percentile95,
+                  s.dC00MinimumIndex, s.dC00MaximumIndex);
+        writeStat(w, "dH00", s.dH00Average, s.dH00Minimum, s.dH00Maximum, s.dH00Percentile95,
+                  s.dH00MinimumIndex, s.dH00MaximumIndex);
         writeStat(w, "saturation", s.saturationAverage, s.saturationMinimum, s.saturationMaximum,
                   s.saturationPercentile95, s.saturationMinimumIndex, s.saturationMaximumIndex);
         w.field("grayChromaAverage", double(s.grayChromaAverage));

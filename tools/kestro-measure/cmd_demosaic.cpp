@@ -32,11 +32,11 @@ int runDemosaic(const QStringList &args)
         return fail(QStringLiteral("cannot write %1").arg(out));
     kestro::JsonWriter json;
     json.beginObject()
-        .field("ok", true)
-        .field("output", out)
-        .field("width", image.width())
-        .field("height", image.height())
-        .endObject();
+            .field("ok", true)
+            .field("output", out)
+            .field("width", image.width())
+            .field("height", image.height())
+            .endObject();
     printJson(json.text());
     return 0;
 }

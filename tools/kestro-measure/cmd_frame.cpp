@@ -21,18 +21,18 @@ int runFrame(const QStringList &args)
     const QImage image = frame.image();
     kestro::JsonWriter json;
     json.beginObject()
-        .field("valid", frame.isValid())
-        .field("kind", frame.kind())
-        .field("width", frame.width())
-        .field("height", frame.height())
-        .field("bytesPerLine", frame.bytesPerLine())
-        .field("bitsPerPixel", frame.bitsPerPixel())
-        .field("bytesPerPixel", frame.bytesPerPixel())
-        .field("bayerOrder", frame.bayerOrder())
-        .field("dataSize", frame.dataSize())
-        .field("imageWidth", image.width())
-        .field("imageHeight", image.height())
-        .endObject();
+            .field("valid", frame.isValid())
+            .field("kind", frame.kind())
+            .field("width", frame.width())
+            .field("height", frame.height())
+            .field("bytesPerLine", frame.bytesPerLine())
+            .field("bitsPerPixel", frame.bitsPerPixel())
+            .field("bytesPerPixel", frame.bytesPerPixel())
+            .field("bayerOrder", frame.bayerOrder())
+            .field("dataSize", frame.dataSize())
+            .field("imageWidth", image.width())
+            .field("imageHeight", image.height())
+            .endObject();
     printJson(json.text());
     // A file that does not load is unreadable input: the JSON above still
     // shows "valid": false, the message goes to stderr.

@@ -51,7 +51,13 @@ void writeRegion(JsonWriter &w, const regionBasedMTF &m)
 {
     const QRect r = m.region();
     w.beginObject();
-    w.key("rect").beginArray().value(r.left()).value(r.top()).value(r.width()).value(r.height()).endArray();
+    w.key("rect")
+            .beginArray()
+            .value(r.left())
+            .value(r.top())
+            .value(r.width())
+            .value(r.height())
+            .endArray();
     w.field("valid", m.isValid());
     w.field("error", m.errorMessage());
     w.field("roiDistance", m.roiDistance());
@@ -87,12 +93,15 @@ int runMtf(const QStringList &args)
         const bool hasValue = i + 1 < args.size();
         if (a == QLatin1String("--gamma")) {
             bool ok = false;
-            if (!hasValue || !((gamma = args[++i].toDouble(&ok)), ok) || !(gamma > 0) || !std::isfinite(gamma))
-                return fail(QStringLiteral("--gamma needs a positive number (0.45 for sRGB-like images, 1 for linear)"));
+            if (!hasValue || !((gamma = args[++i].toDouble(&ok)), ok) || !(gamma > 0)
+                || !std::isfinite(gamma))
+                return fail(QStringLiteral(
+                        "--gamma needs a positive number (0.45 for sRGB-like images, 1 for linear)"));
         } else if (a == QLatin1String("--roi")) {
             QRectF rect;
             if (!hasValue || !parseRoi(args[++i], &rect))
-                return fail(QStringLiteral("--roi needs LEFT,TOP,WIDTH,HEIGHT with a positive width and height"));
+                return fail(QStringLiteral(
+                        "--roi needs LEFT,TOP,WIDTH,HEIGHT with a positive width and height"));
             rois.push_back(rect);
         } else if (a == QLatin1String("--roi-file")) {
             if (!hasValue || !roiFile.isEmpty())
@@ -155,4 +164,6 @@ int runMtf(const QStringList &args)
 
 } // namespace
 
-KESTRO_MEASURE_COMMAND("mtf", "IMAGE [--gamma G] [--roi LEFT,TOP,WIDTH,HEIGHT]... [--roi-file FILE]", runMtf);
+KESTRO_MEASURE_COMMAND("mtf",
+                       "IMAGE [--gamma G] [--roi LEFT,TOP,WIDTH,HEIGHT]... [--roi-file FILE]",
+                       runMtf);

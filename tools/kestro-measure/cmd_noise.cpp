@@ -24,7 +24,8 @@ bool readPatches(const QString &path, QVector<QRect> *patches, QString *error)
 {
     const RoiReadResult roi = readRoiFile(path);
     if (!roi.ok) {
-        *error = roi.error.isEmpty() ? QStringLiteral("no regions in ROI file %1").arg(path) : roi.error;
+        *error = roi.error.isEmpty() ? QStringLiteral("no regions in ROI file %1").arg(path)
+                                     : roi.error;
         return false;
     }
     for (const QRectF &r : roi.rects)

@@ -110,19 +110,23 @@ int runUniformity(const QStringList &args)
             else if (arg == QLatin1String("--corner"))
                 ok = parseInt(value, &corner);
             else {
-                const QRegularExpressionMatch m =
-                    QRegularExpression(QStringLiteral("^(\\d{1,4})[xX](\\d{1,4})$")).match(value);
+                const QRegularExpressionMatch m = QRegularExpression(
+                                                          QStringLiteral(
+                                                                  "^(\\d{1,4})[xX](\\d{1,4})$"))
+                                                          .match(value);
                 ok = m.hasMatch();
                 if (ok) {
                     zoneRows = m.captured(1).toInt();
                     zoneCols = m.captured(2).toInt();
-                    ok = zoneRows >= 1 && zoneCols >= 1 && zoneRows <= kCpiqMaxZones && zoneCols <= kCpiqMaxZones;
+                    ok = zoneRows >= 1 && zoneCols >= 1 && zoneRows <= kCpiqMaxZones
+                         && zoneCols <= kCpiqMaxZones;
                 }
             }
             if (!ok)
-                return measure::fail(QStringLiteral("invalid value for %1: %2 (zones: ROWSxCOLS, 1 to %3 each)")
-                                         .arg(arg, value)
-                                         .arg(kCpiqMaxZones));
+                return measure::fail(
+                        QStringLiteral("invalid value for %1: %2 (zones: ROWSxCOLS, 1 to %3 each)")
+                                .arg(arg, value)
+                                .arg(kCpiqMaxZones));
         } else if (arg.startsWith(QLatin1String("--")) || !path.isEmpty()) {
             return measure::usageError(name);
         } else {
@@ -137,7 +141,8 @@ int runUniformity(const QStringList &args)
     if (picture.isNull())
         return measure::fail(uniformityLoadFailureText(path));
     if (!UniformityImage::isSupportedFormat(picture.format()))
-        return refuse(picture.width(), picture.height(), subsample, uniformityInvalidFormatText(path));
+        return refuse(picture.width(), picture.height(), subsample,
+                      uniformityInvalidFormatText(path));
 
     const UniformityImage image(picture);
     const int width = image.width();
@@ -174,5 +179,6 @@ int runUniformity(const QStringList &args)
 
 } // namespace
 
-KESTRO_MEASURE_COMMAND("uniformity", "IMAGE [--subsample S] [--center C] [--corner K] [--zones ROWSxCOLS]",
+KESTRO_MEASURE_COMMAND("uniformity",
+                       "IMAGE [--subsample S] [--center C] [--corner K] [--zones ROWSxCOLS]",
                        runUniformity);

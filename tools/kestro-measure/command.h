@@ -32,6 +32,6 @@ void printJson(const std::string &json);
 
 #define KESTRO_MEASURE_CONCAT2(a, b) a##b
 #define KESTRO_MEASURE_CONCAT(a, b) KESTRO_MEASURE_CONCAT2(a, b)
-#define KESTRO_MEASURE_COMMAND(name, usage, function)                                         \
-    static const bool KESTRO_MEASURE_CONCAT(kestroMeasureRegistered_, __LINE__) =              \
-        ::kestro::measure::registerCommand({name, usage, function})
+#define KESTRO_MEASURE_COMMAND(name, usage, function) \
+    static const bool KESTRO_MEASURE_CONCAT(kestroMeasureRegistered_, __LINE__) \
+            = ::kestro::measure::registerCommand({name, usage, function})

@@ -29,7 +29,7 @@ public:
     JsonWriter &null();
 
     // key(name).value(v) in one call.
-    template <typename T>
+    template<typename T>
     JsonWriter &field(const char *name, const T &v)
     {
         key(name);

@@ -65,7 +65,8 @@ TEST(Cielab, RoundedWhitePointAndGrayAxis)
     EXPECT_NEAR(black.a, 0.0, 1e-12);
     // Mid gray 0.5 decodes to 0.214041 linear: L* = 116 (0.214041)^(1/3) - 16.
     const LabColor mid = srgbToLab(0.5, 0.5, 0.5);
-    EXPECT_NEAR(mid.L, 116.0 * std::cbrt(std::pow(0.555 / 1.055, 2.4) * (0.2126 + 0.7152 + 0.0722)) - 16.0,
+    EXPECT_NEAR(mid.L,
+                116.0 * std::cbrt(std::pow(0.555 / 1.055, 2.4) * (0.2126 + 0.7152 + 0.0722)) - 16.0,
                 1e-9);
     // Below the sRGB threshold the curve is linear, below 0.008856 f is linear.
     const LabColor dark = linearRgbToLab(0.001, 0.001, 0.001);

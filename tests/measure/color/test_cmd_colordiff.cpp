@@ -20,13 +20,13 @@ using kestro::test::makeChart;
 
 namespace {
 
-const std::array<QRgb, 24> kColours = {
-    qRgb(115, 82, 68),   qRgb(194, 150, 130), qRgb(98, 122, 157),  qRgb(87, 108, 67),
-    qRgb(133, 128, 177), qRgb(103, 189, 170), qRgb(214, 126, 44),  qRgb(80, 91, 166),
-    qRgb(193, 90, 99),   qRgb(94, 60, 108),   qRgb(157, 188, 64),  qRgb(224, 163, 46),
-    qRgb(56, 61, 150),   qRgb(70, 148, 73),   qRgb(175, 54, 60),   qRgb(231, 199, 31),
-    qRgb(187, 86, 149),  qRgb(8, 133, 161),   qRgb(243, 243, 242), qRgb(200, 200, 200),
-    qRgb(160, 160, 160), qRgb(122, 122, 121), qRgb(85, 85, 85),    qRgb(52, 52, 52)};
+const std::array<QRgb, 24> kColours
+        = {qRgb(115, 82, 68),   qRgb(194, 150, 130), qRgb(98, 122, 157),  qRgb(87, 108, 67),
+           qRgb(133, 128, 177), qRgb(103, 189, 170), qRgb(214, 126, 44),  qRgb(80, 91, 166),
+           qRgb(193, 90, 99),   qRgb(94, 60, 108),   qRgb(157, 188, 64),  qRgb(224, 163, 46),
+           qRgb(56, 61, 150),   qRgb(70, 148, 73),   qRgb(175, 54, 60),   qRgb(231, 199, 31),
+           qRgb(187, 86, 149),  qRgb(8, 133, 161),   qRgb(243, 243, 242), qRgb(200, 200, 200),
+           qRgb(160, 160, 160), qRgb(122, 122, 121), qRgb(85, 85, 85),    qRgb(52, 52, 52)};
 
 QString writeRoi(const QTemporaryDir &dir, const QString &name, const QVector<QRectF> &rects)
 {
@@ -75,8 +75,9 @@ TEST(ColordiffCommand, GeneratedChartMatchesTheModel)
     auto chart = makeChart(kColours);
     const QString image = test::saveImage(dir, "chart.png", chart.image);
     QVector<QRectF> rects = toF(chart.rects);
-    rects[0] = QRectF(chart.rects[0]).adjusted(0.5, 0.5, -0.2, 0); // rounded outwards to the same pixels
-    rects[1] = QRectF(rects[1].left() + 1.5, rects[1].top(), 10.0, 10.0);   // covers 11 x 10 pixels
+    rects[0] = QRectF(chart.rects[0])
+                       .adjusted(0.5, 0.5, -0.2, 0); // rounded outwards to the same pixels
+    rects[1] = QRectF(rects[1].left() + 1.5, rects[1].top(), 10.0, 10.0); // covers 11 x 10 pixels
     const QString roi = writeRoi(dir, "chart.roi", rects);
     const CommandRun run = colordiff(image, roi);
     ASSERT_EQ(run.process.exitCode, 0) << run.process.err.constData();
@@ -149,8 +150,8 @@ TEST(ColordiffCommand, RefusalsPrintJsonAndExitTwo)
     EXPECT_FALSE(run.json["ok"].toBool());
     EXPECT_EQ(run.json["error"].toString(),
               QString("Invalid region:((%1, 10), (%2, 14))Invalid region:((-1, 3), (3, 6))")
-                  .arg(chart.image.width() - 4)
-                  .arg(chart.image.width()));
+                      .arg(chart.image.width() - 4)
+                      .arg(chart.image.width()));
     const QJsonArray patches = run.json["patches"].toArray();
     ASSERT_EQ(patches.size(), 22);
     EXPECT_EQ(patches[2].toObject()["patch"].toInt(), 4);
@@ -193,7 +194,8 @@ TEST(ColordiffCommand, DegenerateImagesAndBadArguments)
     truncated.close();
     const QString image = dir.filePath("rgb.png");
     for (const QStringList &args :
-         {QStringList{"colordiff", truncated.fileName(), roi}, QStringList{"colordiff", image, dir.filePath("none.roi")},
+         {QStringList{"colordiff", truncated.fileName(), roi},
+          QStringList{"colordiff", image, dir.filePath("none.roi")},
           QStringList{"colordiff", dir.filePath("none.png"), roi}, QStringList{"colordiff", image},
           QStringList{"colordiff", image, roi, roi}}) {
         const auto p = test::runProcess(test::measureToolPath(), args);
@@ -221,7 +223,9 @@ TEST(ColordiffCommand, RealChartPhotograph)
     ASSERT_EQ(run.process.exitCode, 0) << run.process.err.constData();
     const QJsonArray patches = run.json["patches"].toArray();
     ASSERT_EQ(patches.size(), 24);
-    auto value = [&](int patch, const char *key) { return patches[patch - 1].toObject()[key].toDouble(); };
+    auto value = [&](int patch, const char *key) {
+        return patches[patch - 1].toObject()[key].toDouble();
+    };
     for (int p = 19; p < 24; ++p)
         EXPECT_GT(value(p, "L"), value(p + 1, "L")) << "gray row runs white to black";
     for (int p = 19; p <= 24; ++p)

@@ -16,13 +16,13 @@ using kestro::test::makeChart;
 namespace {
 
 // sRGB renderings of the 24 chart patches, close to the reference values.
-const std::array<QRgb, 24> kChartColours = {
-    qRgb(115, 82, 68),   qRgb(194, 150, 130), qRgb(98, 122, 157),  qRgb(87, 108, 67),
-    qRgb(133, 128, 177), qRgb(103, 189, 170), qRgb(214, 126, 44),  qRgb(80, 91, 166),
-    qRgb(193, 90, 99),   qRgb(94, 60, 108),   qRgb(157, 188, 64),  qRgb(224, 163, 46),
-    qRgb(56, 61, 150),   qRgb(70, 148, 73),   qRgb(175, 54, 60),   qRgb(231, 199, 31),
-    qRgb(187, 86, 149),  qRgb(8, 133, 161),   qRgb(243, 243, 242), qRgb(200, 200, 200),
-    qRgb(160, 160, 160), qRgb(122, 122, 121), qRgb(85, 85, 85),    qRgb(52, 52, 52)};
+const std::array<QRgb, 24> kChartColours
+        = {qRgb(115, 82, 68),   qRgb(194, 150, 130), qRgb(98, 122, 157),  qRgb(87, 108, 67),
+           qRgb(133, 128, 177), qRgb(103, 189, 170), qRgb(214, 126, 44),  qRgb(80, 91, 166),
+           qRgb(193, 90, 99),   qRgb(94, 60, 108),   qRgb(157, 188, 64),  qRgb(224, 163, 46),
+           qRgb(56, 61, 150),   qRgb(70, 148, 73),   qRgb(175, 54, 60),   qRgb(231, 199, 31),
+           qRgb(187, 86, 149),  qRgb(8, 133, 161),   qRgb(243, 243, 242), qRgb(200, 200, 200),
+           qRgb(160, 160, 160), qRgb(122, 122, 121), qRgb(85, 85, 85),    qRgb(52, 52, 52)};
 
 std::array<QRgb, 24> uniform(QRgb c)
 {
@@ -102,7 +102,8 @@ TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
         EXPECT_LT(p.dE00, 6.0) << "patch " << i + 1;
         EXPECT_LE(p.dC00, p.dE00 + 1e-9);
         EXPECT_NEAR(p.chroma, std::hypot(p.a, p.b), 1e-12);
-        EXPECT_NEAR(p.saturation, hsvSaturation(srgbToLinear(p.R), srgbToLinear(p.G), srgbToLinear(p.B)), 1e-15);
+        EXPECT_NEAR(p.saturation,
+                    hsvSaturation(srgbToLinear(p.R), srgbToLinear(p.G), srgbToLinear(p.B)), 1e-15);
         EXPECT_TRUE(p.outOfRange); // fractions are always below 1.0
         e00[i] = static_cast<float>(p.dE00);
     }
@@ -160,9 +161,9 @@ TEST(MacbethColorDifference, SummaryIndexRulesAndPercentile)
     QStdMacbethChartColorDifference m;
     Injected v;
     for (int i = 0; i < 24; ++i) {
-        v.dE00[i] = i + 1;   // 1..24: extremes at patches 0 and 23
+        v.dE00[i] = i + 1; // 1..24: extremes at patches 0 and 23
         v.dC00[i] = 1.0;
-        v.dH00[i] = 2.0;     // all equal
+        v.dH00[i] = 2.0; // all equal
         v.sat[i] = 0.1;
     }
     v.dC00[3] = v.dC00[10] = 5.0; // tied maximum
@@ -218,11 +219,12 @@ TEST(MacbethColorDifference, InvalidRegionsReportedButOthersMeasured)
     chart.rects[4] = QRect(-2, 3, 4, 4);
     QStdMacbethChartColorDifference m;
     EXPECT_FALSE(m.setMeasuredRegions(chart.image, chart.rects));
-    EXPECT_EQ(m.errorText(), QString("Invalid region:((-2, 3), (1, 6))Invalid region:((%1, %2), (%3, %4))")
-                                 .arg(size.width() - 5)
-                                 .arg(size.height() - 5)
-                                 .arg(size.width())
-                                 .arg(size.height() - 1));
+    EXPECT_EQ(m.errorText(),
+              QString("Invalid region:((-2, 3), (1, 6))Invalid region:((%1, %2), (%3, %4))")
+                      .arg(size.width() - 5)
+                      .arg(size.height() - 5)
+                      .arg(size.width())
+                      .arg(size.height() - 1));
     EXPECT_TRUE(m.patch(22).hasMeasured);
     EXPECT_TRUE(m.patch(0).hasMeasured);
     EXPECT_FALSE(m.patch(4).hasMeasured);
@@ -312,7 +314,8 @@ TEST(MacbethColorDifference, RecordCachesUntilItsColourChanges)
     p.compute();
     const double C1 = std::hypot(20.0, 10.0), C2 = std::hypot(p.a, p.b), Cg = std::sqrt(C1 * C2);
     EXPECT_NEAR(p.dCab, C1 - C2, 1e-12);
-    EXPECT_NEAR(p.dE94chroma, std::hypot(p.dHab / (1 + 0.045 * Cg), p.dCab / (1 + 0.015 * Cg)), 1e-12);
+    EXPECT_NEAR(p.dE94chroma, std::hypot(p.dHab / (1 + 0.045 * Cg), p.dCab / (1 + 0.015 * Cg)),
+                1e-12);
     EXPECT_NEAR(p.dE94, std::hypot(p.dL, p.dE94chroma), 1e-12);
     EXPECT_NEAR(p.dEab, std::sqrt(p.dL * p.dL + p.dAB * p.dAB), 1e-12);
 }

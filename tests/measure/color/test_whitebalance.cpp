@@ -42,37 +42,37 @@ TEST(WhiteBalance, ReportSectionTextAndReciprocalAverages)
 
     QString report = "head";
     appendWhiteBalanceReport(report, m);
-    const QString expected =
-        "head"
-        "<center><H1>White Balance</H1></center>\n"
-        "<p>The white balance data is calculated only on neutral (gray) patches. Chroma = sqrt(a * a + b * b) in "
-        "L*a*b* </p>. The color ratios are calculated after linearization.\n"
-        "<p><table border=\"1\" cellspacing=\"0\" cellpadding=\"1\">\n"
-        "<caption>White Balance Report</caption>\n"
-        "<tr><th align=\"center\">&nbsp;&nbsp;&nbsp;Patch ID&nbsp;&nbsp;&nbsp;</th><th "
-        "align=\"center\">&nbsp;&nbsp;Chroma&nbsp;&nbsp;</th><th align=\"center\">&nbsp;&nbsp;R/G&nbsp;&nbsp;</th><th "
-        "align=\"center\">&nbsp;&nbsp;G/R&nbsp;&nbsp;</th><th align=\"center\">&nbsp;&nbsp;B/G&nbsp;&nbsp;</th><th "
-        "align=\"center\">&nbsp;&nbsp;G/B&nbsp;&nbsp;</th></tr>\n"
-        "<tr><td align=\"center\">19</td><td align=\"right\">1.5</td><td align=\"right\">0.5</td><td "
-        "align=\"right\">2</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
-        "<tr><td align=\"center\">20</td><td align=\"right\">0.25</td><td align=\"right\">2</td><td "
-        "align=\"right\">0.5</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
-        "<tr><td align=\"center\">21</td><td align=\"right\">0</td><td align=\"right\">1</td><td "
-        "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
-        "<tr><td align=\"center\">22</td><td align=\"right\">0.125</td><td align=\"right\">1</td><td "
-        "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
-        "<tr><td align=\"center\">23</td><td align=\"right\">3</td><td align=\"right\">1</td><td "
-        "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
-        "</table></p>\n"
-        "<p><table border=\"1\" cellspacing=\"0\" cellpadding=\"1\">\n"
-        "<caption>White Balance Summary Report</caption>\n"
-        "<tr><td>Average Chroma</td><td>1.14583</td></tr>\n"
-        "<tr><td>Average R/G</td><td>1.08333</td></tr>\n"
-        "<tr><td>Average G/R</td><td>0.923077</td></tr>\n"
-        "<tr><td>Average B/G</td><td>1</td></tr>\n"
-        "<tr><td>Average G/B</td><td>1</td></tr>\n"
-        "</table></p>\n"
-        "</body></html>";
+    const QString expected
+            = "head"
+              "<center><H1>White Balance</H1></center>\n"
+              "<p>The white balance data is calculated only on neutral (gray) patches. Chroma = sqrt(a * a + b * b) in "
+              "L*a*b* </p>. The color ratios are calculated after linearization.\n"
+              "<p><table border=\"1\" cellspacing=\"0\" cellpadding=\"1\">\n"
+              "<caption>White Balance Report</caption>\n"
+              "<tr><th align=\"center\">&nbsp;&nbsp;&nbsp;Patch ID&nbsp;&nbsp;&nbsp;</th><th "
+              "align=\"center\">&nbsp;&nbsp;Chroma&nbsp;&nbsp;</th><th align=\"center\">&nbsp;&nbsp;R/G&nbsp;&nbsp;</th><th "
+              "align=\"center\">&nbsp;&nbsp;G/R&nbsp;&nbsp;</th><th align=\"center\">&nbsp;&nbsp;B/G&nbsp;&nbsp;</th><th "
+              "align=\"center\">&nbsp;&nbsp;G/B&nbsp;&nbsp;</th></tr>\n"
+              "<tr><td align=\"center\">19</td><td align=\"right\">1.5</td><td align=\"right\">0.5</td><td "
+              "align=\"right\">2</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+              "<tr><td align=\"center\">20</td><td align=\"right\">0.25</td><td align=\"right\">2</td><td "
+              "align=\"right\">0.5</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+              "<tr><td align=\"center\">21</td><td align=\"right\">0</td><td align=\"right\">1</td><td "
+              "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+              "<tr><td align=\"center\">22</td><td align=\"right\">0.125</td><td align=\"right\">1</td><td "
+              "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+              "<tr><td align=\"center\">23</td><td align=\"right\">3</td><td align=\"right\">1</td><td "
+              "align=\"right\">1</td><td align=\"right\">1</td><td align=\"right\">1</td></tr>"
+              "</table></p>\n"
+              "<p><table border=\"1\" cellspacing=\"0\" cellpadding=\"1\">\n"
+              "<caption>White Balance Summary Report</caption>\n"
+              "<tr><td>Average Chroma</td><td>1.14583</td></tr>\n"
+              "<tr><td>Average R/G</td><td>1.08333</td></tr>\n"
+              "<tr><td>Average G/R</td><td>0.923077</td></tr>\n"
+              "<tr><td>Average B/G</td><td>1</td></tr>\n"
+              "<tr><td>Average G/B</td><td>1</td></tr>\n"
+              "</table></p>\n"
+              "</body></html>";
     EXPECT_EQ(report, expected);
 }
 
@@ -88,10 +88,17 @@ TEST(WhiteBalance, MetricSelectionTable)
     EXPECT_FALSE(colorMetricSelection(m, 9).valid);
     EXPECT_FALSE(colorMetricSelection(m, -1).valid);
 
-    const char *plot[9] = {"Gray Char Color Difference", "Gray Char Color Difference", "Gray Char Color Difference",
-                           "Gray Char Saturation",       "Gray Char Chroma",           "Gray Char R/G",
-                           "Gray Char G/R",              "Gray Char B/G",              "Gray Char G/B"};
-    const char *axis[9] = {"Delta E00", "Delta C00", "Delta H00", "Saturation", "Chroma", "R/G", "G/R", "B/G", "G/B"};
+    const char *plot[9] = {"Gray Char Color Difference",
+                           "Gray Char Color Difference",
+                           "Gray Char Color Difference",
+                           "Gray Char Saturation",
+                           "Gray Char Chroma",
+                           "Gray Char R/G",
+                           "Gray Char G/R",
+                           "Gray Char B/G",
+                           "Gray Char G/B"};
+    const char *axis[9] = {"Delta E00", "Delta C00", "Delta H00", "Saturation", "Chroma",
+                           "R/G",       "G/R",       "B/G",       "G/B"};
     EXPECT_EQ(colorMetricNames().size(), 9);
     for (int k = 0; k < 9; ++k) {
         const ColorMetricSelection s = colorMetricSelection(m, k);
@@ -105,7 +112,7 @@ TEST(WhiteBalance, MetricSelectionTable)
         EXPECT_EQ(s.barMode, k <= 3 ? 0 : 2);
         EXPECT_EQ(s.barValues.size(), k <= 3 ? 24 : 6);
     }
-    EXPECT_EQ(colorMetricSelection(m, 0).barValues[4], 5.0);  // dE00 of patch 5
+    EXPECT_EQ(colorMetricSelection(m, 0).barValues[4], 5.0);    // dE00 of patch 5
     EXPECT_EQ(colorMetricSelection(m, 2).grayValues[0], 18.25); // dH00 of patch 19
     EXPECT_EQ(colorMetricSelection(m, 4).grayValues[5], 6.0);
     const auto rOverG = colorMetricSelection(m, 5).grayValues;

@@ -43,8 +43,8 @@ TEST(MtfCommand, PrintsEveryRegionInOrder)
     ASSERT_TRUE(f.open(QIODevice::WriteOnly));
     f.write("[patches]\n1\\left=200\n1\\top=0\n1\\width=50\n1\\height=50\nsize=1\n");
     f.close();
-    const ProcessResult r = runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120", "--gamma", "1",
-                                                "--roi-file", roi});
+    const ProcessResult r = runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120",
+                                                           "--gamma", "1", "--roi-file", roi});
     EXPECT_EQ(r.exitCode, 2) << r.err.toStdString();
     const QJsonObject o = parseJsonOutput(r);
     EXPECT_FALSE(o["ok"].toBool());
@@ -60,7 +60,8 @@ TEST(MtfCommand, PrintsEveryRegionInOrder)
     EXPECT_EQ(good["frequencies"].toArray().size(), n);
     for (const char *c : {"red", "green", "blue", "gray"}) {
         EXPECT_EQ(good["curves"].toObject()[c].toArray().size(), n) << c;
-        EXPECT_NEAR(good["mtf50"].toObject()[c].toDouble() / trueCrossing(0.8, 5, 0.5), 1.0, 0.005) << c;
+        EXPECT_NEAR(good["mtf50"].toObject()[c].toDouble() / trueCrossing(0.8, 5, 0.5), 1.0, 0.005)
+                << c;
         EXPECT_NEAR(good["slopeDegrees"].toObject()[c].toDouble(), 5.0, 0.05) << c;
     }
     EXPECT_NEAR(good["overshoot"].toObject()["gray"].toDouble(), 1.0, 1e-9);
@@ -82,9 +83,15 @@ TEST(MtfCommand, UsageAndInputErrors)
     EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image}).exitCode, 1); // no regions
     EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "1,2,3"}).exitCode, 1);
     EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "1,2,0,5"}).exitCode, 1);
-    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120", "--gamma", "-1"}).exitCode, 1);
-    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120", "--bogus"}).exitCode, 1);
-    const ProcessResult missing = runProcess(measureToolPath(), {"mtf", dir.filePath("none.png"), "--roi", "0,0,10,10"});
+    EXPECT_EQ(runProcess(measureToolPath(),
+                         {"mtf", image, "--roi", "30,20,100,120", "--gamma", "-1"})
+                      .exitCode,
+              1);
+    EXPECT_EQ(runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120", "--bogus"})
+                      .exitCode,
+              1);
+    const ProcessResult missing = runProcess(measureToolPath(), {"mtf", dir.filePath("none.png"),
+                                                                 "--roi", "0,0,10,10"});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_TRUE(missing.out.isEmpty());
     EXPECT_FALSE(missing.err.isEmpty());

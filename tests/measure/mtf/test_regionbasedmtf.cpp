@@ -156,7 +156,7 @@ TEST_F(RegionMtf, OvershootsDistancesAndTexts)
               QString("<table><tr><th align=\"left\">Region</th><td> topleft(120, 80), width: 64, height: 128</td> "
                       "</tr><tr><th align=\"left\">File Name</th><td width=\"500px\"> %1</td></tr><tr><th "
                       "align=\"left\">ROI Distance</th><td> 5</td></tr></table>")
-                  .arg(path));
+                      .arg(path));
     EXPECT_EQ(regionBasedMTF::channelName(0), "Red");
     EXPECT_EQ(regionBasedMTF::channelName(3), "Gray");
     EXPECT_EQ(regionBasedMTF::channelName(4), "Invalid");

@@ -33,7 +33,8 @@ struct Cell
 };
 Cell cellOf(const QSize &size, int k)
 {
-    const int m = size.width() / 50, cw = (size.width() - 2 * m) / 6, ch = (size.height() - 2 * m) / 4;
+    const int m = size.width() / 50, cw = (size.width() - 2 * m) / 6,
+              ch = (size.height() - 2 * m) / 4;
     const QRect cell(m + (k % 6) * cw, m + (k / 6) * ch, cw, ch);
     const int gap = cw / 9;
     const QRect inner(cell.left() + gap / 2, cell.top() + gap / 2, cw - gap, ch - gap);
@@ -79,11 +80,14 @@ TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
     for (int k : {0, 5, 13, 23}) {
         const Cell c = cellOf(img.size(), k);
         // The left half carries the patch colour.
-        EXPECT_GT(countPixels(img, c.left, colors[k].rgb()), c.left.width() * c.left.height() / 3) << k;
+        EXPECT_GT(countPixels(img, c.left, colors[k].rgb()), c.left.width() * c.left.height() / 3)
+                << k;
         // The bar covers values[k] / 8 of the bar area, from the bottom.
         const int inside = c.right.center().x();
-        const int barTop = c.right.top() + int(std::lround((1 - values[k] / 8.0) * c.right.height()));
-        EXPECT_EQ(img.pixel(inside, c.right.bottom() - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
+        const int barTop = c.right.top()
+                           + int(std::lround((1 - values[k] / 8.0) * c.right.height()));
+        EXPECT_EQ(img.pixel(inside, c.right.bottom() - 3) & 0xffffff, colors[k].rgb() & 0xffffff)
+                << k;
         if (barTop - 3 > c.right.top() + 1) {
             EXPECT_NE(img.pixel(inside, barTop - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
         }
@@ -95,7 +99,9 @@ TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
     // The selected patch has its frame around the cell.
     const int m = img.width() / 50, cw = (img.width() - 2 * m) / 6, ch = (img.height() - 2 * m) / 4;
     const QRect cell7(m + cw, m + ch, cw, ch);
-    EXPECT_GT(countPixels(img, QRect(cell7.left(), cell7.top(), cell7.width(), 4), qRgb(255, 204, 0)), 10);
+    EXPECT_GT(countPixels(img, QRect(cell7.left(), cell7.top(), cell7.width(), 4),
+                          qRgb(255, 204, 0)),
+              10);
 
     // Clicking a patch selects it.
     QSignalSpy spy(&chart, &ChartGraph::patchSelected);
@@ -125,7 +131,9 @@ TEST(ChartGraph, NoiseAndGrayModes)
     // Three used series: three bars side by side, red, green, blue.
     const Cell c = cellOf(img.size(), 3);
     const int third = c.right.width() / 3;
-    auto barPixel = [&](int j) { return img.pixel(c.right.left() + j * third + third / 2, c.right.bottom() - 3); };
+    auto barPixel = [&](int j) {
+        return img.pixel(c.right.left() + j * third + third / 2, c.right.bottom() - 3);
+    };
     EXPECT_GT(qRed(barPixel(0)), 200);
     EXPECT_GT(qGreen(barPixel(1)), 150);
     EXPECT_GT(qBlue(barPixel(2)), 200);
@@ -140,7 +148,8 @@ TEST(ChartGraph, NoiseAndGrayModes)
     EXPECT_EQ(countPixels(img, first.left, colors[0].rgb()), 0);
     const Cell grayCell = cellOf(img.size(), 22); // value 4.0 is the scale: full height
     EXPECT_GT(countPixels(img, grayCell.left, colors[22].rgb()), 10);
-    const QRect topOfBar(cellOf(img.size(), 4).left.left() + 4, cellOf(img.size(), 4).left.top() + 3, 4, 2);
+    const QRect topOfBar(cellOf(img.size(), 4).left.left() + 4,
+                         cellOf(img.size(), 4).left.top() + 3, 4, 2);
     EXPECT_GT(countPixels(img, topOfBar, colors[22].rgb()), 0);
     // A click anywhere in a column selects that column's gray patch.
     QSignalSpy spy(&chart, &ChartGraph::patchSelected);

@@ -31,8 +31,8 @@ TEST(NoiseCommand, MeasuresPatchesOfAFrameSet)
     const QString b = saveImage(dir, "b.png", rgbFrame(40, 30, 200));
     // The second rectangle has fractional edges and is rounded outwards.
     const QString roi = writeFile(dir, "chart.roi",
-                                 "[patches]\n1\\left=0\n1\\top=0\n1\\width=10\n1\\height=10\n"
-                                 "2\\left=30.5\n2\\top=20.2\n2\\width=9.5\n2\\height=9.3\nsize=2\n");
+                                  "[patches]\n1\\left=0\n1\\top=0\n1\\width=10\n1\\height=10\n"
+                                  "2\\left=30.5\n2\\top=20.2\n2\\width=9.5\n2\\height=9.3\nsize=2\n");
     const ProcessResult r = runProcess(measureToolPath(), {"noise", roi, a, b});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
     const QJsonObject o = parseJsonOutput(r);
@@ -49,7 +49,8 @@ TEST(NoiseCommand, MeasuresPatchesOfAFrameSet)
     EXPECT_EQ(red["name"].toString(), "R");
     EXPECT_EQ(channels[1].toObject()["name"].toString(), "G");
     EXPECT_EQ(channels[2].toObject()["name"].toString(), "B");
-    const double lo = kestro::srgbToLinear(100 / 255.0) * 255, hi = kestro::srgbToLinear(200 / 255.0) * 255;
+    const double lo = kestro::srgbToLinear(100 / 255.0) * 255,
+                 hi = kestro::srgbToLinear(200 / 255.0) * 255;
     EXPECT_NEAR(red["signal"].toDouble(), (lo + hi) / 2, 1e-9);
     EXPECT_NEAR(red["overall"].toDouble(), (hi - lo) / 2, 1e-9);
     EXPECT_NEAR(red["temporal"].toDouble(), (hi - lo) / 2, 1e-9);
@@ -66,8 +67,12 @@ TEST(NoiseCommand, RefusalsAndBadInput)
     QTemporaryDir dir;
     const QString a = saveImage(dir, "a.png", rgbFrame(40, 30, 100));
     const QString wide = saveImage(dir, "wide.png", rgbFrame(41, 30, 100));
-    const QString roi = writeFile(dir, "one.roi", "[patches]\n1\\left=35\n1\\top=0\n1\\width=10\n1\\height=10\nsize=1\n");
-    const QString good = writeFile(dir, "good.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=4\n1\\height=4\nsize=1\n");
+    const QString roi
+            = writeFile(dir, "one.roi",
+                        "[patches]\n1\\left=35\n1\\top=0\n1\\width=10\n1\\height=10\nsize=1\n");
+    const QString good
+            = writeFile(dir, "good.roi",
+                        "[patches]\n1\\left=0\n1\\top=0\n1\\width=4\n1\\height=4\nsize=1\n");
 
     ProcessResult r = runProcess(measureToolPath(), {"noise", roi, a});
     EXPECT_EQ(r.exitCode, 2);
@@ -91,10 +96,12 @@ TEST(NoiseCommand, RefusalsAndBadInput)
         dst.open(QIODevice::WriteOnly);
         dst.write(src.readAll().left(40));
     }
-    for (const QStringList &args : {QStringList{"noise", good, a, truncated}, QStringList{"noise", good,
-                                    dir.filePath("missing.png")}, QStringList{"noise", dir.filePath("none.roi"), a},
-                                    QStringList{"noise", writeFile(dir, "empty.roi", "[other]\nx=1\n"), a},
-                                    QStringList{"noise", good}}) {
+    for (const QStringList &args :
+         {QStringList{"noise", good, a, truncated},
+          QStringList{"noise", good, dir.filePath("missing.png")},
+          QStringList{"noise", dir.filePath("none.roi"), a},
+          QStringList{"noise", writeFile(dir, "empty.roi", "[other]\nx=1\n"), a},
+          QStringList{"noise", good}}) {
         r = runProcess(measureToolPath(), args);
         EXPECT_EQ(r.exitCode, 1) << args.join(' ').toStdString();
         EXPECT_TRUE(r.out.isEmpty());
@@ -110,10 +117,16 @@ TEST(NoiseCommand, SingleGrayFrameUsesFpn)
         for (int x = 0; x < 16; ++x)
             gray.scanLine(y)[x] = static_cast<uchar>(x % 2 ? 110 : 90);
     const QString path = saveImage(dir, "gray.bmp", gray.convertToFormat(QImage::Format_Indexed8));
-    const QString roi = writeFile(dir, "g.roi", "[patches]\n1\\left=0\n1\\top=0\n1\\width=16\n1\\height=8\nsize=1\n");
+    const QString roi
+            = writeFile(dir, "g.roi",
+                        "[patches]\n1\\left=0\n1\\top=0\n1\\width=16\n1\\height=8\nsize=1\n");
     const ProcessResult r = runProcess(measureToolPath(), {"noise", roi, path});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
-    const QJsonObject c = parseJsonOutput(r)["patches"].toArray()[0].toObject()["channels"].toArray()[0].toObject();
+    const QJsonObject c = parseJsonOutput(r)["patches"]
+                                  .toArray()[0]
+                                  .toObject()["channels"]
+                                  .toArray()[0]
+                                  .toObject();
     EXPECT_EQ(c["name"].toString(), "Mono");
     EXPECT_DOUBLE_EQ(c["signal"].toDouble(), 100.0);
     EXPECT_DOUBLE_EQ(c["fpn"].toDouble(), 10.0);

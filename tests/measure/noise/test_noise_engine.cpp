@@ -130,7 +130,9 @@ Stack makeStack(int w, int h, int n, const Components &c, unsigned seed)
 NoiseChannelResult bruteForce(const Stack &s, const QRect &r)
 {
     const int W = r.width(), H = r.height(), N = s.frames;
-    auto p = [&](int x, int y, int i) { return double(s.data[i][(r.top() + y) * s.width + r.left() + x]); };
+    auto p = [&](int x, int y, int i) {
+        return double(s.data[i][(r.top() + y) * s.width + r.left() + x]);
+    };
     double signal = 0;
     for (int i = 0; i < N; ++i)
         for (int y = 0; y < H; ++y)
@@ -227,10 +229,11 @@ TEST(NoiseEngine, SeparatesInjectedComponents)
     // 1/sqrt(12) per value; averages over rows or columns shrink it.
     const double q = 1.0 / std::sqrt(12.0);
 
-    for (const Components &c : {Components{12, 0, 0, 0}, Components{0, 9, 0, 0}, Components{0, 0, 15, 0},
-                                Components{0, 0, 0, 20}, Components{12, 9, 15, 20}}) {
-        SCOPED_TRACE(testing::Message() << "row " << c.row << " col " << c.col << " pixel " << c.pixel
-                                        << " temporal " << c.temporal);
+    for (const Components &c :
+         {Components{12, 0, 0, 0}, Components{0, 9, 0, 0}, Components{0, 0, 15, 0},
+          Components{0, 0, 0, 20}, Components{12, 9, 15, 20}}) {
+        SCOPED_TRACE(testing::Message() << "row " << c.row << " col " << c.col << " pixel "
+                                        << c.pixel << " temporal " << c.temporal);
         const Stack s = makeStack(80, 60, N, c, 7);
         const NoiseChannelResult r = s.run(kPatch).channels.value(0);
         EXPECT_NEAR(r.signal, 20000, 0.2); // rounding may be shared along a row or column
@@ -286,7 +289,8 @@ TEST(NoiseEngine, LongStacksStayAccurate)
     s.height = 8;
     s.frames = 400;
     for (int i = 0; i < s.frames; ++i)
-        s.data.push_back(std::vector<std::uint16_t>(64, static_cast<std::uint16_t>(60000 + (i % 2))));
+        s.data.push_back(
+                std::vector<std::uint16_t>(64, static_cast<std::uint16_t>(60000 + (i % 2))));
     const NoiseChannelResult c = s.run(QRect(0, 0, 8, 8)).channels[0];
     EXPECT_NEAR(c.signal, 60000.5, 1e-9);
     EXPECT_NEAR(c.overall, 0.5, 1e-12);
@@ -312,7 +316,7 @@ TEST(NoiseEngine, RgbFramesAreDecodedFromSrgbPerChannel)
     QVector<NoisePatchResult> results;
     QString error;
     ASSERT_TRUE(measureNoise(frames, {QRect(2, 3, 5, 4), QRect(0, 0, 20, 10)}, &results, &error))
-        << error.toStdString();
+            << error.toStdString();
     ASSERT_EQ(results.size(), 2);
     const NoisePatchResult &r = results[0];
     EXPECT_EQ(r.layout, NoiseLayout::Rgb);
@@ -343,8 +347,10 @@ TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
     QVector<NoisePatchResult> results(1);
     QString error;
     EXPECT_FALSE(measureNoise({&fa, &fb}, {QRect(0, 0, 4, 4)}, &results, &error));
-    EXPECT_EQ(error, QStringLiteral("Frames in the frameset do not have the same format. Calculation cannot be "
-                                    "performed."));
+    EXPECT_EQ(error,
+              QStringLiteral(
+                      "Frames in the frameset do not have the same format. Calculation cannot be "
+                      "performed."));
     EXPECT_EQ(results.size(), 1);
     EXPECT_FALSE(measureNoise({&fa, &invalid}, {QRect(0, 0, 4, 4)}, &results, &error));
     EXPECT_EQ(error, noiseFormatMismatchText());
@@ -355,9 +361,10 @@ TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
 
     // Every invalid region is named; the last pixel row and column are inside.
     EXPECT_TRUE(measureNoise({&fa, &fa}, {QRect(16, 6, 4, 4)}, &results, &error));
-    EXPECT_FALSE(measureNoise({&fa}, {QRect(17, 6, 4, 4), QRect(0, 0, 2, 2), QRect(-1, 0, 3, 3)}, &results,
-                              &error));
-    EXPECT_EQ(error, QStringLiteral("Invalid region:((17, 6), (20, 9))Invalid region:((-1, 0), (1, 2))"));
+    EXPECT_FALSE(measureNoise({&fa}, {QRect(17, 6, 4, 4), QRect(0, 0, 2, 2), QRect(-1, 0, 3, 3)},
+                              &results, &error));
+    EXPECT_EQ(error,
+              QStringLiteral("Invalid region:((17, 6), (20, 9))Invalid region:((-1, 0), (1, 2))"));
 
     // The streaming accumulator refuses a frame of another layout.
     NoiseAccumulator acc;
@@ -379,7 +386,8 @@ TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
     huge.picture = QSize(60000, 60000);
     NoiseAccumulator big;
     EXPECT_FALSE(big.start(huge, {QRect(0, 0, 60000, 60000)}));
-    EXPECT_TRUE(big.errorMessage().startsWith("The patches are too large")) << big.errorMessage().toStdString();
+    EXPECT_TRUE(big.errorMessage().startsWith("The patches are too large"))
+            << big.errorMessage().toStdString();
     EXPECT_FALSE(big.add(huge));
 }
 
@@ -466,7 +474,8 @@ TEST(NoiseEngine, RawFilesForEachColourOrder)
             for (int y = 0; y < h; ++y)
                 for (int x = 0; x < w; ++x) {
                     const int cls = map[order][(x & 1) + 2 * (y & 1)];
-                    const int v = int(black + level[cls]) + (cls == 3 ? (i - 1) * 4 : 0); // Gb: -4, 0, +4
+                    const int v = int(black + level[cls])
+                                  + (cls == 3 ? (i - 1) * 4 : 0); // Gb: -4, 0, +4
                     bytes.append(char(v & 0xff)).append(char(v >> 8));
                 }
             const QString base = dir.filePath(QString("o%1_f%2").arg(order).arg(i));
@@ -475,9 +484,14 @@ TEST(NoiseEngine, RawFilesForEachColourOrder)
             raw.write(bytes);
             raw.close();
             ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
-            ini.write(QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\nBayerOrder=%3\n"
-                              "BlackLevel=%4\n")
-                          .arg(w).arg(h).arg(order).arg(black).toLatin1());
+            ini.write(
+                    QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\nBayerOrder=%3\n"
+                            "BlackLevel=%4\n")
+                            .arg(w)
+                            .arg(h)
+                            .arg(order)
+                            .arg(black)
+                            .toLatin1());
             ini.close();
             owned.emplace_back(new CFrame);
             ASSERT_TRUE(owned.back()->load(base + ".raw"));
@@ -485,7 +499,8 @@ TEST(NoiseEngine, RawFilesForEachColourOrder)
         }
         QVector<NoisePatchResult> results;
         QString error;
-        ASSERT_TRUE(measureNoise(frames, {QRect(3, 1, 9, 7)}, &results, &error)) << error.toStdString();
+        ASSERT_TRUE(measureNoise(frames, {QRect(3, 1, 9, 7)}, &results, &error))
+                << error.toStdString();
         const NoisePatchResult &r = results[0];
         ASSERT_EQ(r.channels.size(), 4);
         const char *names[4] = {"BayerR", "BayerGr", "BayerGb", "BayerB"};
@@ -493,7 +508,8 @@ TEST(NoiseEngine, RawFilesForEachColourOrder)
         for (int c = 0; c < 4; ++c) {
             EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
             EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
-            EXPECT_NEAR(r.channels[c].overall, c == 2 ? std::sqrt(32.0 / 3.0) : 0.0, 1e-12) << names[c];
+            EXPECT_NEAR(r.channels[c].overall, c == 2 ? std::sqrt(32.0 / 3.0) : 0.0, 1e-12)
+                    << names[c];
         }
         // The picture is the mosaic less two pixels each side: 20 x 14.
         EXPECT_TRUE(measureNoise(frames, {QRect(19, 13, 1, 1)}, &results, &error));

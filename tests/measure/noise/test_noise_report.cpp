@@ -31,19 +31,19 @@ TEST(NoiseReport, PatchRowsUseTheNoiseOfTheFrameCount)
     // Two frames: SNR = 200 / 2 = 100, i.e. 40 dB, and Overall shows 2.
     const QString multi = buildNoiseReport({record(2, 200.0, 2.0, 4.0)}, {"a.png", "b.png"}, -1);
     EXPECT_TRUE(multi.contains(
-        "<tr><td>G</td><td align=\"right\">200.0 </td><td align=\"right\">100.0 </td><td align=\"right\">40.0</td>"
-        "<td align=\"right\">2.000</td><td align=\"right\">4.000</td><td align=\"right\">0.250</td>"
-        "<td align=\"right\">0.125</td><td align=\"right\">1.800</td><td align=\"right\">0.500</td>"
-        "<td align=\"right\">0.063</td></tr>\n"))
-        << multi.toStdString();
+            "<tr><td>G</td><td align=\"right\">200.0 </td><td align=\"right\">100.0 </td><td align=\"right\">40.0</td>"
+            "<td align=\"right\">2.000</td><td align=\"right\">4.000</td><td align=\"right\">0.250</td>"
+            "<td align=\"right\">0.125</td><td align=\"right\">1.800</td><td align=\"right\">0.500</td>"
+            "<td align=\"right\">0.063</td></tr>\n"))
+            << multi.toStdString();
 
     // One frame: SNR = Signal / FPN, Overall shows FPN, temporal columns 0.
     const QString single = buildNoiseReport({record(1, 200.0, 0.0, 4.0)}, {"a.png"}, -1);
     EXPECT_TRUE(single.contains(
-        "<td align=\"right\">200.0 </td><td align=\"right\">50.0 </td><td align=\"right\">34.0</td>"
-        "<td align=\"right\">4.000</td><td align=\"right\">4.000</td><td align=\"right\">0.250</td>"
-        "<td align=\"right\">0.125</td><td align=\"right\">0.000</td><td align=\"right\">0.000</td>"
-        "<td align=\"right\">0.000</td></tr>\n"));
+            "<td align=\"right\">200.0 </td><td align=\"right\">50.0 </td><td align=\"right\">34.0</td>"
+            "<td align=\"right\">4.000</td><td align=\"right\">4.000</td><td align=\"right\">0.250</td>"
+            "<td align=\"right\">0.125</td><td align=\"right\">0.000</td><td align=\"right\">0.000</td>"
+            "<td align=\"right\">0.000</td></tr>\n"));
 
     // Zero noise prints the infinite ratio as printf renders it.
     const QString flat = buildNoiseReport({record(2, 10.0, 0.0, 0.0)}, {}, -1);
@@ -57,24 +57,28 @@ TEST(NoiseReport, LayoutOfTheDocument)
         results << record(3, 100 + i, 1, 1);
     const QString all = buildNoiseReport(results, {"C:/x/one.png", "two.png"}, -1);
     EXPECT_TRUE(all.startsWith("<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\""));
-    EXPECT_TRUE(all.contains("</style></head><body style=\" font-family:'MS Shell Dlg 2'; font-size:8.25pt; "
-                             "font-weight:400; font-style:normal;\"><center><H1>Signal Noise Results</H1></center>"
-                             "<p>For RGB images, input image is considered to be sRGB and linearized before singal "
-                             "and noise are computed.</p>"));
+    EXPECT_TRUE(all.contains(
+            "</style></head><body style=\" font-family:'MS Shell Dlg 2'; font-size:8.25pt; "
+            "font-weight:400; font-style:normal;\"><center><H1>Signal Noise Results</H1></center>"
+            "<p>For RGB images, input image is considered to be sRGB and linearized before singal "
+            "and noise are computed.</p>"));
     EXPECT_FALSE(all.contains("<title>"));
-    EXPECT_TRUE(all.contains("<caption>Input files</caption><tr><td>1</td><td><a href=\"C:/x/one.png\" "
-                             "target=\"BLANK\">C:/x/one.png</a></td></tr><tr><td>2</td><td><a href=\"two.png\" "
-                             "target=\"BLANK\">two.png</a></td></tr></table></p>"));
+    EXPECT_TRUE(all.contains(
+            "<caption>Input files</caption><tr><td>1</td><td><a href=\"C:/x/one.png\" "
+            "target=\"BLANK\">C:/x/one.png</a></td></tr><tr><td>2</td><td><a href=\"two.png\" "
+            "target=\"BLANK\">two.png</a></td></tr></table></p>"));
     for (int p = 1; p <= 6; ++p)
-        EXPECT_TRUE(all.contains(QString("<caption>Patch %1&nbsp;&nbsp;&nbsp;&nbsp;Noise Levels (standard "
-                                         "deviation).</caption>\n<tr><th>Channel</th>")
-                                     .arg(p)));
+        EXPECT_TRUE(all.contains(
+                QString("<caption>Patch %1&nbsp;&nbsp;&nbsp;&nbsp;Noise Levels (standard "
+                        "deviation).</caption>\n<tr><th>Channel</th>")
+                        .arg(p)));
     EXPECT_TRUE(all.contains("<th align=\"center\">SNR <br> (signal to noise ratio)</th>"));
     EXPECT_TRUE(all.contains("<P>Define also the following intermediate values:</P>"));
     EXPECT_TRUE(all.contains("<P>The analysis results are calculated as follows:</P>"));
     EXPECT_TRUE(all.contains("&#963;"));
-    EXPECT_TRUE(all.endsWith("<P>In the above equations RMS Dyn refers to overall noise. Avg Dyn refers to "
-                             "temporal noise. </p></body></html>"));
+    EXPECT_TRUE(all.endsWith(
+            "<P>In the above equations RMS Dyn refers to overall noise. Avg Dyn refers to "
+            "temporal noise. </p></body></html>"));
 
     // One patch: only the fifth patch's table.
     const QString fifth = buildNoiseReport(results, {}, 4);

@@ -11,9 +11,7 @@
 
 using namespace kestro::test;
 
-namespace {
-
-} // namespace
+namespace { } // namespace
 
 TEST(UniformityCommand, PrintsChannelsLabelsAndCpiqZones)
 {
@@ -28,8 +26,9 @@ TEST(UniformityCommand, PrintsChannelsLabelsAndCpiqZones)
             img.setPixel(x, y, x < 5 && y < 5 ? qRgb(120, 120, 200) : qRgb(120, 120, 120));
     const QString path = saveImage(dir, "flat.png", img);
 
-    ProcessResult r = runProcess(measureToolPath(), {"uniformity", path, "--subsample", "5", "--center", "20", "--corner",
-                                          "25", "--zones", "16x20"});
+    ProcessResult r = runProcess(measureToolPath(),
+                                 {"uniformity", path, "--subsample", "5", "--center", "20",
+                                  "--corner", "25", "--zones", "16x20"});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     QJsonObject o = parseJsonOutput(r);
     EXPECT_EQ(o["width"].toInt(), 100);
@@ -83,13 +82,15 @@ TEST(UniformityCommand, RefusalsAndUsageErrors)
     const QString path = saveImage(dir, "flat.png", img);
 
     for (const char *size : {"0", "11"}) {
-        const ProcessResult r = runProcess(measureToolPath(), {"uniformity", path, "--subsample", size});
+        const ProcessResult r = runProcess(measureToolPath(),
+                                           {"uniformity", path, "--subsample", size});
         EXPECT_EQ(r.exitCode, 2);
         const QJsonObject o = parseJsonOutput(r);
         EXPECT_FALSE(o["ok"].toBool());
         EXPECT_FALSE(o["valid"].toBool());
-        EXPECT_EQ(o["error"].toString(), "Cannot display subsampled image. Please input valid subsampling size "
-                                         "(1 - Height/8 or Width/8).");
+        EXPECT_EQ(o["error"].toString(),
+                  "Cannot display subsampled image. Please input valid subsampling size "
+                  "(1 - Height/8 or Width/8).");
         EXPECT_FALSE(o.contains("channels"));
         EXPECT_FALSE(o.contains("cpiq"));
     }
@@ -99,7 +100,8 @@ TEST(UniformityCommand, RefusalsAndUsageErrors)
     EXPECT_EQ(r.exitCode, 2);
     QJsonObject o = parseJsonOutput(r);
     EXPECT_FALSE(o["valid"].toBool());
-    EXPECT_EQ(o["error"].toString(), "Only RGB files are supported for this test. Failed to load the file : " + gray);
+    EXPECT_EQ(o["error"].toString(),
+              "Only RGB files are supported for this test. Failed to load the file : " + gray);
 
     const QString broken = dir.filePath("broken.png");
     {
@@ -110,8 +112,10 @@ TEST(UniformityCommand, RefusalsAndUsageErrors)
     for (const QStringList &args :
          {QStringList{"uniformity", broken}, QStringList{"uniformity", dir.filePath("missing.png")},
           QStringList{"uniformity"}, QStringList{"uniformity", path, "--zones", "33x20"},
-          QStringList{"uniformity", path, "--zones", "15"}, QStringList{"uniformity", path, "--center", "ten"},
-          QStringList{"uniformity", path, "--corner"}, QStringList{"uniformity", path, "--bogus", "1"}}) {
+          QStringList{"uniformity", path, "--zones", "15"},
+          QStringList{"uniformity", path, "--center", "ten"},
+          QStringList{"uniformity", path, "--corner"},
+          QStringList{"uniformity", path, "--bogus", "1"}}) {
         r = runProcess(measureToolPath(), args);
         EXPECT_EQ(r.exitCode, 1) << args.join(' ').toStdString();
         EXPECT_TRUE(r.out.isEmpty());

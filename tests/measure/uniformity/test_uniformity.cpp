@@ -126,7 +126,8 @@ TEST(Uniformity, FlatFieldGridStatisticsAndWindowsMatchExactReference)
     ASSERT_EQ(plane.size(), std::size_t(203 * 157));
     for (int x : {0, 17, 202})
         for (int y : {0, 91, 156})
-            EXPECT_EQ(plane[static_cast<std::size_t>(x) * 157 + y], refWeighted(img.pixel(x, y), 0) / 1000.0);
+            EXPECT_EQ(plane[static_cast<std::size_t>(x) * 157 + y],
+                      refWeighted(img.pixel(x, y), 0) / 1000.0);
 
     // The exact luminance means agree with block sums of the binary
     // luminance formula to within its own rounding.
@@ -160,18 +161,28 @@ TEST(Uniformity, RecomputeIntoAUsedPassEqualsAFreshPass)
     // previous size, channels or zones, nothing of it may show through.
     const QImage img = flatField(203, 157);
     const UniformityImage image(img);
-    struct Step { int size; unsigned mask; int zoneRows, zoneCols; };
-    const Step steps[] = {{10, kAllUniformityChannels, 15, 20}, {10, kAllUniformityChannels, 15, 20},
-                          {4, kAllUniformityChannels, 3, 4},   {10, 1u, 0, 0},
-                          {7, kAllUniformityChannels, 15, 20}, {7, 2u | 4u, 2, 2}};
+    struct Step
+    {
+        int size;
+        unsigned mask;
+        int zoneRows, zoneCols;
+    };
+    const Step steps[] = {{10, kAllUniformityChannels, 15, 20},
+                          {10, kAllUniformityChannels, 15, 20},
+                          {4, kAllUniformityChannels, 3, 4},
+                          {10, 1u, 0, 0},
+                          {7, kAllUniformityChannels, 15, 20},
+                          {7, 2u | 4u, 2, 2}};
     UniformityPass reused;
     for (const Step &step : steps) {
         image.compute(reused, step.size, step.mask, step.zoneRows, step.zoneCols);
-        const UniformityPass fresh = image.compute(step.size, step.mask, step.zoneRows, step.zoneCols);
+        const UniformityPass fresh = image.compute(step.size, step.mask, step.zoneRows,
+                                                   step.zoneCols);
         for (int c = 0; c < 4; ++c) {
             EXPECT_EQ(reused.grids[c].cols, fresh.grids[c].cols) << step.size << " channel " << c;
             EXPECT_EQ(reused.grids[c].rows, fresh.grids[c].rows) << step.size << " channel " << c;
-            EXPECT_EQ(reused.grids[c].values, fresh.grids[c].values) << step.size << " channel " << c;
+            EXPECT_EQ(reused.grids[c].values, fresh.grids[c].values)
+                    << step.size << " channel " << c;
         }
         EXPECT_EQ(reused.zones.rows, fresh.zones.rows);
         EXPECT_EQ(reused.zones.cols, fresh.zones.cols);
@@ -263,8 +274,9 @@ TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedFormats)
         calc.setSubsampleSize(s);
         EXPECT_FALSE(calc.update()) << s;
         EXPECT_FALSE(calc.isSubsampleValid());
-        EXPECT_EQ(calc.errorText(), "Cannot display subsampled image. Please input valid subsampling size "
-                                    "(1 - Height/8 or Width/8).");
+        EXPECT_EQ(calc.errorText(),
+                  "Cannot display subsampled image. Please input valid subsampling size "
+                  "(1 - Height/8 or Width/8).");
         EXPECT_EQ(calc.data().cols(), 10); // the previous grid stays
     }
 
@@ -281,7 +293,8 @@ TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedFormats)
     EXPECT_EQ(calc.data().cols(), 10);
     EXPECT_EQ(calc.data().maximum(), 40);
 
-    for (QImage::Format format : {QImage::Format_Grayscale8, QImage::Format_Indexed8, QImage::Format_RGB888}) {
+    for (QImage::Format format :
+         {QImage::Format_Grayscale8, QImage::Format_Indexed8, QImage::Format_RGB888}) {
         QImage other = img.convertToFormat(format);
         EXPECT_EQ(calc.setImage(other, "gray.png"), UniformityCalculation::InvalidFormat);
         EXPECT_EQ(calc.errorTitle(), "Invalid format");
@@ -317,8 +330,10 @@ TEST(Uniformity, UniformImageHasNoDropOffAndNoColourNonUniformity)
     QImage img(120, 96, QImage::Format_RGB32);
     img.fill(qRgb(90, 140, 200));
     const UniformityImage image(img);
-    UniformityPass pass = image.compute(6, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols);
-    const char *expected[4] = {nullptr, "90, Dropoff: 0, 0%", "140, Dropoff: 0, 0%", "200, Dropoff: 0, 0%"};
+    UniformityPass pass = image.compute(6, kAllUniformityChannels, kCpiqDefaultRows,
+                                        kCpiqDefaultCols);
+    const char *expected[4] = {nullptr, "90, Dropoff: 0, 0%", "140, Dropoff: 0, 0%",
+                               "200, Dropoff: 0, 0%"};
     for (int c = 0; c < 4; ++c) {
         UniformityData data;
         data.setGrid(pass.grids[c].values, pass.grids[c].cols, pass.grids[c].rows);

@@ -25,16 +25,19 @@ struct EdgeParams
     bool colour = false;         // false: one gray channel with sigma[0]
     double dark = 0.05;          // linear levels 0..1
     double light = 0.8;
-    bool darkLeft = true;        // dark side on the left (or the top)
-    bool horizontal = false;     // transpose: an edge leaning from the horizontal
-    double encodeGamma = 1.0;    // stored value = 255 * L^encodeGamma
-    double noise = 0;            // standard deviation of added noise, DN
+    bool darkLeft = true;     // dark side on the left (or the top)
+    bool horizontal = false;  // transpose: an edge leaning from the horizontal
+    double encodeGamma = 1.0; // stored value = 255 * L^encodeGamma
+    double noise = 0;         // standard deviation of added noise, DN
     unsigned seed = 1;
-    double offset = 0;           // shift of the edge from the centre, pixels
-    double bow = 0;              // extra shift bow * t^2, t = -1..1 from top to bottom
+    double offset = 0; // shift of the edge from the centre, pixels
+    double bow = 0;    // extra shift bow * t^2, t = -1..1 from top to bottom
 };
 
-inline double edgePi() { return 3.14159265358979323846; }
+inline double edgePi()
+{
+    return 3.14159265358979323846;
+}
 
 inline double sincPi(double x)
 {
@@ -45,7 +48,7 @@ inline double trueMtf(double sigma, double angleDegrees, double f)
 {
     const double a = angleDegrees * edgePi() / 180;
     return std::exp(-2 * edgePi() * edgePi() * sigma * sigma * f * f) * sincPi(f * std::cos(a))
-        * sincPi(f * std::sin(a));
+           * sincPi(f * std::sin(a));
 }
 
 // First frequency where the true MTF falls to `level` (bisection).
@@ -116,8 +119,8 @@ inline QImage makeEdgeImage(const EdgeParams &params)
     const int channels = params.colour ? 3 : 1;
     std::vector<double> cover[3];
     for (int ch = 0; ch < channels; ++ch)
-        cover[ch] = edgeCoverage(params.width, params.height, params.angleDegrees, params.sigma[ch], params.offset,
-                                 params.bow);
+        cover[ch] = edgeCoverage(params.width, params.height, params.angleDegrees, params.sigma[ch],
+                                 params.offset, params.bow);
     std::mt19937 rng(params.seed);
     std::normal_distribution<double> gauss(0.0, 1.0);
     QImage image(w, h, params.colour ? QImage::Format_RGB32 : QImage::Format_Grayscale8);

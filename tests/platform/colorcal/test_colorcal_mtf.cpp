@@ -35,9 +35,9 @@ struct Call
     bool run(CColorCalibrate &cal, const QString &file, double gamma, QRect r)
     {
         const QByteArray name = file.toLatin1();
-        ok = cal.CalculateMTF(count, freq.data(), gray.data(), red.data(), green.data(), blue.data(), m50,
-                              m50p, m10, m10p, slope, contrast, error, 1024, name.constData(), gamma,
-                              r.left(), r.top(), r.width(), r.height(), 3);
+        ok = cal.CalculateMTF(count, freq.data(), gray.data(), red.data(), green.data(),
+                              blue.data(), m50, m50p, m10, m10p, slope, contrast, error, 1024,
+                              name.constData(), gamma, r.left(), r.top(), r.width(), r.height(), 3);
         return ok;
     }
     std::string text() const { return std::string(error); }
@@ -119,14 +119,15 @@ TEST(ColorcalMtf, FailuresComeBackAsTexts)
     unsigned n = 0;
     double a[1000], m[5];
     char small[16];
-    ASSERT_TRUE(cal.CalculateMTF(n, a, a, a, a, a, m, m, m, m, m, m, small, 16, "/nonexistent.png", 1.0,
-                                 0, 0, 10, 10, 3));
+    ASSERT_TRUE(cal.CalculateMTF(n, a, a, a, a, a, m, m, m, m, m, m, small, 16, "/nonexistent.png",
+                                 1.0, 0, 0, 10, 10, 3));
     EXPECT_EQ(std::strlen(small), 15u);
 
     // Missing buffers are an internal fault.
-    EXPECT_FALSE(cal.CalculateMTF(n, nullptr, a, a, a, a, m, m, m, m, m, m, small, 16, "x.png", 1.0, 0, 0,
+    EXPECT_FALSE(cal.CalculateMTF(n, nullptr, a, a, a, a, m, m, m, m, m, m, small, 16, "x.png", 1.0,
+                                  0, 0, 10, 10, 3));
+    EXPECT_FALSE(cal.CalculateMTF(n, a, a, a, a, a, m, m, m, m, m, m, small, 0, "x.png", 1.0, 0, 0,
                                   10, 10, 3));
-    EXPECT_FALSE(cal.CalculateMTF(n, a, a, a, a, a, m, m, m, m, m, m, small, 0, "x.png", 1.0, 0, 0, 10, 10, 3));
 }
 
 TEST(ColorcalMtf, CacheFollowsTheFileOnDisk)

@@ -43,7 +43,8 @@ EdgeParams gridParams(double angle, double sigma, bool low, double noise, unsign
     s.angleDegrees = angle;
     s.sigma[0] = s.sigma[1] = s.sigma[2] = sigma;
     s.height = 200;
-    s.width = 100 + static_cast<int>(std::ceil(s.height * std::tan(angle * 3.14159265358979 / 180)));
+    s.width = 100
+              + static_cast<int>(std::ceil(s.height * std::tan(angle * 3.14159265358979 / 180)));
     if (low) {
         s.dark = 0.2;
         s.light = 0.8;
@@ -79,9 +80,10 @@ TEST(SfrAccuracy, Mtf50OverAnglesBlursContrastsAndNoise)
                     const double truth = trueCrossing(sigma, angle, 0.5);
                     const double got = measureMtf50(params);
                     samples.push_back({got / truth - 1, angle, sigma, noise, low});
-                    if (qEnvironmentVariableIsSet("SFR_VERBOSE") && std::fabs(got / truth - 1) > 0.004)
-                        std::printf("    angle %.1f sigma %.2f noise %.0f %s: %+.3f %%\n", angle, sigma,
-                                    noise, low ? "low" : "high", 100 * (got / truth - 1));
+                    if (qEnvironmentVariableIsSet("SFR_VERBOSE")
+                        && std::fabs(got / truth - 1) > 0.004)
+                        std::printf("    angle %.1f sigma %.2f noise %.0f %s: %+.3f %%\n", angle,
+                                    sigma, noise, low ? "low" : "high", 100 * (got / truth - 1));
                 }
     std::vector<double> all, worst;
     double maxAbs = 0;
@@ -116,9 +118,9 @@ TEST(SfrAccuracy, Mtf50OverAnglesBlursContrastsAndNoise)
     category("angle < 4", [](const Sample &s) { return s.angle < 4; });
     category("angle > 15", [](const Sample &s) { return s.angle > 15; });
     if (worstSample)
-        std::printf("  worst case: angle %.1f sigma %.2f noise %.0f %s: %+.3f %%\n", worstSample->angle,
-                    worstSample->sigma, worstSample->noise, worstSample->low ? "low" : "high",
-                    100 * worstSample->error);
+        std::printf("  worst case: angle %.1f sigma %.2f noise %.0f %s: %+.3f %%\n",
+                    worstSample->angle, worstSample->sigma, worstSample->noise,
+                    worstSample->low ? "low" : "high", 100 * worstSample->error);
     EXPECT_LE(median(all), 0.005);
     EXPECT_LE(maxAbs, 0.015);
 }

@@ -55,7 +55,7 @@ TEST(SfrVariants, OrientationAndPolarityGiveTheSameResult)
                     const sfr::Result r = measure(makeEdgeImage(s));
                     ASSERT_EQ(r.error, "");
                     EXPECT_LT(relErr(r.mtf50[sfr::Gray], truth), 0.005)
-                        << angle << " " << sigma << " h" << horizontal << " d" << darkLeft;
+                            << angle << " " << sigma << " h" << horizontal << " d" << darkLeft;
                     EXPECT_NEAR(std::fabs(r.slopeDegrees[sfr::Gray]), angle, 0.05);
                     EXPECT_NEAR(r.contrast[sfr::Gray], (0.8 - 0.05) / 0.85, 0.01);
                     // A gray picture gives the same figures in every channel.
@@ -165,7 +165,8 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
     clipped.light = 1.2;
     EXPECT_NE(measure(makeEdgeImage(clipped)).error.find("clipped"), std::string::npos);
 
-    EXPECT_NE(measure(makeEdgeImage(params(0.3, 1))).error.find("too close to 0"), std::string::npos);
+    EXPECT_NE(measure(makeEdgeImage(params(0.3, 1))).error.find("too close to 0"),
+              std::string::npos);
 
     EdgeParams steep = params(44, 1);
     steep.width = 200;
@@ -187,13 +188,17 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
     for (int y = 0; y < twoEdges.height(); ++y)
         for (int x = 60; x < twoEdges.width(); ++x)
             twoEdges.scanLine(y)[x] = second.constScanLine(y)[x];
-    EXPECT_NE(measure(twoEdges).error.find("more than one edge"), std::string::npos) << measure(twoEdges).error;
+    EXPECT_NE(measure(twoEdges).error.find("more than one edge"), std::string::npos)
+            << measure(twoEdges).error;
 
     const QImage ok = makeEdgeImage(params(5, 1));
     EXPECT_NE(measure(ok, 1.0, QRect(0, 0, 120, 30)).error.find("too short"), std::string::npos);
-    EXPECT_NE(measure(ok, 1.0, QRect(50, 0, 80, 160)).error.find("inside the image"), std::string::npos);
-    EXPECT_NE(measure(ok, 1.0, QRect(-1, 0, 80, 160)).error.find("inside the image"), std::string::npos);
-    EXPECT_NE(measure(QImage(4000, 2100, QImage::Format_Grayscale8)).error.find("too large"), std::string::npos);
+    EXPECT_NE(measure(ok, 1.0, QRect(50, 0, 80, 160)).error.find("inside the image"),
+              std::string::npos);
+    EXPECT_NE(measure(ok, 1.0, QRect(-1, 0, 80, 160)).error.find("inside the image"),
+              std::string::npos);
+    EXPECT_NE(measure(QImage(4000, 2100, QImage::Format_Grayscale8)).error.find("too large"),
+              std::string::npos);
     EXPECT_NE(measure(ok, 0.0).error.find("gamma"), std::string::npos);
     EXPECT_NE(measure(ok, std::nan("")).error.find("gamma"), std::string::npos);
 

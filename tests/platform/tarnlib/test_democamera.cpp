@@ -29,7 +29,8 @@ struct DemoSession
 };
 
 // Mean of the mosaic samples of one position class inside a window.
-double meanOf(const std::vector<quint16> &frame, int width, int x0, int y0, int x1, int y1, int px, int py)
+double meanOf(const std::vector<quint16> &frame, int width, int x0, int y0, int x1, int y1, int px,
+              int py)
 {
     double sum = 0;
     int n = 0;

@@ -26,7 +26,10 @@ struct Opened
     tl_camera_t **list = nullptr;
     int count = 0;
     int status = -1;
-    explicit Opened(const QString &path) { status = tl_OpenCameras2(&list, &count, QFile::encodeName(path).constData(), 16, 0); }
+    explicit Opened(const QString &path)
+    {
+        status = tl_OpenCameras2(&list, &count, QFile::encodeName(path).constData(), 16, 0);
+    }
     ~Opened() { tl_CloseCameras2(list, count); }
 };
 
@@ -41,7 +44,8 @@ TEST(Tarnlib, RawFileWithSidecar)
         data.append(char(v & 0xff)).append(char(v >> 8));
     }
     write(dir.filePath("a.raw"), data);
-    write(dir.filePath("a.ini"), sidecar("Width=6\nHeight=4\nBitsPerPixel=12\nImageType=1\nBayerOrder=2\nBlackLevel=168\n"));
+    write(dir.filePath("a.ini"),
+          sidecar("Width=6\nHeight=4\nBitsPerPixel=12\nImageType=1\nBayerOrder=2\nBlackLevel=168\n"));
     Opened cam(dir.filePath("a.raw"));
     ASSERT_EQ(cam.status, TL_OK);
     ASSERT_EQ(cam.count, 1);
@@ -123,7 +127,10 @@ TEST(Tarnlib, DescriptionFromSensorDataBySize)
     EXPECT_EQ(Opened(dir.filePath("z.raw")).status, TL_ERR_NO_DESCRIPTION);
 
     tl_sensor_t s;
-    ASSERT_EQ(tl_ReadSensorDataFile(QFile::encodeName(dir.filePath("sensors/BBB-REV2.sdat")).constData(), &s), TL_OK);
+    ASSERT_EQ(tl_ReadSensorDataFile(QFile::encodeName(dir.filePath("sensors/BBB-REV2.sdat"))
+                                            .constData(),
+                                    &s),
+              TL_OK);
     EXPECT_STREQ(s.alternateName, "BBX");
     EXPECT_EQ(s.partId, 0x77u);
     EXPECT_EQ(s.revision, 2);
@@ -157,19 +164,19 @@ TEST(Tarnlib, BadFilesAndDescriptions)
     write(dir.filePath("f.raw"), QByteArray(32, 1));
 
     const QByteArray bad[] = {
-        "Width=4\nHeight=4\nBitsPerPixel=0\n",
-        "Width=4\nHeight=4\nBitsPerPixel=17\n",
-        "Width=4\nHeight=4\nBitsPerPixel=-3\n",
-        "Width=4\nHeight=4\n",
-        "Width=four\nHeight=4\nBitsPerPixel=10\n",
-        "Width=4\nHeight=0\nBitsPerPixel=10\n",
-        "Width=4.5\nHeight=4\nBitsPerPixel=10\n",
-        "Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=1023\n",
-        "Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=-1\n",
-        "Width=4\nHeight=4\nBitsPerPixel=10\nImageType=99\n",
-        "Width=4\nHeight=4\nBitsPerPixel=10\nBayerOrder=x\n",
-        "Width=99999999999999999999\nHeight=4\nBitsPerPixel=10\n",
-        "Width=1048576\nHeight=1048576\nBitsPerPixel=16\n",
+            "Width=4\nHeight=4\nBitsPerPixel=0\n",
+            "Width=4\nHeight=4\nBitsPerPixel=17\n",
+            "Width=4\nHeight=4\nBitsPerPixel=-3\n",
+            "Width=4\nHeight=4\n",
+            "Width=four\nHeight=4\nBitsPerPixel=10\n",
+            "Width=4\nHeight=0\nBitsPerPixel=10\n",
+            "Width=4.5\nHeight=4\nBitsPerPixel=10\n",
+            "Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=1023\n",
+            "Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=-1\n",
+            "Width=4\nHeight=4\nBitsPerPixel=10\nImageType=99\n",
+            "Width=4\nHeight=4\nBitsPerPixel=10\nBayerOrder=x\n",
+            "Width=99999999999999999999\nHeight=4\nBitsPerPixel=10\n",
+            "Width=1048576\nHeight=1048576\nBitsPerPixel=16\n",
     };
     for (const QByteArray &body : bad) {
         write(dir.filePath("f.ini"), sidecar(body));
