@@ -14,6 +14,7 @@ class KestroReportExport;
 class KestroUniformityBatch;
 class MatlabInitialization;
 class QComboBox;
+class QImage;
 class QLineEdit;
 class QPushButton;
 class QSettings;
@@ -74,8 +75,18 @@ public:
     int uniChartSize() const { return m_uniChartSize; }
     int uniSubSampleSize() const { return m_uniSubSampleSize; }
     QString uniColorMapName() const { return m_uniColorMapName; }
-    QString lastOpenDirectory() const { return m_lastOpenDir; }
-    QString lastSaveDirectory() const { return m_lastSaveDir; }
+    QString lastOpenDirectory() const;
+    QString lastSaveDirectory() const;
+    // The report paths that the export writes to; the save dialogs set them
+    // in the window.
+    void setColorDiffReportPath(const QString &path) { m_colorDiffReportPath = path; }
+    void setNoiseReportPath(const QString &path) { m_noiseReportPath = path; }
+    void setMtfReportPath(const QString &path) { m_mtfReportPath = path; }
+    void setUniReportPath(const QString &path) { m_uniReportPath = path; }
+
+    // Takes one picture through the window's camera for a page's capture
+    // button (see acquisition/capture.h): false when the capture failed.
+    bool captureImage(QImage &picture);
 
     // The runtime probe's result and whether the calibration library is
     // ready; the functions that need the library check these.
@@ -102,6 +113,8 @@ public slots:
     void matlabLoaded();
     void setCommandLineMode(bool mode);
     void setCommandLineType(QString command);
+    void saveToHTMLFile();
+    void saveToCSVFile();
 
 private:
     void buildForm();
@@ -120,7 +133,6 @@ private:
     void newSlantedEdgeImage(QImage &image);
     bool calcMTF(bool interactive);
     bool runUniformityCalculation();
-    bool saveToHTMLFile(const QString &path);
 
     std::unique_ptr<QSettings> m_settings;
     std::unique_ptr<CColorCalibrate> m_colorCal;
@@ -172,6 +184,4 @@ private:
     int m_uniChartSize = 0;
     int m_uniSubSampleSize = 0;
     QString m_uniColorMapName;
-    QString m_lastOpenDir;
-    QString m_lastSaveDir;
 };

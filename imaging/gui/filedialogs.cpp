@@ -1,0 +1,73 @@
+#include "imaging/gui/filedialogs.h"
+
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+
+namespace kestro {
+
+namespace {
+
+QString &openFolder()
+{
+    static QString folder = QDir::homePath();
+    return folder;
+}
+
+QString &saveFolder()
+{
+    static QString folder = QDir::homePath();
+    return folder;
+}
+
+QString remember(QString &folder, const QString &chosen)
+{
+    if (chosen.isEmpty())
+        return chosen;
+    folder = QFileInfo(chosen).absolutePath();
+    return QDir::toNativeSeparators(chosen);
+}
+
+} // namespace
+
+QString lastOpenDirectory()
+{
+    return openFolder();
+}
+
+QString lastSaveDirectory()
+{
+    return saveFolder();
+}
+
+void setLastOpenDirectory(const QString &folder)
+{
+    openFolder() = folder;
+}
+
+void setLastSaveDirectory(const QString &folder)
+{
+    saveFolder() = folder;
+}
+
+QString chooseOpenFile(QWidget *parent, const QString &caption, const QString &filter)
+{
+    return remember(openFolder(),
+                    QFileDialog::getOpenFileName(parent, caption, openFolder(), filter));
+}
+
+QStringList chooseOpenFiles(QWidget *parent, const QString &caption, const QString &filter)
+{
+    QStringList files = QFileDialog::getOpenFileNames(parent, caption, openFolder(), filter);
+    for (QString &file : files)
+        file = remember(openFolder(), file);
+    return files;
+}
+
+QString chooseSaveFile(QWidget *parent, const QString &caption, const QString &filter)
+{
+    return remember(saveFolder(),
+                    QFileDialog::getSaveFileName(parent, caption, saveFolder(), filter));
+}
+
+} // namespace kestro

@@ -1,0 +1,25 @@
+#pragma once
+// The program's open and save file dialogs. They share one memory of the
+// last folders: open dialogs start in the last open folder, save dialogs in
+// the last save folder (both the home folder until a file is chosen). A
+// chosen file's folder becomes the new start folder. Paths come back with
+// native separators.
+
+#include <QString>
+#include <QStringList>
+
+class QWidget;
+
+namespace kestro {
+
+QString lastOpenDirectory();
+QString lastSaveDirectory();
+void setLastOpenDirectory(const QString &folder);
+void setLastSaveDirectory(const QString &folder);
+
+// Empty (or an empty list) when the user cancels.
+QString chooseOpenFile(QWidget *parent, const QString &caption, const QString &filter);
+QStringList chooseOpenFiles(QWidget *parent, const QString &caption, const QString &filter);
+QString chooseSaveFile(QWidget *parent, const QString &caption, const QString &filter);
+
+} // namespace kestro
