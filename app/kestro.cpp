@@ -7,6 +7,7 @@
 #include "imaging/frame.h"
 #include "imaging/gui/filedialogs.h"
 #include "platform/colorcal/colorcal.h"
+#include "resources/initresources.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -29,10 +30,6 @@
 #include <cstdio>
 #include <cstring>
 
-static void initKestroResources()
-{
-    Q_INIT_RESOURCE(resources);
-}
 
 namespace {
 
@@ -74,7 +71,7 @@ bool isMatlabRuntimeInstalled()
 Kestro::Kestro(QWidget *parent, Qt::WindowFlags flags)
     : QMainWindow(parent, flags)
 {
-    initKestroResources();
+    kestro_initResources();
     // The settings file name is appended to the application directory path
     // as it stands, without a separator.
     m_settings = std::make_unique<QSettings>(QCoreApplication::applicationDirPath()
