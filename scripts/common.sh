@@ -8,6 +8,7 @@ KESTRO_BUILD=${KESTRO_BUILD_DIR:-$KESTRO_ROOT/build}
 KESTRO_PACKAGES=(
   build-essential cmake ninja-build ccache pkg-config
   qtbase5-dev libqt5svg5-dev libqwt-qt5-dev qtwebengine5-dev
+  qt5-image-formats-plugins
   libopencv-dev libopencv-contrib-dev
   libgtest-dev libbenchmark-dev
   xvfb xauth

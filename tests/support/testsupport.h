@@ -5,6 +5,13 @@
 #include <QJsonObject>
 #include <QString>
 #include <QTemporaryDir>
+#include <ostream>
+
+// Lets GoogleTest print texts in failure messages.
+inline void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
 
 namespace kestro::test {
 
