@@ -45,7 +45,10 @@ enum {
     TL_ERR_NO_MEMORY = 9,
     TL_ERR_PARAMETER = 10,     /* unknown parameter code */
     TL_ERR_NOT_STREAMING = 11, /* grab before tl_startTransport */
-    TL_ERR_NO_PRESET = 12      /* no such preset in the INI file */
+    TL_ERR_NO_PRESET = 12,     /* no such preset in the INI file */
+    TL_ERR_NO_REGISTER = 13,   /* the sensor has no such register */
+    TL_ERR_RANGE = 14,         /* value does not fit the register */
+    TL_ERR_SYNTAX = 15         /* malformed line in an INI preset */
 };
 
 /* Parameter codes of tl_getSensorParameter. */
@@ -97,13 +100,26 @@ typedef struct tl_camera_t
  * The text stays valid until the next call on the same thread. */
 const char *tl_SensorData(void);
 
-/* Opens the attached cameras. There is no camera transport in this build;
- * when the environment variable KESTRO_DEMO_CAMERA is set, one simulated
- * demo camera is opened: the sensor of sensorDataFolder (the library's folder
- * when null or empty) whose Name or AlternateName equals the variable's
- * value, else the first sensor data file in name order. It looks at a
+/* Opens the attached cameras. There is no camera transport in this build:
+ * the only cameras are simulated demo boards, plugged in with the
+ * environment variable KESTRO_DEMO_CAMERA. Every sensor data file of
+ * sensorDataFolder (the library's folder when null or empty) is a board,
+ * named by the file's base name ("KSD644-REV2-DEV3"), and also found by its
+ * sensor's Name or AlternateName (the first such file in name order).
+ * KESTRO_DEMO_CAMERA=1 (or "yes", "on", "true") plugs in the first board in
+ * name order; any other value the board it names, and when it names none
+ * there is no camera (a warning lists the boards). A board looks at a
  * 24-patch colour chart. Its identification fields stay empty until
- * tl_DetectPartNumber. Without a camera: TL_ERR_NO_CAMERA, empty list. */
+ * tl_DetectPartNumber. Without a camera: TL_ERR_NO_CAMERA, empty list.
+ *
+ * A board's registers are those of the [Registers] group of its sensor data
+ * file, one per line, "NAME=ADDRESS,BITS,DEFAULT" (numbers decimal or 0x
+ * hexadecimal, BITS 1..32, DEFAULT below 2^BITS), e.g.
+ *   ANALOG_GAIN=0x3060,8,16
+ * A file without the group gets the standard demo map: MODE_SELECT 0x0100
+ * (1 bit), ANALOG_GAIN 0x3060 (8 bits, 1/16 steps, 16 = 1x), DIGITAL_GAIN_GREEN,
+ * _RED, _BLUE 0x3056, 0x3058, 0x305A (12 bits, 1/256 steps, 256 = 1x). A
+ * file whose group is malformed is not a board. */
 int tl_OpenCameras(tl_camera_t ***list, int *count, const char *sensorDataFolder);
 
 /* Transport of a camera: grabs from the demo camera need it started. */
@@ -113,19 +129,38 @@ void tl_stopTransport(tl_camera_t *camera);
 /* Identifies the sensor: fills name, alternateName, partId and revision. */
 int tl_DetectPartNumber(tl_camera_t *camera);
 
-/* Writes the path of the sensor's default INI file (for the demo camera its
- * sensor data file) into buffer. */
+/* Writes the path of the sensor's default INI file into buffer (in the
+ * local 8-bit file name encoding). The file is the user's own, in
+ * $XDG_DATA_HOME/Kestro/ini (~/.local/share/Kestro/ini), named after the
+ * sensor data file ("KSD644-REV1.ini"); on first use it is created from the
+ * preset groups of the sensor data file (every group but [Sensor], [Frame]
+ * and [Registers]). TL_ERR_IO when it cannot be created, TL_ERR_BUFFER
+ * when the path does not fit (the buffer then holds an empty text). */
 int tl_DefaultIniFile(tl_camera_t *camera, char *buffer, int bufferSize);
 
-/* Loads the preset group [presetName] of an INI file: one register write
- * per line, "ADDRESS=VALUE" (decimal or 0x hexadecimal). A preset with an
- * invalid line writes nothing. */
+/* Loads the preset group [presetName] of an INI file into the sensor's
+ * registers: one write per line, "REGISTER=VALUE", the register by its name
+ * or its address, numbers decimal or 0x hexadecimal; blank lines and whole-
+ * line comments (';' or '#') are skipped. Every line is checked before any
+ * register is written, so a preset that fails changes nothing:
+ * TL_ERR_SYNTAX for a malformed line, TL_ERR_NO_REGISTER for an unknown
+ * register, TL_ERR_RANGE for a value that does not fit; TL_ERR_NO_FILE when
+ * the file cannot be read (or is not a regular file of at most 1 MiB),
+ * TL_ERR_NO_PRESET when it has no such group. */
 int tl_LoadINIPreset(tl_camera_t *camera, const char *iniFile, const char *presetName);
 
-/* Sensor registers (32-bit addresses and values). Register 0x3060 of the
- * demo camera is its analogue gain in 1/16 steps (16 = 1x). */
+/* Sensor registers (32-bit addresses; values up to the register's width).
+ * TL_ERR_NO_REGISTER for an address the sensor does not have, TL_ERR_RANGE
+ * for a value wider than the register. */
 int tl_ReadRegister(tl_camera_t *camera, unsigned int address, unsigned int *value);
 int tl_WriteRegister(tl_camera_t *camera, unsigned int address, unsigned int value);
+
+/* The register descriptions of a camera's sensor, in sensor data file order:
+ * how many there are, and one by index (name into a buffer of nameSize
+ * bytes, TL_ERR_BUFFER when it does not fit). */
+int tl_RegisterCount(tl_camera_t *camera, int *count);
+int tl_RegisterInfo(tl_camera_t *camera, int index, char *name, int nameSize, unsigned int *address,
+                    int *bits);
 
 /* Opens a raw sensor file (path in the local 8-bit file name encoding) as a
  * file-backed camera. maxCameras limits the list (at least 1 is needed);

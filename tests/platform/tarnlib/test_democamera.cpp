@@ -1,8 +1,10 @@
 #include "platform/tarnlib/tarnlib.h"
 
 #include <QByteArray>
+#include <QDir>
 #include <QFile>
 #include <QString>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -20,13 +22,36 @@ struct DemoSession
         else
             qunsetenv("KESTRO_DEMO_CAMERA");
         status = tl_OpenCameras(&list, &count, folder);
+        if (status == TL_OK)
+            tl_DetectPartNumber(list[0]);
     }
     ~DemoSession()
     {
         tl_CloseCameras2(list, count);
         qunsetenv("KESTRO_DEMO_CAMERA");
     }
+    tl_camera_t *camera() const { return list[0]; }
 };
+
+void write(const QString &path, const QByteArray &bytes)
+{
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+unsigned reg(tl_camera_t *camera, unsigned address)
+{
+    unsigned value = 0xdeadbeef;
+    EXPECT_EQ(tl_ReadRegister(camera, address, &value), TL_OK);
+    return value;
+}
 
 // Mean of the mosaic samples of one position class inside a window.
 double meanOf(const std::vector<quint16> &frame, int width, int x0, int y0, int x1, int y1, int px,
@@ -52,48 +77,192 @@ std::vector<quint16> grab(tl_camera_t *camera)
 
 } // namespace
 
-TEST(DemoCamera, OnlyWhenAskedFor)
+TEST(DemoCamera, BoardsArePluggedInByName)
 {
-    DemoSession none(nullptr);
-    EXPECT_EQ(none.status, TL_ERR_NO_CAMERA);
-    EXPECT_EQ(none.count, 0);
-    DemoSession empty("1", "/no/such/folder");
-    EXPECT_EQ(empty.status, TL_ERR_NO_CAMERA);
+    EXPECT_EQ(DemoSession(nullptr).status, TL_ERR_NO_CAMERA);
+    EXPECT_EQ(DemoSession("1", "/no/such/folder").status, TL_ERR_NO_CAMERA);
+    EXPECT_EQ(DemoSession("NOSUCHBOARD").status, TL_ERR_NO_CAMERA);
+
+    struct Case
+    {
+        const char *wanted;
+        const char *name, *alternate;
+        unsigned partId;
+        int revision, width;
+    };
+    const Case cases[] = {
+            {"1", "KSD1300", "KSD1300C", 0x1301, 1, 1300}, // the first board in name order
+            {"yes", "KSD1300", "KSD1300C", 0x1301, 1, 1300},
+            {"KSD644", "KSD644", "KSD644C", 0x6441, 1, 644}, // first file of the sensor
+            {"KSD644-REV2-DEV3", "KSD644", "KSD644C", 0x6442, 2, 644},
+            {"KSM1024M", "KSM1024", "KSM1024M", 0x1024, 3, 1024},
+            {"KSV800", "KSV800", "KSV800C", 0x8001, 1, 800},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.wanted);
+        qputenv("KESTRO_DEMO_CAMERA", c.wanted);
+        tl_camera_t **list = nullptr;
+        int count = 0;
+        ASSERT_EQ(tl_OpenCameras(&list, &count, nullptr), TL_OK);
+        ASSERT_EQ(count, 1);
+        // The frame layout is known at once, the identification only after
+        // detection.
+        EXPECT_EQ(list[0]->sensor.width, c.width);
+        EXPECT_STREQ(list[0]->sensor.name, "");
+        EXPECT_EQ(list[0]->sensor.partId, 0u);
+        ASSERT_EQ(tl_DetectPartNumber(list[0]), TL_OK);
+        EXPECT_STREQ(list[0]->sensor.name, c.name);
+        EXPECT_STREQ(list[0]->sensor.alternateName, c.alternate);
+        EXPECT_EQ(list[0]->sensor.partId, c.partId);
+        EXPECT_EQ(list[0]->sensor.revision, c.revision);
+        tl_CloseCameras2(list, count);
+    }
+    qunsetenv("KESTRO_DEMO_CAMERA");
 }
 
-TEST(DemoCamera, IdentificationPresetAndRegisters)
+TEST(DemoCamera, RegistersFollowTheSensorData)
 {
-    DemoSession demo("KSD1300");
+    DemoSession demo("KSD644");
     ASSERT_EQ(demo.status, TL_OK);
-    ASSERT_EQ(demo.count, 1);
-    tl_camera_t *cam = demo.list[0];
-    EXPECT_STREQ(cam->sensor.name, "");
-    EXPECT_EQ(cam->sensor.width, 1300);
-    ASSERT_EQ(tl_DetectPartNumber(cam), TL_OK);
-    EXPECT_STREQ(cam->sensor.name, "KSD1300");
-    EXPECT_STREQ(cam->sensor.alternateName, "KSD1300C");
-    EXPECT_EQ(cam->sensor.partId, 0x1301u);
-    EXPECT_EQ(cam->sensor.revision, 1);
+    tl_camera_t *cam = demo.camera();
+    // Defaults from [Registers].
+    EXPECT_EQ(reg(cam, 0x3060), 16u);
+    EXPECT_EQ(reg(cam, 0x3012), 0x400u);
+    EXPECT_EQ(reg(cam, 0x3408), 0x100u);
 
-    char path[256];
-    ASSERT_EQ(tl_DefaultIniFile(cam, path, sizeof path), TL_OK);
-    EXPECT_TRUE(QString::fromLocal8Bit(path).endsWith("KSD1300-REV1.sdat")) << path;
-    char tiny[4];
-    EXPECT_EQ(tl_DefaultIniFile(cam, tiny, sizeof tiny), TL_ERR_BUFFER);
-
-    ASSERT_EQ(tl_WriteRegister(cam, 0x0100, 0), TL_OK);
-    ASSERT_EQ(tl_LoadINIPreset(cam, path, "Strobix Initialization"), TL_OK);
     unsigned value = 0;
-    ASSERT_EQ(tl_ReadRegister(cam, 0x0100, &value), TL_OK);
-    EXPECT_EQ(value, 1u);
-    EXPECT_EQ(tl_LoadINIPreset(cam, path, "No Such Preset"), TL_ERR_NO_PRESET);
-    EXPECT_EQ(tl_LoadINIPreset(cam, "/no/such.ini", "Strobix Initialization"), TL_ERR_NO_FILE);
+    EXPECT_EQ(tl_ReadRegister(cam, 0x3061, &value), TL_ERR_NO_REGISTER);
+    EXPECT_EQ(tl_WriteRegister(cam, 0x3061, 1), TL_ERR_NO_REGISTER);
+    EXPECT_EQ(tl_WriteRegister(cam, 0x3060, 256), TL_ERR_RANGE); // 8 bits
+    EXPECT_EQ(tl_WriteRegister(cam, 0x0100, 2), TL_ERR_RANGE);   // 1 bit
+    EXPECT_EQ(reg(cam, 0x3060), 16u);
+    ASSERT_EQ(tl_WriteRegister(cam, 0x3060, 255), TL_OK);
+    EXPECT_EQ(reg(cam, 0x3060), 255u);
 
-    // The first sensor in name order when the value names none.
-    DemoSession first("1");
+    int count = 0;
+    ASSERT_EQ(tl_RegisterCount(cam, &count), TL_OK);
+    ASSERT_EQ(count, 16);
+    char name[32];
+    unsigned address = 0;
+    int bits = 0;
+    ASSERT_EQ(tl_RegisterInfo(cam, 6, name, sizeof name, &address, &bits), TL_OK);
+    EXPECT_STREQ(name, "ANALOG_GAIN");
+    EXPECT_EQ(address, 0x3060u);
+    EXPECT_EQ(bits, 8);
+    EXPECT_EQ(tl_RegisterInfo(cam, 6, name, 5, &address, &bits), TL_ERR_BUFFER);
+    EXPECT_EQ(tl_RegisterInfo(cam, count, name, sizeof name, &address, &bits), TL_ERR_ARGUMENT);
+}
+
+TEST(DemoCamera, PresetsApplyAllOrNothing)
+{
+    QTemporaryDir dir;
+    const QString ini = dir.filePath("presets.ini");
+    write(ini, "[Other]\nANALOG_GAIN=99\n"
+               "[Good]\n; by name and by address, decimal and hexadecimal\n"
+               "ANALOG_GAIN = 32\n0x3012=0x123\n\n13328=5\n"
+               "[Unknown register]\nANALOG_GAIN=40\nNO_SUCH_REG=1\n"
+               "[Address not on the sensor]\nANALOG_GAIN=40\n0x9999=1\n"
+               "[Too wide]\nANALOG_GAIN=40\nMODE_SELECT=2\n"
+               "[Negative]\nANALOG_GAIN=-1\n"
+               "[Malformed]\nANALOG_GAIN=40\njust some words\n"
+               "[Not a number]\nANALOG_GAIN=4O\n"
+               "[Empty]\n");
+    DemoSession demo("KSD644");
+    ASSERT_EQ(demo.status, TL_OK);
+    tl_camera_t *cam = demo.camera();
+    const QByteArray path = QFile::encodeName(ini);
+
+    ASSERT_EQ(tl_LoadINIPreset(cam, path, "Good"), TL_OK);
+    EXPECT_EQ(reg(cam, 0x3060), 32u);
+    EXPECT_EQ(reg(cam, 0x3012), 0x123u);
+    EXPECT_EQ(reg(cam, 0x3410), 5u); // 13328 = 0x3410
+
+    const struct
+    {
+        const char *preset;
+        int status;
+    } bad[] = {{"Unknown register", TL_ERR_NO_REGISTER},
+               {"Address not on the sensor", TL_ERR_NO_REGISTER},
+               {"Too wide", TL_ERR_RANGE},
+               {"Negative", TL_ERR_SYNTAX},
+               {"Malformed", TL_ERR_SYNTAX},
+               {"Not a number", TL_ERR_SYNTAX},
+               {"No such preset", TL_ERR_NO_PRESET}};
+    for (const auto &b : bad) {
+        SCOPED_TRACE(b.preset);
+        EXPECT_EQ(tl_LoadINIPreset(cam, path, b.preset), b.status);
+        EXPECT_EQ(reg(cam, 0x3060), 32u); // the valid first line was not written either
+    }
+    EXPECT_EQ(tl_LoadINIPreset(cam, path, "Empty"), TL_OK);
+    EXPECT_EQ(tl_LoadINIPreset(cam, "/no/such.ini", "Good"), TL_ERR_NO_FILE);
+    EXPECT_EQ(tl_LoadINIPreset(cam, QFile::encodeName(dir.path()), "Good"), TL_ERR_NO_FILE);
+}
+
+TEST(DemoCamera, DefaultIniFileIsTheUsersCopyOfTheTemplate)
+{
+    QTemporaryDir home;
+    const QByteArray saved = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
+    {
+        DemoSession demo("KSD644-REV2-DEV3");
+        ASSERT_EQ(demo.status, TL_OK);
+        tl_camera_t *cam = demo.camera();
+        char path[256];
+        ASSERT_EQ(tl_DefaultIniFile(cam, path, sizeof path), TL_OK);
+        const QString file = QFile::decodeName(path);
+        EXPECT_EQ(file, QDir(home.path()).filePath("Kestro/ini/KSD644-REV2-DEV3.ini"));
+        const QByteArray text = readAll(file);
+        EXPECT_TRUE(text.contains("[Strobix Initialization]\nMODE_SELECT=1\n")) << text.data();
+        EXPECT_FALSE(text.contains("[Registers]"));
+        EXPECT_FALSE(text.contains("[Frame]"));
+
+        // The start-up preset from it reaches the registers.
+        ASSERT_EQ(tl_WriteRegister(cam, 0x0100, 0), TL_OK);
+        ASSERT_EQ(tl_LoadINIPreset(cam, path, "Strobix Initialization"), TL_OK);
+        EXPECT_EQ(reg(cam, 0x0100), 1u);
+
+        // Once made, the file is the user's: never written over.
+        write(file, "[Strobix Initialization]\nANALOG_GAIN=48\n");
+        ASSERT_EQ(tl_DefaultIniFile(cam, path, sizeof path), TL_OK);
+        EXPECT_EQ(readAll(file), "[Strobix Initialization]\nANALOG_GAIN=48\n");
+
+        char tiny[8] = "xxxxxxx";
+        EXPECT_EQ(tl_DefaultIniFile(cam, tiny, sizeof tiny), TL_ERR_BUFFER);
+        EXPECT_STREQ(tiny, "");
+    }
+    // A folder that cannot be made.
+    write(home.filePath("file"), "x");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath("file")));
+    {
+        DemoSession demo("KSD1300");
+        char path[256];
+        EXPECT_EQ(tl_DefaultIniFile(demo.camera(), path, sizeof path), TL_ERR_IO);
+    }
+    if (saved.isEmpty())
+        qunsetenv("XDG_DATA_HOME");
+    else
+        qputenv("XDG_DATA_HOME", saved);
+}
+
+TEST(DemoCamera, MalformedSensorDataIsNotABoard)
+{
+    QTemporaryDir dir;
+    const QByteArray frame = "[Frame]\nWidth=8\nHeight=8\nBitsPerPixel=8\n";
+    write(dir.filePath("A-REV1.sdat"),
+          "[Sensor]\nName=A\nPartId=1\nRevision=1\n" + frame + "[Registers]\nGAIN=0x10,8\n");
+    write(dir.filePath("B-REV1.sdat"),
+          "[Sensor]\nName=B\nPartId=2\nRevision=1\n" + frame + "[Registers]\nX=1,33,0\n");
+    write(dir.filePath("C-REV1.sdat"),
+          "[Sensor]\nName=C\nPartId=3\nRevision=1\n" + frame + "[Registers]\nX=1,8,0\nY=1,8,0\n");
+    write(dir.filePath("D-REV1.sdat"), "[Sensor]\nName=D\nPartId=4\nRevision=1\n" + frame);
+    const QByteArray folder = QFile::encodeName(dir.path());
+    // A to C are skipped; D has no [Registers] and gets the standard map.
+    DemoSession first("1", folder);
     ASSERT_EQ(first.status, TL_OK);
-    ASSERT_EQ(tl_DetectPartNumber(first.list[0]), TL_OK);
-    EXPECT_STREQ(first.list[0]->sensor.name, "KSD1300");
+    EXPECT_STREQ(first.camera()->sensor.name, "D");
+    EXPECT_EQ(reg(first.camera(), 0x3060), 16u);
+    EXPECT_EQ(reg(first.camera(), 0x3058), 256u);
+    EXPECT_EQ(DemoSession("A", folder).status, TL_ERR_NO_CAMERA);
 }
 
 TEST(DemoCamera, GrabsAChartThroughTheTransport)
@@ -127,11 +296,18 @@ TEST(DemoCamera, GrabsAChartThroughTheTransport)
     // Red patch (15): red samples well above blue samples.
     EXPECT_GT(patch(a, 14, 1, 0), 2 * patch(a, 14, 0, 1));
 
-    // Doubling the gain register brightens a mid gray patch.
+    // Doubling the analogue gain brightens a mid gray patch; the red digital
+    // gain brightens only the red samples.
     const double gray = patch(a, 21, 0, 0);
+    const double grayRed = patch(a, 21, 1, 0);
     ASSERT_EQ(tl_WriteRegister(cam, 0x3060, 32), TL_OK);
     const std::vector<quint16> bright = grab(cam);
     EXPECT_NEAR(patch(bright, 21, 0, 0) - 64, 2 * (gray - 64), 10);
+    ASSERT_EQ(tl_WriteRegister(cam, 0x3060, 16), TL_OK);
+    ASSERT_EQ(tl_WriteRegister(cam, 0x3058, 384), TL_OK);
+    const std::vector<quint16> redder = grab(cam);
+    EXPECT_NEAR(patch(redder, 21, 1, 0) - 64, 1.5 * (grayRed - 64), 10);
+    EXPECT_NEAR(patch(redder, 21, 0, 0), gray, 5);
 
     tl_stopTransport(cam);
     EXPECT_EQ(tl_grabFrame(cam, words.data(), cam->sensor.bufferSize), TL_ERR_NOT_STREAMING);
