@@ -3,8 +3,7 @@
 // slanted-edge MTF of one region of an image file and writes colour-correction
 // matrices as register presets.
 
-struct tl_camera;
-typedef struct tl_camera tl_camera_t;
+struct tl_camera_t;
 
 class CColorCalibrate
 {
@@ -45,6 +44,18 @@ public:
                       double *contrast, char *errorText, int errorSize, const char *fileName,
                       double gamma, int left, int top, int width, int height, int mode);
 
+    // Colour-correction output, from the matrices of the last processed
+    // chart; without one, each call fails and LastErrorState gives the text.
+    // Writes the matrix (`matrixIndex` -1: the current one) as the sensor's
+    // colour-correction registers into an INI file.
+    bool SaveMatricesAsRegisters(const char *fileName, int matrixIndex, int asRegisters,
+                                 int withComments);
+    // Writes the white-balance gains as the capture application's AWB section.
+    bool SaveMatricesForStrobixAwb(const char *fileName, int matrixIndex);
+    // Records that the calibration result has been saved.
+    void SetCalibResSavedFlag();
+    bool CalibResSaved() const { return m_calibResSaved; }
+
     tl_camera_t *camera() const { return m_camera; }
 
 private:
@@ -52,4 +63,6 @@ private:
     bool m_initialized = false;
     int m_errorState = 0;
     char m_errorText[256] = {};
+    bool m_calibResSaved = false;
+    void setError(int state, const char *text);
 };
