@@ -2,6 +2,7 @@
 
 #include "platform/tarnlib/tarnlib.h"
 
+#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QMap>
@@ -74,9 +75,13 @@ QList<SensorDataInfo> availableSensors(const QString &folder)
                                             QDir::Files, QDir::Name);
     for (const QString &file : files) {
         tl_sensor_t sensor;
-        if (tl_ReadSensorDataFile(QFile::encodeName(dir.filePath(file)).constData(), &sensor)
-            != TL_OK)
+        const int status = tl_ReadSensorDataFile(QFile::encodeName(dir.filePath(file)).constData(),
+                                                 &sensor);
+        if (status != TL_OK) {
+            qDebug().noquote() << "Sensor data file" << dir.filePath(file)
+                               << "skipped:" << tl_StatusText(status);
             continue;
+        }
         const QString name = QString::fromLatin1(sensor.name);
         if (name.isEmpty())
             continue;
@@ -92,6 +97,7 @@ QList<SensorDataInfo> availableSensors(const QString &folder)
         if (sensorDataFiles(folder, info.name, info.alternateName, revision).isEmpty())
             continue;
         info.revisions << revision;
+        info.partIds.insert(revision, sensor.partId);
     }
     QList<SensorDataInfo> result;
     for (SensorDataInfo &info : byName) {

@@ -4,6 +4,7 @@
 // that the sensor data folder describes.
 
 #include <QList>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 #include <cstdint>
@@ -38,16 +39,17 @@ struct SensorDataInfo
 {
     QString name;
     QString alternateName;
-    std::uint32_t partId = 0;
-    QList<int> revisions;           // ascending, each found by sensorDataFiles
-    std::uint32_t revisionMask = 0; // bit r-1 set for revision r (revisions 1..32)
+    std::uint32_t partId = 0;         // of the first file read
+    QList<int> revisions;             // ascending, each found by sensorDataFiles
+    QMap<int, std::uint32_t> partIds; // part id of each revision's file
+    std::uint32_t revisionMask = 0;   // bit r-1 set for revision r (revisions 1..32)
 };
 
 // Sensors of the folder, sorted by name, from the [Sensor] groups of its
 // *.sdat and *.xsdat files (a file without a name is named by its file name
 // up to "-REV"). Revisions are listed only when the lookup above finds their
 // files, so the list agrees with sensorDataExists. Unreadable or invalid
-// files are skipped. A missing folder gives an empty list.
+// files are skipped with a debug line. A missing folder gives an empty list.
 QList<SensorDataInfo> availableSensors(const QString &folder);
 QList<SensorDataInfo> availableSensors();
 

@@ -1,0 +1,115 @@
+#include "acquisition/camera.h"
+#include "platform/tarnlib/tarnlib.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace {
+
+// Plugs a demo board in (or none) and keeps the per-user files in a
+// temporary folder for the life of the test.
+class CameraTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_savedData = qgetenv("XDG_DATA_HOME");
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.path()));
+    }
+    void TearDown() override
+    {
+        qunsetenv("KESTRO_DEMO_CAMERA");
+        if (m_savedData.isEmpty())
+            qunsetenv("XDG_DATA_HOME");
+        else
+            qputenv("XDG_DATA_HOME", m_savedData);
+    }
+    static void plugIn(const char *board) { qputenv("KESTRO_DEMO_CAMERA", board); }
+
+    QTemporaryDir m_home;
+    QByteArray m_savedData;
+};
+
+} // namespace
+
+TEST_F(CameraTest, OpenIdentifiesTheSensorAndLoadsItsStartUpPreset)
+{
+    CCamera camera;
+    EXPECT_EQ(camera.open(), TL_ERR_NO_CAMERA);
+    EXPECT_FALSE(camera.isOpen());
+    EXPECT_EQ(camera.cameraCount(), 0);
+    EXPECT_EQ(camera.partId(), 0u);
+    EXPECT_TRUE(camera.defaultIniFile().isEmpty());
+    EXPECT_FALSE(camera.sensorSupport());
+
+    plugIn("KSD644-REV2-DEV3");
+    ASSERT_EQ(camera.open(), TL_OK);
+    ASSERT_TRUE(camera.isOpen());
+    EXPECT_EQ(camera.cameraCount(), 1);
+    EXPECT_EQ(camera.partId(), 0x6442u);
+    EXPECT_EQ(camera.sensorName(), "KSD644");
+    EXPECT_EQ(camera.sensorAlternateName(), "KSD644C");
+    EXPECT_EQ(camera.revision(), 2);
+    EXPECT_EQ(camera.defaultIniFile(),
+              QDir(m_home.path()).filePath("Kestro/ini/KSD644-REV2-DEV3.ini"));
+
+    // The start-up preset ran (MODE_SELECT is 0 after reset), the register
+    // names are known and the transport streams.
+    kestro::SensorSupport *support = camera.sensorSupport();
+    ASSERT_TRUE(support && support->isInitialized());
+    unsigned value = 0;
+    ASSERT_EQ(support->readRegister("MODE_SELECT", &value), TL_OK);
+    EXPECT_EQ(value, 1u);
+    EXPECT_EQ(support->registerNames().size(), 16);
+    EXPECT_EQ(support->writeRegister("ANALOG_GAIN", 48), TL_OK);
+    EXPECT_EQ(tl_ReadRegister(camera.handle(), 0x3060, &value), TL_OK);
+    EXPECT_EQ(value, 48u);
+    EXPECT_EQ(support->writeRegister("NO_SUCH", 1), TL_ERR_NO_REGISTER);
+    std::vector<unsigned char> frame(camera.handle()->sensor.bufferSize);
+    EXPECT_EQ(tl_grabFrame(camera.handle(), frame.data(), static_cast<unsigned>(frame.size())),
+              TL_OK);
+
+    // Opening again closes the first camera; a failed open leaves none.
+    plugIn("KSM1024");
+    ASSERT_EQ(camera.open(), TL_OK);
+    EXPECT_EQ(camera.partId(), 0x1024u);
+    plugIn("NOSUCHBOARD");
+    EXPECT_EQ(camera.open(), TL_ERR_NO_CAMERA);
+    EXPECT_FALSE(camera.isOpen());
+    EXPECT_FALSE(camera.handle());
+    camera.close(); // closing twice is harmless
+}
+
+TEST_F(CameraTest, SensorDataSubfolder)
+{
+    QTemporaryDir data;
+    QDir(data.path()).mkdir("extra");
+    QFile f(data.filePath("extra/KSD644-REV1.sdat"));
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write("[Sensor]\nName=QQ1\nAlternateName=QQ1C\nPartId=0x51\nRevision=1\n"
+            "[Frame]\nWidth=16\nHeight=8\nBitsPerPixel=10\n");
+    f.close();
+    const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(data.path()));
+    plugIn("1");
+    CCamera camera;
+    EXPECT_EQ(camera.open(), TL_ERR_NO_CAMERA); // nothing in the folder itself
+    ASSERT_EQ(camera.open("extra"), TL_OK);
+    EXPECT_EQ(camera.sensorName(), "QQ1");
+    EXPECT_EQ(camera.partId(), 0x51u);
+    qputenv("KESTRO_SENSOR_DATA", saved);
+}
+
+TEST(CameraTable, SupportedSensors)
+{
+    EXPECT_EQ(CCamera::supportedIndex(0x6441), 0);
+    EXPECT_EQ(CCamera::supportedIndex(0x1024), 3);
+    EXPECT_EQ(CCamera::supportedIndex(0x8001), -1); // the KSV800 board
+    EXPECT_EQ(CCamera::supportedIndex(0), -1);      // the end record is no sensor
+    // Every shipped sensor but KSV800 is supported.
+    for (const char *name : {"KSD644", "KSD1300", "KSM1024"})
+        EXPECT_TRUE(CCamera::sensorDataExists(name, QString(name) + "C", 0xffffffffu)) << name;
+}
