@@ -1,0 +1,217 @@
+// The chart reports' text: the colour difference report, the joining of
+// fragments, the companion folder names and the measurement CSV.
+
+#include "measure/color/colordiffreport.h"
+#include "measure/color/macbethcolordifference.h"
+#include "measure/color/macbethexport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace kestro;
+
+namespace {
+
+// A model with hand-set results: patch k (1-based) has dE00 = k, the other
+// metrics fixed, patch 3 left uncomputed.
+void fillModel(QStdMacbethChartColorDifference &m)
+{
+    for (int i = 0; i < 24; ++i) {
+        MacbethPatch &p = m.patch(i);
+        p.hasMeasured = true;
+        p.computed = i != 2;
+        p.dE00 = i + 1;
+        p.dC00 = 0.5;
+        p.dH00 = 0.25;
+        p.saturation = 0.125;
+        p.region = QRect(3, 4, 10, 12);
+        p.R = 0.5;
+        p.G = 0.25;
+        p.B = 0.75;
+        p.L = 50;
+        p.a = 1.5;
+        p.b = -2.5;
+        p.chroma = 2;
+        p.rOverG = 0.5;
+        p.bOverG = 4;
+    }
+    ColorDifferenceSummary &s = m.summary();
+    s.dE00Maximum = 24;
+    s.dE00Minimum = 1;
+    s.dE00Percentile95 = 23.3f;
+    s.dE00Average = 12.5f;
+    s.dE00MaximumIndex = 23;
+    s.dC00Maximum = s.dC00Minimum = s.dC00Percentile95 = s.dC00Average = 0.5f;
+    s.dC00MaximumIndex = 5;
+    s.dH00Maximum = s.dH00Minimum = s.dH00Percentile95 = s.dH00Average = 0.25f;
+    s.dH00MaximumIndex = 23;
+    s.saturationMaximum = s.saturationMinimum = s.saturationPercentile95 = 0.125f;
+    s.saturationAverage = 0.125f;
+    s.grayChromaAverage = 2;
+    s.grayROverGAverage = 0.5;
+    s.grayBOverGAverage = 4;
+}
+
+NoisePatchResult noiseRecord(int frames, const char *name, double signal, double overall,
+                             double fpn, double temporal)
+{
+    NoisePatchResult r;
+    r.frames = frames;
+    NoiseChannelResult c;
+    c.name = QLatin1String(name);
+    c.signal = signal;
+    c.overall = overall;
+    c.fpn = fpn;
+    c.columnFpn = 0.5;
+    c.rowFpn = 0.25;
+    c.temporal = temporal;
+    c.rowTemporal = temporal / 12;
+    c.columnTemporal = temporal / 24;
+    r.channels << c;
+    return r;
+}
+
+} // namespace
+
+TEST(MacbethExport, MergeTakesTheBodiesAndLeavesTheDocumentOpen)
+{
+    const QString merged = mergeHtmlStreams(
+            {"<html><head><title>x</title></head><body style=\"a\">\nfirst\n</body></html>",
+             "no body element here", "<BODY>upper case is not a body</BODY>",
+             "<body >second</body >", "< body class=\"c\" >third</body>"},
+            "Macbeth Color Chart Results");
+    EXPECT_EQ(merged,
+              "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
+              "\"http://www.w3.org/TR/REC-html40/strict.dtd\"><html><head><meta name=\"qrichtext\" "
+              "content=\"1\" /><style type=\"text/css\">p, li { white-space: pre-wrap; "
+              "}</style><title>Macbeth Color Chart Results</title></head><body style=\" "
+              "font-family:'MS Shell Dlg 2'; font-size:8.25pt; font-weight:400; "
+              "font-style:normal;\">\nfirst\nsecondthird");
+    EXPECT_TRUE(mergeHtmlStreams({}, "t").endsWith("font-style:normal;\">"));
+}
+
+TEST(MacbethExport, CompanionFolderAndLinks)
+{
+    const ReportLocation a = reportLocation("/data/run 1/a.b.html");
+    EXPECT_EQ(a.base, "a");
+    EXPECT_EQ(a.companionFolder(), QDir::toNativeSeparators("/data/run 1/a_files"));
+    EXPECT_EQ(a.picturePath("_GrayChart.png"),
+              QDir::toNativeSeparators("/data/run 1/a_files/a_GrayChart.png"));
+    EXPECT_EQ(a.pictureLink(".png"), ".\\a_files\\a.png");
+    EXPECT_EQ(regionsPictureFragment(reportLocation("run1.html"), "_macbethRegions.png"),
+              "<body><p align=\"center\"><img src=\".\\run1_files\\run1_macbethRegions.png\"></p> "
+              "<p><center>Selected regions</center></p></body>");
+    EXPECT_EQ(chartPicturesHtml(a, ".png", "One", "_GrayChart.png", "Two"),
+              "<p align=\"center\"><img src=\".\\a_files\\a.png\"></p> <p><center>One</center></p> "
+              "<p></p><br><br><p align=\"center\"><img src=\".\\a_files\\a_GrayChart.png\"></p>"
+              "<p><center>Two</center></p> <p></p><br><br>");
+
+    EXPECT_EQ(csvPathForReport("/x/out.HTML"), "/x/out.csv");
+    EXPECT_EQ(csvPathForReport("/x.html/out.html"), "/x.html/out.csv");
+    EXPECT_EQ(csvPathForReport("/x/out.htm"), "/x/out.htm.csv");
+}
+
+TEST(MacbethExport, ColorDifferenceReportRows)
+{
+    QStdMacbethChartColorDifference m;
+    fillModel(m);
+    const QString report = colorDifferenceReport(m, "chart.png");
+    EXPECT_TRUE(report.startsWith("<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\""));
+    EXPECT_TRUE(report.contains("<center><H1>Color Difference Results</H1></center><p>Image: <a "
+                                "href=\"chart.png\"> chart.png</a></p>"));
+    EXPECT_TRUE(report.contains("<tr><th>Delta E00</th><td>24</td><td>1</td><td>23.3</td><td>12.5</"
+                                "td></tr>\n<tr><th>Delta C00</th>"));
+    EXPECT_TRUE(report.contains("<tr><th rowspan=\"2\" align=\"center\">&nbsp;&nbsp;&nbsp;Patch "
+                                "ID&nbsp;&nbsp;&nbsp;</th><th rowspan=\"2\" "
+                                "align=\"center\">&nbsp;&nbsp;DeltaE00&nbsp;&nbsp;</th>"));
+    EXPECT_TRUE(report.contains("<th colspan=\"3\" align=\"center\">&nbsp;&nbsp;Target "
+                                "value(L*a*b*)&nbsp;&nbsp;</th></tr>\n<tr><th "
+                                "align=\"center\">&nbsp;&nbsp;Red&nbsp;&nbsp;</th>"));
+    // Patch 24 holds the dE00 and dH00 maxima, patch 6 the dC00 maximum;
+    // saturation is never marked.
+    EXPECT_TRUE(report.contains(
+            "<tr><td align=\"center\">24</td><td align=\"right\"><font color=\"red\">24</font></td>"
+            "<td align=\"right\">0.5</td><td align=\"right\"><font "
+            "color=\"red\">0.25</font></td><td align=\"right\">0.125</td><td "
+            "align=\"right\">120</td><td align=\"right\">0.5</td>"));
+    EXPECT_TRUE(report.contains("<tr><td align=\"center\">6</td><td align=\"right\">6</td><td "
+                                "align=\"right\"><font color=\"red\">0.5</font></td>"));
+    EXPECT_EQ(report.count("<font color=\"red\">"), 3);
+    EXPECT_FALSE(report.contains("<tr><td align=\"center\">3</td>")); // not computed
+    EXPECT_TRUE(report.contains("<td align=\"right\">37.54</td><td align=\"right\">12.02</td><td "
+                                "align=\"right\">13.33</td></tr><tr><td align=\"center\">2</td>"));
+    EXPECT_TRUE(report.contains("</table>\n</p>\n<p>note: text in red presents the patch with "
+                                "maximum color difference metric.</p>\n<center><H1>White "
+                                "Balance</H1></center>"));
+    EXPECT_TRUE(report.endsWith("</body></html>"));
+}
+
+TEST(MacbethExport, MeasurementCsvLayoutByteForByte)
+{
+    QStdMacbethChartColorDifference m;
+    fillModel(m);
+    const QVector<NoisePatchResult> noise = {noiseRecord(2, "R", 100, 2, 1, 1.5),
+                                             noiseRecord(1, "G", 30, 0, 3, 0)};
+    MeasurementCsvData data;
+    data.frameFiles = QStringList{"a.png", "dir/b.png"};
+    data.noise = &noise;
+    data.colorDifference = &m;
+    data.imageFileName = "chart.png";
+
+    const QString noiseSection
+            = "The file list:\n1, a.png\n2, dir/b.png\n\n\nPatch , Channel , Signal, SNR , "
+              "Overall, FPN, Column FPN, Row FPN, Temporal, Row Temporal, Column temporal\n"
+              // Two frames: SNR = 100 / overall; one frame: 30 / FPN, FPN as Overall.
+              "1, R, 100, 50, 2, 1, 0.5, 0.25, 1.5, 0.125, 0.0625, \n"
+              "2, G, 30, 10, 3, 3, 0.5, 0.25, 0, 0, 0, \n";
+    QString patchLines;
+    for (int k = 1; k <= 24; ++k) {
+        if (k == 3)
+            continue;
+        double L, a, b;
+        QStdMacbethChartColorDifference::referenceLab(k - 1, L, a, b);
+        patchLines += QString("%1,%1,0.5,0.25,0.125,120,0.5,0.25,0.75,50,1.5,-2.5,%2,%3,%4\n")
+                              .arg(k)
+                              .arg(L)
+                              .arg(a)
+                              .arg(b);
+    }
+    const QString colorSection
+            = "Image Name , chart.png\n\n\nColor Difference Summary \n\nDifference Metric, "
+              "Maximum, Minimum, 95%, Average \n"
+              "DeltaE00 , 24,1, 23.3 , 12.5 \n DeltaC00 , 0.5,0.5, 0.5 , 0.5 \n "
+              "DeltaH00 , 0.25,0.25, 0.25 , 0.25 \n Saturation , 0.125,0.125, 0.125 , 0.125 \n "
+              "\n\n\n-------------------\nColor Difference Report\n-------------------\n"
+              "Patch ID, DeltaE00, DeltaC00, DeltaH00, Saturation, Pixel Count, R, G, B, L*, a* , "
+              "b*, target L*, target a*, target b*\n"
+              + patchLines
+              + "\n\n\n---------------\nWhite Balance\n---------------\nPatch ID , Chroma, R/G, "
+                "G/R, B/G, G/B\n19,2,0.5,2,4,0.25\n20,2,0.5,2,4,0.25\n21,2,0.5,2,4,0.25\n"
+                "22,2,0.5,2,4,0.25\n23,2,0.5,2,4,0.25\n24,2,0.5,2,4,0.25\n"
+                "\n---------------\nWhite Balance Summary\n---------------\nAverage Chroma , 2\n"
+                "Average R/G ,    0.5\nAverage G/R ,    2\nAverage B/G ,    4\nAverage G/B ,    "
+                "0.25\n";
+    EXPECT_EQ(measurementCsv(data, true, true), noiseSection + colorSection);
+    EXPECT_EQ(measurementCsv(data, false, true), noiseSection);
+    EXPECT_EQ(measurementCsv(data, true, false), colorSection);
+}
+
+TEST(MacbethExport, SaveTextFileKeepsTheOldFileOnFailure)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("r.csv");
+    ASSERT_TRUE(saveTextFile(path, "first"));
+    QString error;
+    ASSERT_TRUE(saveTextFile(path, QString::fromUtf8("zweite Fassung \u00e9"), &error));
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    EXPECT_EQ(f.readAll(), QByteArray("zweite Fassung \xc3\xa9"));
+
+    // A folder that does not exist: an error, nothing created.
+    EXPECT_FALSE(saveTextFile(dir.filePath("missing/r.csv"), "x", &error));
+    EXPECT_FALSE(error.isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("missing")));
+}
