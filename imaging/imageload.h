@@ -69,6 +69,9 @@ ImageLoadResult readImageFile(const QString &path);
 QString imageLoadErrorText(ImageLoadError error, const QString &path, const QString &detail = {},
                            const QSize &declaredSize = {});
 QString imageLoadErrorText(const ImageLoadResult &result, const QString &path);
+// The part after the colon alone ("no such file", ...), for callers that put
+// the file name into a sentence of their own.
+QString imageLoadReason(const ImageLoadResult &result);
 
 // readImageFile() for callers that only need the picture and the sentence.
 QImage loadImage(const QString &path, QString *error = nullptr);

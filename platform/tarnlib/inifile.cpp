@@ -1,9 +1,53 @@
 #include "platform/tarnlib/inifile.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QList>
 
+#include <cerrno>
+
+#ifdef Q_OS_UNIX
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 namespace tarn {
+
+int openRegularFile(QFile &file, const QString &path)
+{
+    if (path.isEmpty())
+        return ENOENT;
+#ifdef Q_OS_UNIX
+    // Non-blocking open, then the type of what was opened: checking the name
+    // first would leave a window for a rename, and a blocking open of a named
+    // pipe waits for a writer.
+    const int fd = ::open(QFile::encodeName(path).constData(),
+                          O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return errno;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        return kNotRegularFile;
+    }
+    // A regular file never blocks; reads then behave as usual.
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    if (!file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        ::close(fd);
+        return EIO;
+    }
+    return 0;
+#else
+    const QFileInfo info(path);
+    if (!info.exists())
+        return ENOENT;
+    if (!info.isFile())
+        return kNotRegularFile;
+    file.setFileName(path);
+    return file.open(QIODevice::ReadOnly) ? 0 : EACCES;
+#endif
+}
 
 static QString joinKey(const QString &group, const QString &key)
 {
@@ -14,7 +58,8 @@ IniFile IniFile::parse(const QByteArray &text)
 {
     IniFile ini;
     QString group = QStringLiteral("General");
-    const QList<QByteArray> lines = text.split('\n');
+    const bool bom = text.startsWith("\xEF\xBB\xBF");
+    const QList<QByteArray> lines = (bom ? text.mid(3) : text).split('\n');
     for (QByteArray line : lines) {
         line = line.trimmed();
         if (line.isEmpty() || line.startsWith(';') || line.startsWith('#'))
@@ -48,9 +93,9 @@ IniFile IniFile::parse(const QByteArray &text)
 
 IniFile IniFile::read(const QString &path, bool *ok, qint64 maxBytes)
 {
-    QFile file(path);
+    QFile file;
     *ok = false;
-    if (!file.open(QIODevice::ReadOnly))
+    if (openRegularFile(file, path) != 0)
         return IniFile();
     const qint64 size = file.size();
     if (size > maxBytes)

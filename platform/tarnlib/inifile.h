@@ -4,6 +4,7 @@
 // case-sensitive as they are written.
 
 #include <QByteArray>
+#include <QFile>
 #include <QHash>
 #include <QList>
 #include <QPair>
@@ -12,14 +13,22 @@
 
 namespace tarn {
 
+// Opens a regular file for reading without ever blocking on a named pipe
+// or device. Returns 0 on success; otherwise the file stays closed and the
+// result is kNotRegularFile or the system's error number (ENOENT, EACCES...).
+constexpr int kNotRegularFile = -1;
+int openRegularFile(QFile &file, const QString &path);
+
 class IniFile
 {
 public:
     // Parses INI text: "[Group]" lines, "Key=Value" lines, ';' or '#'
-    // comments. Keys outside any group belong to the group "General".
+    // comments. Keys outside any group belong to the group "General". A
+    // UTF-8 byte-order mark at the start is skipped.
     static IniFile parse(const QByteArray &text);
-    // Reads a file of at most maxBytes; ok is false when it cannot be read
-    // or is larger.
+    // Reads a regular file of at most maxBytes; ok is false when it is
+    // missing, not a regular file (a named pipe is never waited on), cannot
+    // be read or is larger.
     static IniFile read(const QString &path, bool *ok, qint64 maxBytes = 1 << 20);
 
     bool contains(const QString &group, const QString &key) const;

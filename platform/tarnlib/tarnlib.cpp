@@ -15,6 +15,7 @@
 #include <cstring>
 #include <limits>
 #include <map>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -34,6 +35,20 @@ int sampleBytes(int bits)
     return bits <= 8 ? 1 : 2;
 }
 
+namespace {
+thread_local QString t_lastErrorDetail;
+}
+
+QString lastErrorDetail()
+{
+    return t_lastErrorDetail;
+}
+
+void setLastErrorDetail(const QString &text)
+{
+    t_lastErrorDetail = text;
+}
+
 // Reads the [Frame] group into the sensor record and checks every value.
 // Width, Height and BitsPerPixel are required; ImageType (default 1, Bayer),
 // BayerOrder (default 0) and BlackLevel (default 0) are optional, but when
@@ -41,28 +56,36 @@ int sampleBytes(int bits)
 int readFrameGroup(const tarn::IniFile &ini, tl_sensor_t *s)
 {
     const QString g = QStringLiteral("Frame");
+    // Refuses one value, naming it as the file has it.
+    auto refuse = [&](const char *key, const char *rule) {
+        const QString k = QLatin1String(key);
+        setLastErrorDetail(ini.contains(g, k) ? k + QLatin1Char('=') + ini.value(g, k)
+                                                        + QStringLiteral(": ") + QLatin1String(rule)
+                                              : k + QStringLiteral(" is missing"));
+        return TL_ERR_BAD_DESCRIPTION;
+    };
     bool ok = false;
     const long long width = ini.integer(g, QStringLiteral("Width"), &ok);
     if (!ok || width < 1 || width > (1 << 20))
-        return TL_ERR_BAD_DESCRIPTION;
+        return refuse("Width", "the width must be 1 to 1048576 pixels");
     const long long height = ini.integer(g, QStringLiteral("Height"), &ok);
     if (!ok || height < 1 || height > (1 << 20))
-        return TL_ERR_BAD_DESCRIPTION;
+        return refuse("Height", "the height must be 1 to 1048576 pixels");
     const long long bits = ini.integer(g, QStringLiteral("BitsPerPixel"), &ok);
     if (!ok || bits < 1 || bits > 16)
-        return TL_ERR_BAD_DESCRIPTION;
+        return refuse("BitsPerPixel", "the bits per pixel must be 1 to 16");
     long long type = TL_IMAGE_BAYER;
     if (ini.contains(g, QStringLiteral("ImageType"))) {
         type = ini.integer(g, QStringLiteral("ImageType"), &ok);
         if (!ok || type < 0 || type > TL_IMAGE_RGB_PLANAR)
-            return TL_ERR_BAD_DESCRIPTION;
+            return refuse("ImageType", "unknown image type (0 to 11)");
     }
     long long order = 0;
     if (ini.contains(g, QStringLiteral("BayerOrder"))) {
         order = ini.integer(g, QStringLiteral("BayerOrder"), &ok);
         // Codes outside 0..3 are kept; the demosaic treats them as 0.
         if (!ok || order < 0 || order > 255)
-            return TL_ERR_BAD_DESCRIPTION;
+            return refuse("BayerOrder", "unknown colour order (0 to 255)");
     }
     long long black = 0;
     const long long maxValue = (1LL << bits) - 1;
@@ -70,11 +93,15 @@ int readFrameGroup(const tarn::IniFile &ini, tl_sensor_t *s)
         black = ini.integer(g, QStringLiteral("BlackLevel"), &ok);
         // The black level must leave a usable range below full scale.
         if (!ok || black < 0 || black >= maxValue)
-            return TL_ERR_BAD_DESCRIPTION;
+            return refuse("BlackLevel", "the black level must be at least 0 and below full scale");
     }
     const long long buffer = width * height * 2;
-    if (buffer > kMaxBufferBytes)
+    if (buffer > kMaxBufferBytes) {
+        setLastErrorDetail(QStringLiteral("a frame of ") + QString::number(width)
+                           + QStringLiteral(" x ") + QString::number(height)
+                           + QStringLiteral(" pixels is too large"));
         return TL_ERR_BAD_DESCRIPTION;
+    }
     s->width = static_cast<int>(width);
     s->height = static_cast<int>(height);
     s->bitsPerPixel = static_cast<int>(bits);
@@ -190,24 +217,35 @@ int tl_OpenCameras2(tl_camera_t ***list, int *count, const char *source, int max
     *count = 0;
     if (!source || maxCameras < 1 || flags != 0)
         return TL_ERR_ARGUMENT;
+    setLastErrorDetail(QString());
     const QString path = QFile::decodeName(source);
-    const QFileInfo info(path);
-    if (!info.isFile() || !info.isReadable())
+    // Opened once, here, as a regular file only: a named pipe or device
+    // would block or never end.
+    std::unique_ptr<RawSource> raw(new (std::nothrow) RawSource);
+    if (!raw)
+        return TL_ERR_NO_MEMORY;
+    if (openRegularFile(raw->file, path) != 0)
         return TL_ERR_NO_FILE;
-    const long long fileBytes = info.size();
+    const long long fileBytes = raw->file.size();
 
     tl_sensor_t sensor;
     std::memset(&sensor, 0, sizeof sensor);
     const QString sidecar = sidecarPath(path);
-    if (QFileInfo(sidecar).isFile()) {
+    if (QFileInfo::exists(sidecar)) {
         bool ok = false;
         const tarn::IniFile ini = tarn::IniFile::read(sidecar, &ok);
-        if (!ok)
+        if (!ok) {
+            setLastErrorDetail(QStringLiteral("the sidecar file ") + sidecar
+                               + QStringLiteral(" cannot be read"));
             return TL_ERR_BAD_DESCRIPTION;
+        }
         const int status = readFrameGroup(ini, &sensor);
-        if (status != TL_OK)
+        if (status != TL_OK) {
+            setLastErrorDetail(lastErrorDetail() + QStringLiteral(" (in ") + sidecar
+                               + QLatin1Char(')'));
             return status;
-        copyName(sensor.name, info.completeBaseName());
+        }
+        copyName(sensor.name, QFileInfo(path).completeBaseName());
     } else {
         bool found = false;
         const QString folder = QFile::decodeName(tl_SensorData());
@@ -221,25 +259,34 @@ int tl_OpenCameras2(tl_camera_t ***list, int *count, const char *source, int max
                 break;
             }
         }
-        if (!found)
+        if (!found) {
+            setLastErrorDetail(QStringLiteral("no sidecar file ") + sidecar
+                               + QStringLiteral(" and no sensor data file describes a frame of ")
+                               + QString::number(fileBytes) + QStringLiteral(" bytes"));
             return TL_ERR_NO_DESCRIPTION;
+        }
     }
-    if (fileBytesOf(sensor) != fileBytes)
+    if (fileBytesOf(sensor) != fileBytes) {
+        setLastErrorDetail(QStringLiteral("the file holds ") + QString::number(fileBytes)
+                           + QStringLiteral(" bytes; a ") + QString::number(sensor.width)
+                           + QStringLiteral(" x ") + QString::number(sensor.height)
+                           + QStringLiteral(" frame of ") + QString::number(sensor.bitsPerPixel)
+                           + QStringLiteral(" bits per pixel needs ")
+                           + QString::number(fileBytesOf(sensor)));
         return TL_ERR_SIZE_MISMATCH;
+    }
 
     auto *camera = new (std::nothrow) tl_camera_t;
-    auto *raw = new (std::nothrow) RawSource;
     auto **cameras = new (std::nothrow) tl_camera_t *[1];
-    if (!camera || !raw || !cameras) {
+    if (!camera || !cameras) {
         delete camera;
-        delete raw;
         delete[] cameras;
         return TL_ERR_NO_MEMORY;
     }
     raw->path = path;
     raw->fileBytes = fileBytes;
     camera->sensor = sensor;
-    camera->priv = raw;
+    camera->priv = raw.release();
     cameras[0] = camera;
     *list = cameras;
     *count = 1;
@@ -270,13 +317,12 @@ int tl_grabFrame(tl_camera_t *camera, void *buffer, unsigned int bufferSize)
     if (state->kind == CameraState::Demo)
         return grabDemoFrame(camera, static_cast<DemoCamera *>(state),
                              static_cast<unsigned char *>(buffer));
-    const auto *raw = static_cast<const RawSource *>(state);
-    QFile file(raw->path);
-    if (!file.open(QIODevice::ReadOnly))
-        return TL_ERR_NO_FILE;
+    auto *raw = static_cast<RawSource *>(state);
+    QFile &file = raw->file;
     // The file may have changed since it was opened: read no more than the
-    // described frame and refuse a short read.
-    if (file.size() != raw->fileBytes)
+    // described frame and refuse a short read. Every grab reads from the
+    // start.
+    if (!file.isOpen() || file.size() != raw->fileBytes || !file.seek(0))
         return TL_ERR_IO;
     const long long pixels = static_cast<long long>(s.width) * s.height;
     auto *out = static_cast<unsigned char *>(buffer);

@@ -5,6 +5,7 @@
 #include "platform/tarnlib/inifile.h"
 #include "platform/tarnlib/tarnlib.h"
 
+#include <QFile>
 #include <QString>
 #include <QStringList>
 
@@ -34,6 +35,7 @@ struct RawSource : CameraState
         : CameraState(RawFile)
     { }
     QString path;
+    QFile file;              // opened once, when the camera is opened
     long long fileBytes = 0; // expected size of the file
 };
 
@@ -54,9 +56,15 @@ struct DemoCamera : CameraState
 // Register of the demo camera: analogue gain in 1/16 steps (16 = 1x).
 constexpr unsigned int kDemoGainRegister = 0x3060;
 
+// Why the last call on this thread failed, in more words than its status
+// code ("BitsPerPixel=20 in /x/a.ini: ..."); empty after a success.
+QString lastErrorDetail();
+void setLastErrorDetail(const QString &text);
+
 void copyName(char (&dst)[TL_NAME_SIZE], const QString &text);
 int sampleBytes(int bits);
-// Reads the [Frame] group into the sensor record and checks every value.
+// Reads the [Frame] group into the sensor record and checks every value;
+// a refusal names the value in lastErrorDetail().
 int readFrameGroup(const IniFile &ini, tl_sensor_t *s);
 int readSensorFile(const QString &path, tl_sensor_t *s);
 long long fileBytesOf(const tl_sensor_t &s);

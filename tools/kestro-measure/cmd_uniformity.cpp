@@ -6,10 +6,10 @@
 #include "command.h"
 #include "json.h"
 
+#include "imaging/imageload.h"
 #include "measure/uniformity/cpiq.h"
 #include "measure/uniformity/uniformity.h"
 
-#include <QImageReader>
 #include <QRegularExpression>
 
 namespace {
@@ -122,11 +122,14 @@ int runUniformity(const QStringList &args)
                          && zoneCols <= kCpiqMaxZones;
                 }
             }
-            if (!ok)
-                return measure::fail(
-                        QStringLiteral("invalid value for %1: %2 (zones: ROWSxCOLS, 1 to %3 each)")
-                                .arg(arg, value)
-                                .arg(kCpiqMaxZones));
+            if (!ok) {
+                QString text = QStringLiteral("invalid value for ") + arg + QStringLiteral(": ")
+                               + value;
+                if (arg == QLatin1String("--zones"))
+                    text += QStringLiteral(" (ROWSxCOLS, 1 to ") + QString::number(kCpiqMaxZones)
+                            + QStringLiteral(" each)");
+                return measure::fail(text);
+            }
         } else if (arg.startsWith(QLatin1String("--")) || !path.isEmpty()) {
             return measure::usageError(name);
         } else {
@@ -136,10 +139,10 @@ int runUniformity(const QStringList &args)
     if (path.isEmpty())
         return measure::usageError(name);
 
-    QImageReader reader(path);
-    const QImage picture = reader.read();
+    QString loadError;
+    const QImage picture = loadImage(path, &loadError);
     if (picture.isNull())
-        return measure::fail(uniformityLoadFailureText(path));
+        return measure::fail(loadError);
     if (!UniformityImage::isSupportedFormat(picture.format()))
         return refuse(picture.width(), picture.height(), subsample,
                       uniformityInvalidFormatText(path));

@@ -5,6 +5,8 @@
 
 #include <QCoreApplication>
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -40,11 +42,31 @@ int usageError(const char *name)
     return 1;
 }
 
+// The reason of the first failed write to stdout (0 while all went well).
+static int g_outputErrno = 0;
+
 void printJson(const std::string &json)
 {
-    std::fwrite(json.data(), 1, json.size(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
+    errno = 0;
+    if ((std::fwrite(json.data(), 1, json.size(), stdout) != json.size()
+         || std::fputc('\n', stdout) == EOF || std::fflush(stdout) != 0)
+        && g_outputErrno == 0)
+        g_outputErrno = errno ? errno : EIO;
+}
+
+// The JSON is only useful whole: when stdout could not take all of it (full
+// disk, closed pipe), the run fails with a message instead of ending 0 with
+// a cut-off document.
+static int finishOutput(int status)
+{
+    errno = 0;
+    if (std::fflush(stdout) != 0 && g_outputErrno == 0)
+        g_outputErrno = errno ? errno : EIO;
+    if (g_outputErrno == 0 && !std::ferror(stdout))
+        return status;
+    std::fprintf(stderr, "kestro-measure: cannot write the output: %s\n",
+                 std::strerror(g_outputErrno ? g_outputErrno : EIO));
+    return 1;
 }
 
 static void printUsage(FILE *out)
@@ -62,6 +84,11 @@ static void printUsage(FILE *out)
 int main(int argc, char **argv)
 {
     using namespace kestro::measure;
+#ifdef SIGPIPE
+    // A closed pipe shows as a write error that finishOutput reports, not as
+    // a silent death by signal.
+    std::signal(SIGPIPE, SIG_IGN);
+#endif
     QCoreApplication app(argc, argv);
     QStringList args = app.arguments();
     args.removeFirst();
@@ -73,7 +100,7 @@ int main(int argc, char **argv)
     const QString name = args.takeFirst();
     for (const Command &c : commands()) {
         if (name == QLatin1String(c.name))
-            return c.run(args);
+            return finishOutput(c.run(args));
     }
     std::fprintf(stderr, "kestro-measure: unknown command '%s'\n", name.toLocal8Bit().constData());
     printUsage(stderr);
