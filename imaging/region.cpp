@@ -8,7 +8,22 @@ namespace kestro {
 
 QRect alignedRect(const QRectF &rect)
 {
-    return rect.toAlignedRect();
+    // Edges are rounded in double and kept inside a range where the integer
+    // rectangle (and right = left + width - 1) cannot overflow; a region that
+    // large is refused by the validity rule anyway. Non-finite edges read 0.
+    constexpr double kLimit = 1 << 30;
+    auto edge = [](double v, bool up) {
+        if (!std::isfinite(v))
+            return 0.0;
+        v = up ? std::ceil(v) : std::floor(v);
+        return v < -kLimit ? -kLimit : (v > kLimit ? kLimit : v);
+    };
+    const double left = edge(rect.x(), false);
+    const double top = edge(rect.y(), false);
+    const double right = edge(rect.x() + rect.width(), true);
+    const double bottom = edge(rect.y() + rect.height(), true);
+    return QRect(static_cast<int>(left), static_cast<int>(top), static_cast<int>(right - left),
+                 static_cast<int>(bottom - top));
 }
 
 bool isRegionValid(const QImage &image, const QRect &rect)
@@ -16,8 +31,10 @@ bool isRegionValid(const QImage &image, const QRect &rect)
     if (rect.isNull() || image.isNull())
         return false;
     const QRect bounds = image.rect();
-    const QPoint bottomRight(rect.left() + rect.width() - 1, rect.top() + rect.height() - 1);
-    return bounds.contains(rect.topLeft()) && bounds.contains(bottomRight);
+    const qint64 right = qint64(rect.left()) + rect.width() - 1;
+    const qint64 bottom = qint64(rect.top()) + rect.height() - 1;
+    return bounds.contains(rect.topLeft()) && right >= bounds.left() && right <= bounds.right()
+           && bottom >= bounds.top() && bottom <= bounds.bottom();
 }
 
 QColor regionMeanColor(const QImage &image, const QRect &rect)
@@ -77,11 +94,13 @@ QColor regionOverlayColor(const QImage &picture, const QRectF &rect)
 
 QString invalidRegionText(const QRect &rect)
 {
-    return QStringLiteral("Invalid region:((%1, %2), (%3, %4))")
-            .arg(rect.left())
-            .arg(rect.top())
-            .arg(rect.left() + rect.width() - 1)
-            .arg(rect.top() + rect.height() - 1);
+    // The inclusive corner in 64 bits: left + width - 1 overflows int for
+    // extreme rectangles.
+    const qint64 right = qint64(rect.left()) + rect.width() - 1;
+    const qint64 bottom = qint64(rect.top()) + rect.height() - 1;
+    return QStringLiteral("Invalid region:((") + QString::number(rect.left()) + QStringLiteral(", ")
+           + QString::number(rect.top()) + QStringLiteral("), (") + QString::number(right)
+           + QStringLiteral(", ") + QString::number(bottom) + QStringLiteral("))");
 }
 
 } // namespace kestro

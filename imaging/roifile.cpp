@@ -34,7 +34,7 @@ double clampCoordinate(double v)
 {
     if (!std::isfinite(v))
         return 0.0;
-    constexpr double kLimit = 1.0e9;
+    constexpr double kLimit = kMaxRoiCoordinate;
     return v < -kLimit ? -kLimit : (v > kLimit ? kLimit : v);
 }
 
@@ -52,22 +52,31 @@ QRect roiStoredRect(const QRectF &rect)
 RoiReadResult readRoiFile(const QString &path)
 {
     RoiReadResult result;
+    // Texts are concatenated, never chained with arg(): a file name may
+    // itself contain "%1".
     const QFileInfo info(path);
     if (path.isEmpty() || !info.exists()) {
-        result.error = QStringLiteral("Cannot load file %1.").arg(path);
+        result.error = QStringLiteral("Cannot load file ") + path + QStringLiteral(".");
         return result;
     }
+    // Only regular files: the settings reader would wait forever on a named
+    // pipe and read a device without end.
     if (!info.isFile() || !info.isReadable()) {
-        result.error = QStringLiteral("Cannot read file %1.").arg(path);
+        result.error = QStringLiteral("Cannot read file ") + path + QStringLiteral(".");
+        return result;
+    }
+    if (info.size() > kMaxRoiFileBytes) {
+        result.error = path + QStringLiteral(" is too large for a region file (")
+                       + QString::number(info.size()) + QStringLiteral(" bytes).");
         return result;
     }
     QSettings settings(path, QSettings::IniFormat);
     if (settings.status() == QSettings::AccessError) {
-        result.error = QStringLiteral("Cannot read file %1.").arg(path);
+        result.error = QStringLiteral("Cannot read file ") + path + QStringLiteral(".");
         return result;
     }
     if (settings.status() == QSettings::FormatError) {
-        result.error = QStringLiteral("%1 is not a settings file in INI form.").arg(path);
+        result.error = path + QStringLiteral(" is not a settings file in INI form.");
         return result;
     }
     // beginReadArray reads "size" with toInt(); a value beyond int range
@@ -79,20 +88,31 @@ RoiReadResult readRoiFile(const QString &path)
     }
     if (size > kMaxRoiEntries) {
         settings.endArray();
-        result.error = QStringLiteral("%1 announces %2 regions; at most %3 are accepted.")
-                               .arg(path)
-                               .arg(size)
-                               .arg(kMaxRoiEntries);
+        result.error = path + QStringLiteral(" announces ") + QString::number(size)
+                       + QStringLiteral(" regions; at most ") + QString::number(kMaxRoiEntries)
+                       + QStringLiteral(" are accepted.");
         return result;
     }
     result.rects.reserve(size);
     for (int i = 0; i < size; ++i) {
         settings.setArrayIndex(i);
-        const double height = readNumber(settings, QStringLiteral("height"));
-        const double width = readNumber(settings, QStringLiteral("width"));
-        const double top = readNumber(settings, QStringLiteral("top"));
-        const double left = readNumber(settings, QStringLiteral("left"));
-        result.rects.append(QRectF(left, top, width, height));
+        double values[4]; // height, width, top, left: the order they are read in
+        const char *const keys[4] = {"height", "width", "top", "left"};
+        for (int k = 0; k < 4; ++k) {
+            values[k] = readNumber(settings, QLatin1String(keys[k]));
+            if (std::abs(values[k]) > kMaxRoiCoordinate) {
+                settings.endArray();
+                result.rects.clear();
+                result.error = path + QStringLiteral(": region ") + QString::number(i + 1)
+                               + QStringLiteral(" has ") + QLatin1String(keys[k])
+                               + QStringLiteral(" = ") + QString::number(values[k], 'g', 17)
+                               + QStringLiteral("; values beyond ")
+                               + QString::number(kMaxRoiCoordinate, 'f', 0)
+                               + QStringLiteral(" pixels are refused.");
+                return result;
+            }
+        }
+        result.rects.append(QRectF(values[3], values[2], values[1], values[0]));
     }
     settings.endArray();
     result.ok = true;
@@ -110,14 +130,15 @@ bool writeRoiFile(const QString &path, const QVector<QRectF> &rects, QString *er
         return fail(QStringLiteral("No file name given."));
     const QFileInfo info(path);
     if (info.exists() && !info.isFile())
-        return fail(QStringLiteral("Cannot write %1: it is not a file.").arg(path));
+        return fail(QStringLiteral("Cannot write ") + path + QStringLiteral(": it is not a file."));
     // The settings class would create missing folders; a region file goes
     // only into a folder that exists.
     if (!info.absoluteDir().exists())
-        return fail(QStringLiteral("Cannot write %1: the folder does not exist.").arg(path));
+        return fail(QStringLiteral("Cannot write ") + path
+                    + QStringLiteral(": the folder does not exist."));
     QSettings settings(path, QSettings::IniFormat);
     if (!settings.isWritable())
-        return fail(QStringLiteral("Cannot write %1.").arg(path));
+        return fail(QStringLiteral("Cannot write ") + path + QStringLiteral("."));
     // The size is given up front so that an empty set also overwrites the
     // count of an earlier, longer array.
     settings.beginWriteArray(kArrayName, rects.size());
@@ -134,7 +155,7 @@ bool writeRoiFile(const QString &path, const QVector<QRectF> &rects, QString *er
     // a failed write leaves the previous file untouched.
     settings.sync();
     if (settings.status() != QSettings::NoError)
-        return fail(QStringLiteral("Cannot write %1.").arg(path));
+        return fail(QStringLiteral("Cannot write ") + path + QStringLiteral("."));
     return true;
 }
 

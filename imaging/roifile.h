@@ -22,6 +22,12 @@ namespace kestro {
 // regions; a bigger "size" is taken as a damaged file rather than a request
 // for millions of regions.
 constexpr int kMaxRoiEntries = 100000;
+// Largest coordinate or size accepted from a file, in pixels (either sign):
+// far beyond any sensor, and small enough that every computation on a
+// region stays exact and inside 32-bit integers after rounding.
+constexpr double kMaxRoiCoordinate = 1.0e9;
+// Largest ROI file read (a file of kMaxRoiEntries regions takes a few MB).
+constexpr qint64 kMaxRoiFileBytes = 32 * 1024 * 1024;
 
 struct RoiReadResult
 {
@@ -35,10 +41,11 @@ struct RoiReadResult
 
 // Reads the "patches" array of an ROI file. Each value is taken as a real
 // number; a missing value, one that does not convert or one that is not
-// finite gives 0. No range or size check is made: empty and off-image
-// rectangles are returned as they stand. A file that cannot be opened, or
-// whose "size" is below 1 or above kMaxRoiEntries, gives ok = false and no
-// rectangles.
+// finite gives 0. Empty and off-image rectangles are returned as they stand.
+// A file that is not a regular file, cannot be opened, is larger than
+// kMaxRoiFileBytes, announces a "size" below 1 or above kMaxRoiEntries, or
+// holds a value beyond kMaxRoiCoordinate gives ok = false and no rectangles
+// (with the reason in `error`, except for an empty array).
 RoiReadResult readRoiFile(const QString &path);
 
 // Writes the rectangles, rounded outwards to whole pixels, as the "patches"

@@ -17,6 +17,14 @@ TEST(Region, AlignedRoundingAndValidity)
     EXPECT_FALSE(isRegionValid(QImage(), QRect(0, 0, 2, 2)));
     EXPECT_FALSE(isRegionValid(img, QRect(-1, 0, 2, 2)));
     EXPECT_EQ(invalidRegionText(QRect(30, 20, 11, 10)), "Invalid region:((30, 20), (40, 29))");
+
+    // Extreme rectangles neither overflow nor wrap in texts.
+    const QRect huge = alignedRect(QRectF(1e300, -1e300, 1e300, qInf()));
+    EXPECT_EQ(huge, QRect(1 << 30, -(1 << 30), 0, 1 << 30));
+    EXPECT_EQ(alignedRect(QRectF(5.5, 5, -3, -2)), QRect(5, 5, -2, -2));
+    EXPECT_FALSE(isRegionValid(img, QRect(2147483000, 0, 2000, 1)));
+    EXPECT_EQ(invalidRegionText(QRect(2147483000, 5, 2000, 1)),
+              "Invalid region:((2147483000, 5), (2147484999, 5))");
 }
 
 TEST(Region, MeanAndOutlineColour)

@@ -7,6 +7,7 @@
 #include <QFileDevice>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 using namespace kestro;
 
@@ -92,6 +93,7 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashing)
             {"overflow", "[patches]\nsize=99999999999999999999\n", false},
             {"huge", "[patches]\nsize=2147483647\n", true},
             {"binary", QByteArray("\x00\xff\xfe[\x01\x02=\n\x89PNG\r\n\x1a\n", 16), false},
+            {"absurd", "[patches]\nsize=2\n1\\left=1\n2\\height=1e300\n", true},
     };
     for (const Case &c : cases) {
         const RoiReadResult read = readRoiFile(kestro::test::writeFile(dir, c.name, c.text));
@@ -103,6 +105,8 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashing)
     EXPECT_FALSE(missing.ok);
     EXPECT_FALSE(missing.error.isEmpty());
     EXPECT_FALSE(readRoiFile(dir.path()).ok); // a folder
+    ASSERT_EQ(::mkfifo(QFile::encodeName(dir.filePath("pipe.roi")).constData(), 0600), 0);
+    EXPECT_FALSE(readRoiFile(dir.filePath("pipe.roi")).ok); // never waits for a writer
 }
 
 TEST(RoiFile, RewritingKeepsOtherEntriesAndUpdatesTheCount)
@@ -162,12 +166,23 @@ TEST(RoiFile, UnwritablePlacesFailAndLeaveNothingBehind)
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
-TEST(RoiFile, NonLatinPathsRoundTrip)
+TEST(RoiFile, NonLatinAndPercentNamesRoundTripAndStayIntactInTexts)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QString::fromUtf8("régions-ключ-図.roi"));
+    const QString path = dir.filePath(QString::fromUtf8("régions-ключ-図 %1.roi"));
     ASSERT_TRUE(writeRoiFile(path, {QRectF(1, 2, 3, 4)}));
     const RoiReadResult read = readRoiFile(path);
     ASSERT_TRUE(read.ok);
     EXPECT_EQ(read.rects.value(0), QRectF(1, 2, 3, 4));
+
+    const QString many = kestro::test::writeFile(dir, QStringLiteral("chart%2Bcopy%1.roi"),
+                                                 "[patches]\nsize=2147483647\n");
+    EXPECT_EQ(readRoiFile(many).error,
+              many + " announces 2147483647 regions; at most 100000 are accepted.");
+    const QString absurd = kestro::test::writeFile(dir, QStringLiteral("%2%3.roi"),
+                                                   "[patches]\nsize=1\n1\\width=-1e300\n");
+    EXPECT_EQ(readRoiFile(absurd).error,
+              absurd
+                      + ": region 1 has width = -1.0000000000000001e+300; values beyond 1000000000 "
+                        "pixels are refused.");
 }
