@@ -1,0 +1,250 @@
+#pragma once
+// Rendered chart scenes with known patch positions, for the detection tests,
+// the benchmark and the detection sweep: the 24 reference colours on a dark
+// card, placed with rotation and perspective on a background, with blur,
+// noise, lighting gradients, colour casts, JPEG compression and clutter
+// (including grids of coloured squares that are not the chart).
+
+#include "platform/chartdetect/chartdetect.h"
+
+#include <QBuffer>
+#include <QImage>
+#include <QPainter>
+#include <QPolygonF>
+#include <QTransform>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+namespace kestro::test {
+
+struct SceneSpec
+{
+    int width = 1600;
+    int height = 1200;
+    double chartLong = 600; // length of the patch grid's long side, pixels
+    double rotation = 0;    // in-plane rotation, degrees
+    double perspective = 0; // corner displacement, fraction of the chart size
+    double centreX = 0.5;   // chart centre, fraction of the picture
+    double centreY = 0.5;
+    double blur = 0;                        // box blur radius, pixels
+    double noise = 0;                       // Gaussian noise sigma, 8-bit levels
+    double gradient = 0;                    // lighting fall-off across the picture, 0..1
+    double castR = 1, castG = 1, castB = 1; // channel gains
+    int jpegQuality = 0;                    // 0: no compression
+    int clutter = 0;                        // number of distractor objects
+    bool decoyGrids = false;                // distractors include grids of coloured squares
+    std::uint32_t seed = 1;
+};
+
+struct Scene
+{
+    QImage image;                                // Format_RGB32
+    QPolygonF patches[chartdetect::kPatchCount]; // patch outlines, reading order
+    QPointF centres[chartdetect::kPatchCount];
+};
+
+namespace scene_detail {
+
+inline double clamp255(double v)
+{
+    return std::min(255.0, std::max(0.0, v));
+}
+
+inline void boxBlur(QImage &image, int radius)
+{
+    if (radius < 1)
+        return;
+    const int w = image.width(), h = image.height();
+    std::vector<int> acc(static_cast<size_t>(std::max(w, h)) * 3);
+    auto pass = [&](bool horizontal) {
+        const int lines = horizontal ? h : w, len = horizontal ? w : h;
+        std::vector<QRgb> copy(len);
+        for (int l = 0; l < lines; ++l) {
+            for (int i = 0; i < len; ++i)
+                copy[i] = horizontal ? reinterpret_cast<QRgb *>(image.scanLine(l))[i]
+                                     : reinterpret_cast<QRgb *>(image.scanLine(i))[l];
+            int r = 0, g = 0, b = 0, n = 0;
+            for (int i = -radius; i <= radius; ++i) {
+                const QRgb p = copy[std::clamp(i, 0, len - 1)];
+                r += qRed(p), g += qGreen(p), b += qBlue(p), ++n;
+            }
+            for (int i = 0; i < len; ++i) {
+                const QRgb out = qRgb(r / n, g / n, b / n);
+                if (horizontal)
+                    reinterpret_cast<QRgb *>(image.scanLine(l))[i] = out;
+                else
+                    reinterpret_cast<QRgb *>(image.scanLine(i))[l] = out;
+                const QRgb add = copy[std::min(i + radius + 1, len - 1)];
+                const QRgb sub = copy[std::max(i - radius, 0)];
+                r += qRed(add) - qRed(sub), g += qGreen(add) - qGreen(sub);
+                b += qBlue(add) - qBlue(sub);
+            }
+        }
+    };
+    pass(true);
+    pass(false);
+}
+
+} // namespace scene_detail
+
+// Draws the scene. The chart's grid (6 x 4 cells of one pitch, patches 0.8 of
+// the pitch) sits on a card with a margin of 0.35 pitch.
+inline Scene renderScene(const SceneSpec &spec)
+{
+    using namespace scene_detail;
+    std::mt19937 rng(spec.seed);
+    std::uniform_real_distribution<double> uni(0.0, 1.0);
+    Scene scene;
+    QImage image(spec.width, spec.height, QImage::Format_RGB32);
+    const QColor background = QColor::fromHsvF(uni(rng), 0.1 + 0.3 * uni(rng),
+                                               0.35 + 0.5 * uni(rng));
+    image.fill(background);
+
+    // Chart transform: grid units -> picture.
+    const double pitch = spec.chartLong / 6.0;
+    QTransform similarity;
+    similarity.translate(spec.centreX * spec.width, spec.centreY * spec.height);
+    similarity.rotate(spec.rotation);
+    similarity.scale(pitch, pitch);
+    similarity.translate(-3.0, -2.0);
+    const QRectF card(-0.35, -0.35, 6.7, 4.7);
+    const QPolygonF cardQuad(card);
+    QPolygonF target = similarity.map(cardQuad);
+    target.removeLast();
+    for (QPointF &p : target)
+        p += QPointF((uni(rng) - 0.5) * 2 * spec.perspective * spec.chartLong,
+                     (uni(rng) - 0.5) * 2 * spec.perspective * spec.chartLong);
+    QPolygonF source = cardQuad;
+    source.removeLast();
+    QTransform chart;
+    if (!QTransform::quadToQuad(source, target, chart))
+        chart = similarity;
+    const QRectF chartBounds = chart.mapRect(card).adjusted(-pitch, -pitch, pitch, pitch);
+
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    // Clutter away from the chart: plain shapes and, optionally, grids of
+    // coloured squares of the chart's own scale.
+    for (int i = 0, tries = 0; i < spec.clutter && tries < 200; ++tries) {
+        const double size = pitch * (0.8 + 3 * uni(rng));
+        const QRectF box(uni(rng) * (spec.width - size), uni(rng) * (spec.height - size), size,
+                         size * (0.5 + uni(rng)));
+        if (box.intersects(chartBounds))
+            continue;
+        ++i;
+        painter.save();
+        painter.translate(box.center());
+        painter.rotate(uni(rng) * 360);
+        painter.translate(-box.center());
+        if (spec.decoyGrids && i % 2 == 0) {
+            const int cols = 2 + int(uni(rng) * 4), rows = 2 + int(uni(rng) * 3);
+            const double p = std::min(box.width() / cols, box.height() / rows);
+            painter.setBrush(QColor(35, 35, 35));
+            painter.drawRect(QRectF(box.topLeft(), QSizeF(p * cols, p * rows)));
+            for (int r = 0; r < rows; ++r)
+                for (int c = 0; c < cols; ++c) {
+                    painter.setBrush(
+                            QColor::fromHsvF(uni(rng), 0.3 + 0.6 * uni(rng), 0.3 + 0.7 * uni(rng)));
+                    painter.drawRect(QRectF(box.left() + (c + 0.1) * p, box.top() + (r + 0.1) * p,
+                                            0.8 * p, 0.8 * p));
+                }
+        } else {
+            painter.setBrush(QColor::fromHsvF(uni(rng), uni(rng), uni(rng)));
+            if (i % 3 == 0)
+                painter.drawEllipse(box);
+            else
+                painter.drawRect(box);
+        }
+        painter.restore();
+    }
+    painter.setTransform(chart);
+    painter.setBrush(QColor(28, 28, 28));
+    painter.drawRect(card);
+    for (int i = 0; i < chartdetect::kPatchCount; ++i) {
+        const unsigned char *rgb = chartdetect::kReferenceSrgb[i];
+        painter.setBrush(QColor(rgb[0], rgb[1], rgb[2]));
+        const QRectF patch(i % 6 + 0.1, i / 6 + 0.1, 0.8, 0.8);
+        painter.drawRect(patch);
+        scene.patches[i] = chart.map(QPolygonF(patch));
+        scene.centres[i] = chart.map(patch.center());
+    }
+    painter.end();
+
+    // Light, colour cast and noise, then blur and compression.
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    const double gx = uni(rng) - 0.5, gy = uni(rng) - 0.5;
+    const double glen = std::max(1e-9, std::hypot(gx, gy));
+    for (int y = 0; y < spec.height; ++y) {
+        QRgb *line = reinterpret_cast<QRgb *>(image.scanLine(y));
+        for (int x = 0; x < spec.width; ++x) {
+            const double t = ((x / double(spec.width) - 0.5) * gx
+                              + (y / double(spec.height) - 0.5) * gy)
+                             / glen;
+            const double light = 1.0 - spec.gradient * (t + 0.5);
+            double r = qRed(line[x]) * light * spec.castR;
+            double g = qGreen(line[x]) * light * spec.castG;
+            double b = qBlue(line[x]) * light * spec.castB;
+            if (spec.noise > 0) {
+                r += gauss(rng) * spec.noise;
+                g += gauss(rng) * spec.noise;
+                b += gauss(rng) * spec.noise;
+            }
+            line[x] = qRgb(int(clamp255(r) + 0.5), int(clamp255(g) + 0.5), int(clamp255(b) + 0.5));
+        }
+    }
+    boxBlur(image, int(std::lround(spec.blur)));
+    if (spec.jpegQuality > 0) {
+        QByteArray bytes;
+        QBuffer buffer(&bytes);
+        buffer.open(QIODevice::WriteOnly);
+        image.save(&buffer, "JPG", spec.jpegQuality);
+        image = QImage::fromData(bytes, "JPG").convertToFormat(QImage::Format_RGB32);
+    }
+    scene.image = image;
+    return scene;
+}
+
+// The picture as the detection library takes it: packed blue, green, red.
+inline std::vector<unsigned char> packedBgr(const QImage &picture)
+{
+    const QImage image = picture.convertToFormat(QImage::Format_RGB32);
+    std::vector<unsigned char> out(size_t(image.width()) * image.height() * 3);
+    for (int y = 0; y < image.height(); ++y) {
+        const QRgb *line = reinterpret_cast<const QRgb *>(image.constScanLine(y));
+        unsigned char *o = out.data() + size_t(y) * image.width() * 3;
+        for (int x = 0; x < image.width(); ++x) {
+            o[3 * x] = qBlue(line[x]);
+            o[3 * x + 1] = qGreen(line[x]);
+            o[3 * x + 2] = qRed(line[x]);
+        }
+    }
+    return out;
+}
+
+// True when every rectangle lies inside its own patch outline (shrunk by
+// `margin` pixels), in reading order.
+inline bool placedCorrectly(const Scene &scene, const ColorCheckerROI *regions, double margin = 0.5)
+{
+    for (int i = 0; i < chartdetect::kPatchCount; ++i) {
+        const ColorCheckerROI &r = regions[i];
+        if (r.width <= 0 || r.height <= 0)
+            return false;
+        const double top = r.y - r.height;
+        const QPointF corners[4] = {{r.x + margin, top + margin},
+                                    {r.x + r.width - margin, top + margin},
+                                    {r.x + r.width - margin, r.y - margin},
+                                    {r.x + margin, r.y - margin}};
+        for (const QPointF &c : corners) {
+            if (!scene.patches[i].containsPoint(c, Qt::OddEvenFill))
+                return false;
+        }
+    }
+    return true;
+}
+
+} // namespace kestro::test
