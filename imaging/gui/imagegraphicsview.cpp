@@ -196,23 +196,17 @@ void imageGraphicsView::fitView()
 {
     if (!m_pictureItem)
         return;
-    // A sub-notch wheel step scales by an infinite factor; fitting starts
-    // again from the identity so that the view can always be recovered.
-    const QTransform t = transform();
-    if (!qIsFinite(t.m11()) || !qIsFinite(t.m22()) || !qIsFinite(t.m12()) || !qIsFinite(t.m21())
-        || !t.isInvertible())
-        resetTransform();
     fitInView(m_pictureItem->boundingRect(), Qt::KeepAspectRatio);
 }
 
 void imageGraphicsView::zoomIn()
 {
-    scale(2.0, 2.0);
+    scaleBy(2.0);
 }
 
 void imageGraphicsView::zoomOut()
 {
-    scale(0.5, 0.5);
+    scaleBy(0.5);
 }
 
 void imageGraphicsView::forget(qRegionGraphicsRectItem *item)
@@ -488,11 +482,27 @@ void imageGraphicsView::mouseReleaseEvent(QMouseEvent *event)
 
 void imageGraphicsView::wheelEvent(QWheelEvent *event)
 {
-    const int steps = event->angleDelta().y() / 120;
-    // One notch away from the user halves the scale, one towards doubles it.
-    const double factor = steps >= 0 ? 1.0 / (2.0 * steps) : -2.0 * steps;
-    scale(factor, factor);
+    // Angle deltas add up until they make whole notches (120 each, as a
+    // mouse wheel sends them); only whole notches zoom, the rest waits for
+    // the next event. One notch away from the user halves the scale, one
+    // towards doubles it; n notches at once scale by 1 / (2n) or 2n.
+    m_wheelRemainder += event->angleDelta().y();
+    const int steps = m_wheelRemainder / 120;
+    m_wheelRemainder -= steps * 120;
+    if (steps != 0)
+        scaleBy(steps > 0 ? 1.0 / (2.0 * steps) : -2.0 * steps);
     event->accept();
+}
+
+void imageGraphicsView::scaleBy(double factor)
+{
+    constexpr double kMinScale = 1.0 / 4096;
+    constexpr double kMaxScale = 4096;
+    const double current = transform().m11();
+    if (!(factor > 0) || !qIsFinite(factor) || !(current > 0))
+        return;
+    const double wanted = qBound(kMinScale, current * factor, kMaxScale);
+    scale(wanted / current, wanted / current);
 }
 
 bool imageGraphicsView::eventFilter(QObject *watched, QEvent *event)

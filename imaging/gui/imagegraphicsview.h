@@ -103,6 +103,9 @@ private:
     int handleAt(qRegionGraphicsRectItem *item, const QPoint &position) const;
     qRegionGraphicsRectItem *startRegion(const QPointF &viewPosition);
     void forget(qRegionGraphicsRectItem *item);
+    // Scales the view by `factor`, keeping the total scale within
+    // [kMinScale, kMaxScale] so that it stays finite and positive.
+    void scaleBy(double factor);
 
     QGraphicsScene *m_scene = nullptr;
     QGraphicsPixmapItem *m_pictureItem = nullptr;
@@ -116,6 +119,8 @@ private:
     QList<qRegionGraphicsRectItem *> m_regions;
     double m_stackingCounter = 0.0;
     bool m_showNumbers = false;
+    // Wheel angle not yet applied: touchpads send fractions of a notch.
+    int m_wheelRemainder = 0;
 };
 
 // The region file operations of a view, as free functions.
