@@ -1,12 +1,12 @@
 #include "imaging/demosaic.h"
 
+#include "imaging/parallel.h"
+
 #include <algorithm>
 #include <cstdlib>
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
-#include <system_error>
-#include <thread>
 #include <vector>
 
 namespace kestro {
@@ -122,7 +122,9 @@ inline void pixelsFor(int cls, const Phase &ph, int n, int offset, const Quantis
 
 struct Band
 {
-    const std::int16_t *samples;
+    const std::int16_t *samples;          // signed samples, or
+    const std::uint16_t *unsignedSamples; // unsigned ones, clamped to full scale
+    int full;
     int pitch;     // samples per mosaic row
     int halfWidth; // even width / 2
     int outWidth;
@@ -148,6 +150,16 @@ void splitRow(const std::int16_t *__restrict src, int halfWidth, std::int32_t *_
     for (int k = 0; k < halfWidth; ++k) {
         even[k] = src[2 * k];
         odd[k] = src[2 * k + 1];
+    }
+}
+
+KESTRO_DEMOSAIC_CLONES
+void splitRowClamped(const std::uint16_t *__restrict src, int halfWidth, int full,
+                     std::int32_t *__restrict even, std::int32_t *__restrict odd)
+{
+    for (int k = 0; k < halfWidth; ++k) {
+        even[k] = std::min<std::int32_t>(src[2 * k], full);
+        odd[k] = std::min<std::int32_t>(src[2 * k + 1], full);
     }
 }
 
@@ -180,7 +192,11 @@ void bandRows(const Band &band, int y0, int y1, Scratch &scratch)
             std::int32_t *even = scratch.split.data() + static_cast<size_t>(slot) * 2 * hw;
             std::int32_t *odd = even + hw;
             if (scratch.rowInSlot[slot] != row) {
-                splitRow(band.samples + static_cast<size_t>(row) * band.pitch, hw, even, odd);
+                const size_t at = static_cast<size_t>(row) * band.pitch;
+                if (band.samples)
+                    splitRow(band.samples + at, hw, even, odd);
+                else
+                    splitRowClamped(band.unsignedSamples + at, hw, band.full, even, odd);
                 scratch.rowInSlot[slot] = row;
             }
             // Even output x = 2j is centred on mosaic column 2j + 2 (even,
@@ -249,10 +265,12 @@ int quantiseChannel(int n, int range)
     return static_cast<int>(q(n));
 }
 
-QImage demosaicToImage(const std::int16_t *samples, int width, int height, int bits, unsigned black,
-                       int bayerOrder, int threads)
+namespace {
+
+QImage demosaic(const std::int16_t *samples, const std::uint16_t *unsignedSamples, int width,
+                int height, int bits, unsigned black, int bayerOrder, int threads)
 {
-    if (!samples || bits < 1 || bits > 16)
+    if ((!samples && !unsignedSamples) || bits < 1 || bits > 16)
         return QImage();
     const int full = (1 << bits) - 1;
     if (black >= static_cast<unsigned>(full))
@@ -272,32 +290,48 @@ QImage demosaicToImage(const std::int16_t *samples, int width, int height, int b
     const int range = 16 * (full - static_cast<int>(black));
     const Quantiser quantiser{255.0f / static_cast<float>(range), range, 2 * range};
     // Take the pixel memory once: scanLine() on the workers would race.
-    const Band band{samples,   width,        evenW / 2,
-                    outW,      bayerOrder,   16 * static_cast<int>(black),
-                    quantiser, image.bits(), image.bytesPerLine()};
+    const Band band{samples,
+                    unsignedSamples,
+                    full,
+                    width,
+                    evenW / 2,
+                    outW,
+                    bayerOrder,
+                    16 * static_cast<int>(black),
+                    quantiser,
+                    image.bits(),
+                    image.bytesPerLine()};
 
+    // Bands of at least 64 rows, a few per pool thread so that the pool can
+    // balance them; small pictures stay on the calling thread. Every band
+    // writes its own rows, so the picture does not depend on the banding.
     if (threads <= 0)
-        threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    // Bands of at least 64 rows; small pictures stay on the calling thread.
-    threads = std::max(1, std::min({threads, 16, outH / 64}));
-    const int rowsPerBand = (outH + threads - 1) / threads;
-    std::vector<std::thread> workers;
-    workers.reserve(threads - 1);
-    for (int t = 1; t < threads; ++t) {
-        const int y0 = t * rowsPerBand;
-        const int y1 = std::min(outH, y0 + rowsPerBand);
-        if (y0 >= y1)
-            break;
-        try {
-            workers.emplace_back([&band, y0, y1] { runBand(band, y0, y1); });
-        } catch (const std::system_error &) {
-            runBand(band, y0, y1); // no thread to be had: this band runs here
-        }
-    }
-    runBand(band, 0, std::min(outH, rowsPerBand));
-    for (std::thread &w : workers)
-        w.join();
+        threads = 4 * parallelThreadCount();
+    const int bands = std::max(1, std::min({threads, 64, outH / 64}));
+    parallelFor(bands, [&band, outH, bands](int part) {
+        const int y0 = static_cast<int>(static_cast<long long>(outH) * part / bands);
+        const int y1 = static_cast<int>(static_cast<long long>(outH) * (part + 1) / bands);
+        runBand(band, y0, y1);
+    });
     return image;
+}
+
+} // namespace
+
+QImage demosaicToImage(const std::int16_t *samples, int width, int height, int bits, unsigned black,
+                       int bayerOrder, int threads)
+{
+    if (!samples)
+        return QImage();
+    return demosaic(samples, nullptr, width, height, bits, black, bayerOrder, threads);
+}
+
+QImage demosaicToImage(const std::uint16_t *samples, int width, int height, int bits,
+                       unsigned black, int bayerOrder, int threads)
+{
+    if (!samples)
+        return QImage();
+    return demosaic(nullptr, samples, width, height, bits, black, bayerOrder, threads);
 }
 
 } // namespace kestro

@@ -2,12 +2,15 @@
 // kernel tables: one in double precision over normalised samples, one exact
 // in integers (the optimised, banded implementation must match it bit for bit).
 #include "imaging/demosaic.h"
+#include "imaging/parallel.h"
 #include "imaging/rawimage.h"
 
 #include <QImage>
+#include <atomic>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <random>
+#include <stdexcept>
 #include <vector>
 
 using namespace kestro;
@@ -178,17 +181,28 @@ TEST(Demosaic, FlatFieldsAndDepths)
         const int full = (1 << bits) - 1;
         const unsigned black = bits > 1 ? 1 : 0;
         for (int s : {0, static_cast<int>(black), full / 3, full}) {
-            std::vector<std::int16_t> samples(10 * 8, static_cast<std::int16_t>(s));
+            std::vector<std::uint16_t> samples(10 * 8, static_cast<std::uint16_t>(s));
             const QImage img = demosaicToImage(samples.data(), 10, 8, bits, black, 0);
             ASSERT_EQ(img.size(), QSize(6, 4));
             double v = (static_cast<double>(s) - black) / (full - static_cast<double>(black));
             v = std::min(1.0, std::max(0.0, v));
             const int want = static_cast<int>(std::floor(v * 255 + 0.5));
-            // 16-bit full scale reads as a negative signed sample.
-            const int expected = (bits == 16 && s > 32767) ? 0 : want;
-            EXPECT_EQ(img.pixel(3, 2), qRgb(expected, expected, expected)) << bits << " " << s;
+            EXPECT_EQ(img.pixel(3, 2), qRgb(want, want, want)) << bits << " " << s;
+            // Signed samples: 16-bit full scale reads as a negative sample.
+            const QImage signedImg = demosaicToImage(reinterpret_cast<const std::int16_t *>(
+                                                             samples.data()),
+                                                     10, 8, bits, black, 0);
+            const int signedWant = (bits == 16 && s > 32767) ? 0 : want;
+            EXPECT_EQ(signedImg.pixel(3, 2), qRgb(signedWant, signedWant, signedWant));
         }
     }
+    // Unsigned samples above a narrower depth's full scale count as full
+    // scale: an over-range centre must not brighten its neighbours' colours.
+    std::vector<std::uint16_t> over(10 * 8, 1023);
+    std::vector<std::uint16_t> noisy = over;
+    noisy[4 * 10 + 5] = 0xFFFF;
+    EXPECT_EQ(demosaicToImage(noisy.data(), 10, 8, 10, 0, 0),
+              demosaicToImage(over.data(), 10, 8, 10, 0, 0));
 }
 
 TEST(Demosaic, QuantisationIsExactForEveryRange)
@@ -217,7 +231,8 @@ TEST(Demosaic, RefusesWhatCannotBeDemosaiced)
     EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 0, 0, 0).isNull());
     EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 17, 0, 0).isNull());
     EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 10, 1023, 0).isNull());
-    EXPECT_TRUE(demosaicToImage(nullptr, 8, 8, 10, 0, 0).isNull());
+    EXPECT_TRUE(
+            demosaicToImage(static_cast<const std::int16_t *>(nullptr), 8, 8, 10, 0, 0).isNull());
     EXPECT_EQ(demosaicToImage(samples.data(), 7, 7, 10, 0, 0).size(), QSize(2, 2));
     // Out-of-range orders give the order-0 result.
     const Mosaic m = randomMosaic(12, 10, 10, 64, 7);
@@ -231,9 +246,14 @@ TEST(Demosaic, BandsGiveTheSameResultAsOneThread)
     for (int order = 0; order < 4; ++order) {
         const QImage one = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
                                            order, 1);
-        for (int threads : {2, 3, 7})
+        for (int threads : {2, 3, 7, 0})
             EXPECT_EQ(one, demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
                                            order, threads));
+        // A pool that cannot start its threads leaves the bands to the caller.
+        setParallelLaunchFailsForTesting(true);
+        EXPECT_EQ(one,
+                  demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 7));
+        setParallelLaunchFailsForTesting(false);
         // Spot-check the banded result against the exact computation.
         const QImage many = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
                                             order, 4);
@@ -276,4 +296,32 @@ TEST(RawNormalise, PlaneValuesCropAndDefaultBlack)
     EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 17, 0).isEmpty());
     EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 10, 1023).isEmpty());
     EXPECT_TRUE(normaliseRaw(samples.data(), 1, 5, 10, 0).isEmpty());
+}
+
+TEST(Parallel, EveryPartRunsOnceAndFailuresReachTheCaller)
+{
+    for (bool launchFails : {false, true}) {
+        setParallelLaunchFailsForTesting(launchFails);
+        std::vector<std::atomic<int>> runs(97);
+        parallelFor(97, [&](int part) { runs[part].fetch_add(1); });
+        for (const std::atomic<int> &r : runs)
+            EXPECT_EQ(r.load(), 1) << launchFails;
+
+        // A throwing part does not stop the others; its exception is
+        // rethrown once all have finished.
+        std::atomic<int> done{0};
+        EXPECT_THROW(parallelFor(40,
+                                 [&](int part) {
+                                     if (part == 25)
+                                         throw std::runtime_error("part failed");
+                                     done.fetch_add(1);
+                                 }),
+                     std::runtime_error);
+        EXPECT_EQ(done.load(), 39);
+    }
+    setParallelLaunchFailsForTesting(false);
+    int calls = 0;
+    parallelFor(0, [&](int) { ++calls; });
+    parallelFor(1, [&](int part) { calls += 1 + part; });
+    EXPECT_EQ(calls, 1);
 }
