@@ -1,5 +1,6 @@
 #include "imaging/frame.h"
 
+#include "imaging/imageload.h"
 #include "imaging/srgb.h"
 
 #include <QFileInfo>
@@ -9,166 +10,336 @@
 #include <cstring>
 #include <new>
 
+namespace {
+
+// The block of a frame that holds nothing: shared by every new frame.
+std::shared_ptr<const CFrameData> emptyBlock()
+{
+    static const std::shared_ptr<const CFrameData> empty = std::make_shared<CFrameData>();
+    return empty;
+}
+
+FrameError fromImageError(kestro::ImageLoadError error)
+{
+    switch (error) {
+    case kestro::ImageLoadError::None:
+        return FrameError::None;
+    case kestro::ImageLoadError::Missing:
+        return FrameError::Missing;
+    case kestro::ImageLoadError::NotRegularFile:
+        return FrameError::NotRegularFile;
+    case kestro::ImageLoadError::Unreadable:
+        return FrameError::Unreadable;
+    case kestro::ImageLoadError::TooLarge:
+        return FrameError::TooLarge;
+    case kestro::ImageLoadError::Undecodable:
+        return FrameError::Undecodable;
+    }
+    return FrameError::Undecodable;
+}
+
+// An 8-bit indexed picture with the gray ramp as its colour table.
+QImage indexedGray(int width, int height)
+{
+    QImage gray(width, height, QImage::Format_Indexed8);
+    if (gray.isNull())
+        return gray;
+    QVector<QRgb> table(256);
+    for (int v = 0; v < 256; ++v)
+        table[v] = qRgb(v, v, v);
+    gray.setColorTable(table);
+    return gray;
+}
+
+// Gray pictures as 8-bit indexed gray; 16-bit samples rounded to the nearest
+// 8-bit value (v / 257, half up).
+QImage grayToIndexed(const QImage &image)
+{
+    QImage gray = indexedGray(image.width(), image.height());
+    if (gray.isNull())
+        return gray;
+    const bool wide = image.format() == QImage::Format_Grayscale16;
+    for (int y = 0; y < image.height(); ++y) {
+        uchar *out = gray.scanLine(y);
+        if (wide) {
+            const auto *in = reinterpret_cast<const quint16 *>(image.constScanLine(y));
+            for (int x = 0; x < image.width(); ++x)
+                out[x] = static_cast<uchar>((2u * in[x] + 257u) / 514u);
+        } else {
+            std::memcpy(out, image.constScanLine(y), static_cast<size_t>(image.width()));
+        }
+    }
+    return gray;
+}
+
+} // namespace
+
+QString frameErrorText(FrameError error, const QString &path, const QString &detail)
+{
+    if (error == FrameError::None)
+        return QString();
+    // The detail, when the failing step gave one, is the more precise reason.
+    QString reason = detail;
+    if (reason.isEmpty()) {
+        switch (error) {
+        case FrameError::None:
+            break;
+        case FrameError::Missing:
+            reason = QStringLiteral("no such file");
+            break;
+        case FrameError::NotRegularFile:
+            reason = QStringLiteral("not a regular file");
+            break;
+        case FrameError::Unreadable:
+            reason = QStringLiteral("permission denied");
+            break;
+        case FrameError::TooLarge:
+            reason = QStringLiteral("the picture is too large");
+            break;
+        case FrameError::Undecodable:
+            reason = QStringLiteral("unknown format");
+            break;
+        case FrameError::UnsupportedFormat:
+            reason = QStringLiteral("the pixel format is not supported");
+            break;
+        case FrameError::RawNoDescription:
+            reason = QStringLiteral("no sidecar file and no sensor data file describes a raw "
+                                    "frame of this size");
+            break;
+        case FrameError::RawBadDescription:
+            reason = QStringLiteral("invalid frame description");
+            break;
+        case FrameError::RawSizeMismatch:
+            reason = QStringLiteral("the file size does not match the frame description");
+            break;
+        case FrameError::RawReadFailed:
+            reason = QStringLiteral("read error, or the file changed while it was read");
+            break;
+        case FrameError::OutOfMemory:
+            reason = QStringLiteral("not enough memory");
+            break;
+        }
+    }
+    // Concatenated: the path may contain "%1".
+    return QStringLiteral("cannot load ") + path
+           + QStringLiteral(" as an image or raw sensor file: ") + reason;
+}
+
+const std::uint8_t *CFrameData::data() const
+{
+    if (raw)
+        return raw.get();
+    if (image.isNull())
+        return nullptr;
+    return image.constBits();
+}
+
+const std::uint8_t *CFrameData::linearData() const
+{
+    if (kind != CFrame::KindRgb)
+        return nullptr;
+    std::call_once(m_linearOnce, [this] {
+        const std::uint8_t *src = data();
+        if (!src || dataSize < 1)
+            return;
+        // 256-entry table: every byte value decodes to the same stored byte.
+        std::uint8_t table[256];
+        for (int v = 0; v < 256; ++v)
+            table[v] = static_cast<std::uint8_t>(std::floor(
+                    kestro::srgbByteToLinear(static_cast<std::uint8_t>(v)) * 255.0 + 0.5));
+        std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[dataSize]());
+        if (!buffer)
+            return;
+        for (int y = 0; y < height; ++y) {
+            const std::size_t rowOffset = static_cast<std::size_t>(y) * bytesPerLine;
+            for (int x = 0; x < width; ++x) {
+                const std::size_t offset = rowOffset + 4u * static_cast<std::size_t>(x);
+                if (offset + 3 > static_cast<std::size_t>(dataSize))
+                    break;
+                for (int k = 0; k < 3; ++k)
+                    buffer[offset + k] = table[src[offset + k]];
+            }
+        }
+        m_linear = std::move(buffer);
+    });
+    return m_linear.get();
+}
+
+int CFrameData::linearSize() const
+{
+    return linearData() ? dataSize : 0;
+}
+
+int CFrameData::linearStride() const
+{
+    return linearData() ? bytesPerLine : 0;
+}
+
+namespace kestro {
+
+FrameError frameFromImage(QImage image, CFrameData *block)
+{
+    if (image.isNull() || image.format() == QImage::Format_Invalid)
+        return FrameError::Undecodable;
+    const QImage::Format format = image.format();
+    switch (format) {
+    case QImage::Format_Indexed8:
+        block->kind = CFrame::KindSingleSample;
+        break;
+    case QImage::Format_Grayscale8:
+    case QImage::Format_Grayscale16:
+        image = grayToIndexed(image);
+        block->kind = CFrame::KindSingleSample;
+        break;
+    case QImage::Format_ARGB32:
+        block->kind = CFrame::KindRgb;
+        break;
+    case QImage::Format_Mono:
+    case QImage::Format_MonoLSB:
+        block->errorDetail = QStringLiteral("1-bit pictures are not supported");
+        return FrameError::UnsupportedFormat;
+    case QImage::Format_Alpha8:
+        block->errorDetail = QStringLiteral("alpha-only pictures are not supported");
+        return FrameError::UnsupportedFormat;
+    default:
+        // Every colour format, 16 bits per channel included.
+        image = image.convertToFormat(QImage::Format_ARGB32);
+        block->kind = CFrame::KindRgb;
+        break;
+    }
+    if (image.isNull())
+        return FrameError::OutOfMemory;
+    block->bayerOrder = 0;
+    block->blackLevel = 0.0;
+    block->imageType = -1;
+    block->width = image.width();
+    block->height = image.height();
+    block->bytesPerLine = image.bytesPerLine();
+    block->bitsPerPixel = image.depth();
+    block->dataSize = static_cast<int>(image.sizeInBytes());
+    block->image = image;
+    return FrameError::None;
+}
+
+} // namespace kestro
+
 CFrame::CFrame(QObject *parent)
     : QObject(parent)
+    , m_data(emptyBlock())
 { }
 
 CFrame::CFrame(const CFrame &other)
     : QObject(nullptr)
+    , m_data(other.pixels())
+{ }
+
+CFrame::~CFrame() = default;
+
+std::shared_ptr<const CFrameData> CFrame::pixels() const
 {
-    QReadLocker locker(&other.m_lock);
-    if (other.m_rawData && other.m_dataSize >= 1) {
-        m_rawData = new (std::nothrow) std::uint8_t[other.m_dataSize];
-        if (!m_rawData)
-            return;
-        std::memcpy(m_rawData, other.m_rawData, other.m_dataSize);
-    }
-    if (other.m_linearData && other.m_linearSize >= 1) {
-        m_linearData = new (std::nothrow) std::uint8_t[other.m_linearSize];
-        if (!m_linearData)
-            return;
-        std::memcpy(m_linearData, other.m_linearData, other.m_linearSize);
-        m_linearSize = other.m_linearSize;
-        m_linearStride = other.m_linearStride;
-    }
-    m_image = other.m_image;
-    m_kind = other.m_kind;
-    m_dataSize = other.m_dataSize;
-    m_width = other.m_width;
-    m_height = other.m_height;
-    m_bytesPerLine = other.m_bytesPerLine;
-    m_bitsPerPixel = other.m_bitsPerPixel;
-    m_tag = other.m_tag;
-    m_valid = other.m_valid;
-    m_loaded = other.m_loaded;
-    m_bayerOrder = other.m_bayerOrder;
-    m_blackLevel = other.m_blackLevel;
-    m_imageType = other.m_imageType;
-    m_fileName = other.m_fileName;
-    m_description = other.m_description;
+    QReadLocker locker(&m_lock);
+    return m_data;
 }
 
-CFrame::~CFrame()
+void CFrame::publish(std::shared_ptr<const CFrameData> block)
 {
-    freeBuffersLocked();
-}
-
-void CFrame::freeBuffersLocked()
-{
-    delete[] m_rawData;
-    m_rawData = nullptr;
-    delete[] m_linearData;
-    m_linearData = nullptr;
-    m_linearSize = 0;
-    m_linearStride = 0;
+    std::shared_ptr<const CFrameData> previous;
+    {
+        QWriteLocker locker(&m_lock);
+        previous = std::move(m_data);
+        m_data = std::move(block);
+    }
+    // The previous block is released here, outside the lock (it may be the
+    // last reference to a large buffer).
 }
 
 bool CFrame::load(const QString &path)
 {
-    QWriteLocker locker(&m_lock);
-    m_valid = false;
-    m_loaded = false;
-    freeBuffersLocked();
-
-    if (!QFileInfo(path).isFile())
-        return false;
-
-    bool ok = false;
+    // The new block is built without any lock held: readers keep the
+    // previous frame until the finished one is swapped in.
+    auto block = std::make_shared<CFrameData>();
+    FrameError error = FrameError::None;
     if (QFileInfo(path).suffix() == QLatin1String("raw")) {
-        ok = loadRawLocked(path);
+        error = kestro::readRawFrame(path, block.get());
     } else {
-        m_rawData = nullptr;
-        ok = takeImageLocked(QImage(path));
+        const kestro::ImageLoadResult read = kestro::readImageFile(path);
+        error = fromImageError(read.error);
+        if (read.ok())
+            error = kestro::frameFromImage(read.image, block.get());
+        else
+            block->errorDetail = kestro::imageLoadReason(read);
     }
-    if (!ok)
+    if (error != FrameError::None) {
+        auto failed = std::make_shared<CFrameData>();
+        failed->error = error;
+        failed->errorDetail = block->errorDetail;
+        failed->fileName = path;
+        publish(std::move(failed));
         return false;
-    m_tag = 0; // frames read from files carry no tag
-    m_fileName = path;
-    m_valid = true;
-    m_loaded = true;
+    }
+    block->tag = 0; // frames read from files carry no tag
+    block->fileName = path;
+    block->valid = true;
+    publish(std::move(block));
     return true;
 }
 
 bool CFrame::setFromImage(const QImage &image, int tag)
 {
-    QWriteLocker locker(&m_lock);
-    m_valid = false;
-    m_loaded = false;
-    freeBuffersLocked();
-    if (!takeImageLocked(image))
+    auto block = std::make_shared<CFrameData>();
+    const FrameError error = kestro::frameFromImage(image, block.get());
+    if (error != FrameError::None) {
+        auto failed = std::make_shared<CFrameData>();
+        failed->error = error;
+        failed->errorDetail = block->errorDetail;
+        publish(std::move(failed));
         return false;
-    m_tag = tag;
-    m_fileName.clear();
-    m_valid = true;
-    m_loaded = true;
+    }
+    block->tag = tag;
+    block->valid = true;
+    publish(std::move(block));
     return true;
 }
 
-bool CFrame::takeImageLocked(QImage image)
+FrameError CFrame::error() const
 {
-    if (image.isNull() || image.format() == QImage::Format_Invalid)
-        return false;
-    const int format = image.format();
-    if (format == QImage::Format_Indexed8) {
-        m_kind = KindSingleSample;
-    } else if (format == QImage::Format_ARGB32) {
-        m_kind = KindRgb;
-    } else if (format == QImage::Format_RGB32
-               || (format >= QImage::Format_ARGB32_Premultiplied
-                   && format <= QImage::Format_ARGB4444_Premultiplied)) {
-        image = image.convertToFormat(QImage::Format_ARGB32);
-        if (image.isNull())
-            return false;
-        m_kind = KindRgb;
-    } else {
-        return false;
-    }
-    m_bayerOrder = 0;
-    m_blackLevel = 0.0;
-    m_imageType = -1;
-    m_image = image;
-    m_width = image.width();
-    m_height = image.height();
-    m_bytesPerLine = image.bytesPerLine();
-    m_bitsPerPixel = image.depth();
-    m_dataSize = static_cast<int>(image.sizeInBytes());
-    return true;
+    return pixels()->error;
+}
+
+QString CFrame::errorText() const
+{
+    const auto block = pixels();
+    return frameErrorText(block->error, block->fileName, block->errorDetail);
 }
 
 bool CFrame::isValid() const
 {
-    QReadLocker locker(&m_lock);
-    return m_valid;
+    return pixels()->valid;
 }
 
 std::uint32_t CFrame::kind() const
 {
-    QReadLocker locker(&m_lock);
-    return m_kind;
+    return pixels()->kind;
 }
 
 int CFrame::width() const
 {
-    QReadLocker locker(&m_lock);
-    return m_width;
+    return pixels()->width;
 }
 
 int CFrame::height() const
 {
-    QReadLocker locker(&m_lock);
-    return m_height;
+    return pixels()->height;
 }
 
 int CFrame::bytesPerLine() const
 {
-    QReadLocker locker(&m_lock);
-    return m_bytesPerLine;
+    return pixels()->bytesPerLine;
 }
 
 int CFrame::bitsPerPixel() const
 {
-    QReadLocker locker(&m_lock);
-    return m_bitsPerPixel;
+    return pixels()->bitsPerPixel;
 }
 
 int bytesPerPixelForBits(int bits)
@@ -186,132 +357,85 @@ int bytesPerPixelForBits(int bits)
 
 int CFrame::bytesPerPixel() const
 {
-    QReadLocker locker(&m_lock);
-    return bytesPerPixelForBits(m_bitsPerPixel);
+    return bytesPerPixelForBits(bitsPerPixel());
 }
 
 int CFrame::bayerOrder() const
 {
-    QReadLocker locker(&m_lock);
-    return m_bayerOrder;
+    return pixels()->bayerOrder;
 }
 
 double CFrame::blackLevel() const
 {
-    QReadLocker locker(&m_lock);
-    return m_blackLevel;
+    return pixels()->blackLevel;
 }
 
 int CFrame::imageType() const
 {
-    QReadLocker locker(&m_lock);
-    return m_imageType;
+    return pixels()->imageType;
 }
 
 int CFrame::tag() const
 {
-    QReadLocker locker(&m_lock);
-    return m_tag;
+    return pixels()->tag;
 }
 
 int CFrame::dataSize() const
 {
-    QReadLocker locker(&m_lock);
-    return m_dataSize;
+    return pixels()->dataSize;
 }
 
 QString CFrame::fileName() const
 {
-    QReadLocker locker(&m_lock);
-    return m_fileName;
+    const auto block = pixels();
+    return block->valid ? block->fileName : QString();
 }
 
 QString CFrame::description() const
 {
-    QReadLocker locker(&m_lock);
-    return m_description;
+    return pixels()->description;
 }
 
 QImage CFrame::image() const
 {
-    QReadLocker locker(&m_lock);
-    return m_image;
+    return pixels()->image;
 }
 
 const std::uint8_t *CFrame::data() const
 {
-    QReadLocker locker(&m_lock);
-    if (m_rawData)
-        return m_rawData;
-    if (m_image.isNull())
-        return nullptr;
-    return m_image.constBits();
+    return pixels()->data();
 }
 
 const std::uint8_t *CFrame::linearData() const
 {
-    QReadLocker locker(&m_lock);
-    if (m_kind != KindRgb)
-        return nullptr;
-    if (m_linearData)
-        return m_linearData;
-    const std::uint8_t *src = m_rawData ? m_rawData
-                                        : (m_image.isNull() ? nullptr : m_image.constBits());
-    if (!src || m_dataSize < 1)
-        return nullptr;
-
-    // 256-entry table: every byte value decodes to the same stored byte.
-    std::uint8_t table[256];
-    for (int v = 0; v < 256; ++v)
-        table[v] = static_cast<std::uint8_t>(
-                std::floor(kestro::srgbByteToLinear(static_cast<std::uint8_t>(v)) * 255.0 + 0.5));
-
-    auto *buffer = new (std::nothrow) std::uint8_t[m_dataSize]();
-    if (!buffer)
-        return nullptr;
-    const int stride = m_bytesPerLine;
-    for (int y = 0; y < m_height; ++y) {
-        const std::size_t rowOffset = static_cast<std::size_t>(y) * stride;
-        for (int x = 0; x < m_width; ++x) {
-            const std::size_t offset = rowOffset + 4u * static_cast<std::size_t>(x);
-            if (offset + 3 > static_cast<std::size_t>(m_dataSize))
-                break;
-            for (int k = 0; k < 3; ++k)
-                buffer[offset + k] = table[src[offset + k]];
-        }
-    }
-    m_linearData = buffer;
-    m_linearSize = m_dataSize;
-    m_linearStride = m_bytesPerLine;
-    return m_linearData;
+    return pixels()->linearData();
 }
 
 int CFrame::linearSize() const
 {
-    QReadLocker locker(&m_lock);
-    return m_linearSize;
+    return pixels()->linearSize();
 }
 
 int CFrame::linearStride() const
 {
-    QReadLocker locker(&m_lock);
-    return m_linearStride;
+    return pixels()->linearStride();
 }
 
 bool CFrame::isCompatible(const CFrame &other) const
 {
-    if (&other == this) {
-        QReadLocker locker(&m_lock);
-        return m_valid && m_loaded;
-    }
-    QReadLocker mine(&m_lock);
-    QReadLocker theirs(&other.m_lock);
-    if (!(m_valid && m_loaded && other.m_valid && other.m_loaded))
+    // Each frame's block is taken once: the comparison sees one consistent
+    // state of each, and no two locks are ever held together.
+    const auto mine = pixels();
+    if (&other == this)
+        return mine->valid;
+    const auto theirs = other.pixels();
+    if (!mine->valid || !theirs->valid)
         return false;
-    return m_kind == other.m_kind && m_dataSize == other.m_dataSize && m_width == other.m_width
-           && m_height == other.m_height && m_bytesPerLine == other.m_bytesPerLine
-           && m_bitsPerPixel == other.m_bitsPerPixel && m_bayerOrder == other.m_bayerOrder
-           && m_tag == other.m_tag;
+    return mine->kind == theirs->kind && mine->dataSize == theirs->dataSize
+           && mine->width == theirs->width && mine->height == theirs->height
+           && mine->bytesPerLine == theirs->bytesPerLine
+           && mine->bitsPerPixel == theirs->bitsPerPixel && mine->bayerOrder == theirs->bayerOrder
+           && mine->tag == theirs->tag;
 }
 
 QString channelName(int imageType, int index)

@@ -1,12 +1,84 @@
 #pragma once
 // CFrame: one still image (image file, raw sensor file or capture) with the
 // pixel-layout facts that the measurements need.
+//
+// Threads: everything a load produces lives in one immutable block
+// (CFrameData) that the frame holds through a shared pointer. A reload
+// builds a new block and swaps it in; it never changes a block that a reader
+// may hold. A thread that reads pixels while another may reload the frame
+// takes the block once with pixels() and reads everything from it: the data
+// stays alive and consistent for as long as it keeps the pointer.
 
 #include <QImage>
 #include <QObject>
 #include <QReadWriteLock>
 #include <QString>
 #include <cstdint>
+#include <memory>
+#include <mutex>
+
+// Why a frame did not load.
+enum class FrameError {
+    None,
+    Missing,           // no file at the path
+    NotRegularFile,    // a folder, named pipe or device
+    Unreadable,        // cannot be opened (detail: the system's reason)
+    TooLarge,          // above the picture size limit (detail: the sizes)
+    Undecodable,       // not a picture the decoders know (detail: their reason)
+    UnsupportedFormat, // decoded, but a pixel format frames do not take (1-bit)
+    RawNoDescription,  // raw file: no sidecar and no sensor data of its size
+    RawBadDescription, // raw file: invalid sidecar or sensor data (detail: which value)
+    RawSizeMismatch,   // raw file: size differs from the description (detail: sizes)
+    RawReadFailed,     // raw file: read error or changed while read
+    OutOfMemory,
+};
+
+// The sentence shown to the user: "cannot load <path> as an image or raw
+// sensor file: <reason>".
+QString frameErrorText(FrameError error, const QString &path, const QString &detail = QString());
+
+// Everything one load of a frame produced. Never changed after it is
+// published by a frame, except for the linear copy, which is made once, on
+// first request, under std::call_once.
+class CFrameData
+{
+public:
+    CFrameData() = default;
+    CFrameData(const CFrameData &) = delete;
+    CFrameData &operator=(const CFrameData &) = delete;
+
+    std::uint32_t kind = 3;
+    int width = 0;
+    int height = 0;
+    int bytesPerLine = 0;
+    int bitsPerPixel = 0;
+    int dataSize = 0;
+    int bayerOrder = 0;
+    double blackLevel = 0.0;
+    int imageType = -1;
+    int tag = 0;
+    bool valid = false;
+    QString fileName;
+    QString description;
+    QImage image;
+    FrameError error = FrameError::None;
+    QString errorDetail;
+    // Raw sample words of a raw file (dataSize bytes); empty otherwise.
+    std::unique_ptr<std::uint8_t[]> raw;
+
+    // Raw sample data if the frame came from a raw file, else the image bits
+    // (null when there is no image).
+    const std::uint8_t *data() const;
+    // sRGB-decoded copy of an RGB frame's bytes (same size and stride as the
+    // data; the fourth byte of each pixel is zero). Null for other kinds.
+    const std::uint8_t *linearData() const;
+    int linearSize() const;
+    int linearStride() const;
+
+private:
+    mutable std::once_flag m_linearOnce;
+    mutable std::unique_ptr<std::uint8_t[]> m_linear;
+};
 
 class CFrame : public QObject
 {
@@ -20,13 +92,25 @@ public:
     };
 
     explicit CFrame(QObject *parent = nullptr);
+    // A copy shares the source's immutable block: no pixel is copied.
     CFrame(const CFrame &other);
     ~CFrame() override;
     CFrame &operator=(const CFrame &) = delete;
 
     // Reads an image file or, for the lower-case suffix "raw", a raw sensor
-    // file. Returns false and leaves the frame invalid on any failure.
+    // file. Returns false and leaves the frame invalid on any failure;
+    // error() and errorText() then say why. Gray pictures become 8-bit
+    // indexed gray frames (kind 1, 16-bit samples rounded to 8 bits), colour
+    // pictures 32-bit ARGB frames (kind 3); 1-bit pictures are refused.
     bool load(const QString &path);
+    // Fills the frame from a captured picture (tag identifies the source).
+    bool setFromImage(const QImage &image, int tag = 0);
+
+    // The current block, for reading from any thread (never null).
+    std::shared_ptr<const CFrameData> pixels() const;
+
+    FrameError error() const;
+    QString errorText() const;
 
     bool isValid() const;
     std::uint32_t kind() const;
@@ -47,12 +131,10 @@ public:
     QString description() const;
     QImage image() const;
 
-    // Raw sample data if the frame came from a raw file, else the image bits
-    // (null when there is no image).
+    // Pointers into the current block: valid until this frame is loaded
+    // again or destroyed. Code that may race with a reload reads through
+    // pixels() instead.
     const std::uint8_t *data() const;
-
-    // sRGB-decoded copy of an RGB frame's bytes (same size and stride as the
-    // data; the fourth byte of each pixel is zero). Null for other kinds.
     const std::uint8_t *linearData() const;
     int linearSize() const;
     int linearStride() const;
@@ -61,34 +143,11 @@ public:
     // colour order and tag, and both loaded.
     bool isCompatible(const CFrame &other) const;
 
-    // Fills the frame from a captured picture (tag identifies the source).
-    bool setFromImage(const QImage &image, int tag = 0);
-
 private:
-    bool loadRawLocked(const QString &path);
-    bool takeImageLocked(QImage image);
-    void freeBuffersLocked();
+    void publish(std::shared_ptr<const CFrameData> block);
 
-    std::uint32_t m_kind = KindRgb;
-    std::uint8_t *m_rawData = nullptr;
-    int m_dataSize = 0;
-    int m_width = 0;
-    int m_height = 0;
-    int m_bytesPerLine = 0;
-    mutable std::uint8_t *m_linearData = nullptr;
-    mutable int m_linearSize = 0;
-    mutable int m_linearStride = 0;
-    int m_bitsPerPixel = 0;
-    int m_tag = 0;
-    bool m_valid = false;
-    bool m_loaded = false;
-    int m_bayerOrder = 0;
-    double m_blackLevel = 0.0;
-    int m_imageType = -1;
-    QString m_fileName;
-    QString m_description;
-    mutable QReadWriteLock m_lock;
-    QImage m_image;
+    mutable QReadWriteLock m_lock; // guards m_data (the pointer, not the block)
+    std::shared_ptr<const CFrameData> m_data;
 };
 
 // Byte count per pixel for a sample depth in bits: up to 8 -> 1, 16 -> 2,
@@ -97,3 +156,10 @@ int bytesPerPixelForBits(int bitsPerPixel);
 
 // Label of channel `index` of a camera-library image type ("---" if none).
 QString channelName(int imageType, int index);
+
+namespace kestro {
+// Reads a raw sensor file into a block (the frame's raw branch).
+FrameError readRawFrame(const QString &path, CFrameData *block);
+// Fills a block from a decoded picture by the frame format rules.
+FrameError frameFromImage(QImage image, CFrameData *block);
+} // namespace kestro

@@ -1,11 +1,14 @@
 #include "imaging/frame.h"
-#include "imaging/srgb.h"
 #include "testsupport.h"
 
 #include <QTemporaryDir>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+#include <vector>
 
 using kestro::test::saveImage;
 
@@ -20,73 +23,148 @@ QImage gradient(int w, int h, QImage::Format format)
     return img.convertToFormat(format);
 }
 
+// A 16-bit gray picture whose first row holds the given samples.
+QImage gray16(const std::vector<quint16> &samples)
+{
+    QImage img(static_cast<int>(samples.size()), 2, QImage::Format_Grayscale16);
+    img.fill(0);
+    std::memcpy(img.scanLine(0), samples.data(), samples.size() * 2);
+    return img;
+}
+
 } // namespace
 
-TEST(Frame, ImageFormatRules)
+TEST(Frame, ColourFormatsBecomeArgb32AndOneBitIsRefused)
 {
-    QTemporaryDir dir;
     CFrame frame;
     EXPECT_EQ(frame.kind(), 3u);
     EXPECT_FALSE(frame.isValid());
 
-    // A 16-bit RGB picture becomes 32-bit ARGB with kind 3.
-    const QImage rgb16 = gradient(21, 13, QImage::Format_RGB16);
-    QFile::remove(dir.filePath("x"));
-    ASSERT_TRUE(frame.setFromImage(rgb16));
-    EXPECT_EQ(frame.image().format(), QImage::Format_ARGB32);
-    EXPECT_EQ(frame.kind(), 3u);
-    EXPECT_EQ(frame.bitsPerPixel(), 32);
-    EXPECT_EQ(frame.bytesPerLine(), 21 * 4);
-    EXPECT_EQ(frame.dataSize(), 21 * 4 * 13);
+    // 16-bit RGB, and formats above the premultiplied range, become 32-bit ARGB.
+    for (const QImage::Format f : {QImage::Format_RGB16, QImage::Format_RGBX8888,
+                                   QImage::Format_RGB888, QImage::Format_RGBA64}) {
+        const QImage source = gradient(21, 13, f);
+        ASSERT_TRUE(frame.setFromImage(source)) << f;
+        EXPECT_EQ(frame.image().format(), QImage::Format_ARGB32) << f;
+        EXPECT_EQ(frame.image(), source.convertToFormat(QImage::Format_ARGB32)) << f;
+        EXPECT_EQ(frame.kind(), 3u);
+        EXPECT_EQ(frame.bitsPerPixel(), 32);
+        EXPECT_EQ(frame.bytesPerLine(), 21 * 4);
+        EXPECT_EQ(frame.dataSize(), 21 * 4 * 13);
+    }
 
-    // A 1-bit picture is refused.
-    const QImage mono = gradient(16, 8, QImage::Format_Mono);
-    EXPECT_FALSE(frame.setFromImage(mono));
+    EXPECT_FALSE(frame.setFromImage(gradient(16, 8, QImage::Format_Mono)));
+    EXPECT_EQ(frame.error(), FrameError::UnsupportedFormat);
     EXPECT_FALSE(frame.isValid());
-    // So is a format above the premultiplied range.
-    EXPECT_FALSE(frame.setFromImage(gradient(8, 8, QImage::Format_RGBX8888)));
+    EXPECT_EQ(frame.data(), nullptr);
+}
 
-    // An indexed gray BMP keeps its format with kind 1 and 8 bits.
-    const QString grayPath = saveImage(dir, "gray.bmp",
-                                       gradient(10, 6, QImage::Format_Grayscale8)
-                                               .convertToFormat(QImage::Format_Indexed8));
-    ASSERT_TRUE(frame.load(grayPath));
-    EXPECT_EQ(frame.image().format(), QImage::Format_Indexed8);
-    EXPECT_EQ(frame.kind(), 1u);
-    EXPECT_EQ(frame.bitsPerPixel(), 8);
-    EXPECT_EQ(frame.bytesPerPixel(), 1);
-    EXPECT_EQ(frame.fileName(), grayPath);
-    EXPECT_EQ(frame.linearData(), nullptr);
+TEST(Frame, GrayAndSixteenBitFilesLoadWithTheRightValues)
+{
+    QTemporaryDir dir;
+    CFrame frame;
 
-    // A missing file and an upper-case RAW suffix holding no picture fail.
+    // An indexed gray BMP keeps its format; gray PNG and TIFF (8 and 16 bits)
+    // become 8-bit indexed gray, 16-bit samples rounded (v / 257, half up).
+    const QImage gray8 = gradient(10, 6, QImage::Format_Grayscale8);
+    const QImage wide = gray16({0, 128, 129, 385, 386, 32767, 65406, 65535});
+    const std::vector<int> wideExpected = {0, 0, 1, 1, 2, 127, 254, 255};
+    struct Case
+    {
+        const char *name;
+        QImage image;
+    };
+    for (const Case &c :
+         {Case{"g.bmp", gray8.convertToFormat(QImage::Format_Indexed8)}, Case{"g.png", gray8},
+          Case{"g.tif", gray8}, Case{"w.png", wide}, Case{"w.tif", wide}}) {
+        const QString path = saveImage(dir, c.name, c.image);
+        ASSERT_TRUE(frame.load(path)) << c.name << frame.errorText().toStdString();
+        EXPECT_EQ(frame.image().format(), QImage::Format_Indexed8) << c.name;
+        EXPECT_EQ(frame.kind(), 1u) << c.name;
+        EXPECT_EQ(frame.bitsPerPixel(), 8) << c.name;
+        EXPECT_EQ(frame.fileName(), path);
+        EXPECT_EQ(frame.linearData(), nullptr);
+        const QImage loaded = frame.image();
+        if (c.image.format() == QImage::Format_Grayscale16) {
+            for (int x = 0; x < loaded.width(); ++x)
+                EXPECT_EQ(qGray(loaded.pixel(x, 0)), wideExpected[x]) << c.name << " x=" << x;
+        } else {
+            for (int i = 0; i < 60; ++i)
+                ASSERT_EQ(qGray(loaded.pixel(i % 10, i / 10)), qGray(gray8.pixel(i % 10, i / 10)))
+                        << c.name;
+        }
+    }
+
+    // 8- and 16-bit colour TIFF and 16-bit colour PNG: kind 3, ARGB32,
+    // 16-bit channels rounded to 8 bits.
+    QImage colour16(4, 1, QImage::Format_RGBA64);
+    colour16.setPixelColor(0, 0, QColor::fromRgba64(65535, 0, 32767, 65535));
+    colour16.setPixelColor(1, 0, QColor::fromRgba64(128, 129, 65406, 65535));
+    colour16.setPixelColor(2, 0, QColor::fromRgba64(257 * 200, 257 * 17, 0, 65535));
+    colour16.setPixelColor(3, 0, QColor::fromRgba64(1, 2, 3, 65535));
+    const QRgb colourExpected[4] = {qRgb(255, 0, 127), qRgb(0, 1, 254), qRgb(200, 17, 0),
+                                    qRgb(0, 0, 0)};
+    for (const char *name : {"c16.png", "c16.tif"}) {
+        ASSERT_TRUE(frame.load(saveImage(dir, name, colour16))) << name;
+        EXPECT_EQ(frame.kind(), 3u);
+        EXPECT_EQ(frame.image().format(), QImage::Format_ARGB32);
+        for (int x = 0; x < 4; ++x)
+            EXPECT_EQ(frame.image().pixel(x, 0), colourExpected[x]) << name << " x=" << x;
+    }
+    const QImage rgb = gradient(9, 7, QImage::Format_RGB32);
+    ASSERT_TRUE(frame.load(saveImage(dir, "c8.tif", rgb)));
+    EXPECT_EQ(frame.image(), rgb.convertToFormat(QImage::Format_ARGB32));
+}
+
+TEST(Frame, FailuresSayWhy)
+{
+    QTemporaryDir dir;
+    CFrame frame;
     EXPECT_FALSE(frame.load(dir.filePath("missing.png")));
+    EXPECT_EQ(frame.error(), FrameError::Missing);
+
+    // An upper-case RAW suffix is not a raw file: the picture decoders refuse it.
     QFile raw(dir.filePath("frame.RAW"));
     ASSERT_TRUE(raw.open(QIODevice::WriteOnly));
     raw.write(QByteArray(644 * 484 * 2, '\x10'));
     raw.close();
     EXPECT_FALSE(frame.load(raw.fileName()));
+    EXPECT_EQ(frame.error(), FrameError::Undecodable);
     EXPECT_FALSE(frame.isValid());
 
-    // A corrupt picture (a truncated PNG) fails cleanly.
-    QFile truncated(dir.filePath("cut.png"));
+    // A truncated PNG keeps the decoder's reason.
     QFile whole(saveImage(dir, "whole.png", gradient(64, 64, QImage::Format_ARGB32)));
     ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
-    ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
-    truncated.write(whole.read(40));
-    truncated.close();
-    EXPECT_FALSE(frame.load(truncated.fileName()));
+    const QString cut = kestro::test::writeFile(dir, "cut.png", whole.read(40));
+    EXPECT_FALSE(frame.load(cut));
+    EXPECT_EQ(frame.error(), FrameError::Undecodable);
+    EXPECT_NE(frame.errorText(), frameErrorText(FrameError::Undecodable, cut));
+    EXPECT_TRUE(frame.errorText().startsWith(QStringLiteral("cannot load ") + cut));
+
+    // Named pipes are refused, whatever the suffix, without waiting.
+    for (const char *name : {"pipe.png", "pipe.raw"}) {
+        const QString fifo = dir.filePath(name);
+        ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+        EXPECT_FALSE(frame.load(fifo));
+        EXPECT_EQ(frame.error(), FrameError::NotRegularFile) << name;
+    }
 }
 
-TEST(Frame, BytesPerPixelFromDepth)
+TEST(Frame, ErrorTexts)
 {
-    EXPECT_EQ(bytesPerPixelForBits(1), 1);
-    EXPECT_EQ(bytesPerPixelForBits(8), 1);
-    EXPECT_EQ(bytesPerPixelForBits(12), 2);
-    EXPECT_EQ(bytesPerPixelForBits(16), 2);
-    EXPECT_EQ(bytesPerPixelForBits(24), 3);
-    EXPECT_EQ(bytesPerPixelForBits(32), 4);
-    EXPECT_EQ(bytesPerPixelForBits(48), 1);
-    EXPECT_EQ(bytesPerPixelForBits(64), 1);
+    const QString p = QStringLiteral("/data/chart%2Bcopy %1.png");
+    const QString head = QStringLiteral("cannot load /data/chart%2Bcopy %1.png as an image or raw "
+                                        "sensor file: ");
+    EXPECT_EQ(frameErrorText(FrameError::None, p), QString());
+    EXPECT_EQ(frameErrorText(FrameError::Missing, p), head + "no such file");
+    EXPECT_EQ(frameErrorText(FrameError::NotRegularFile, p), head + "not a regular file");
+    EXPECT_EQ(frameErrorText(FrameError::Undecodable, p, "Unsupported image format"),
+              head + "Unsupported image format");
+    EXPECT_EQ(frameErrorText(FrameError::RawNoDescription, p),
+              head + "no sidecar file and no sensor data file describes a raw frame of this size");
+    EXPECT_EQ(frameErrorText(FrameError::RawSizeMismatch, p),
+              head + "the file size does not match the frame description");
+    EXPECT_EQ(frameErrorText(FrameError::OutOfMemory, p), head + "not enough memory");
 }
 
 TEST(Frame, LinearCopyDecodesEveryColourByte)
@@ -114,13 +192,17 @@ TEST(Frame, LinearCopyDecodesEveryColourByte)
             ASSERT_EQ(lin[o + 3], 0);
         }
     }
-    // A copy carries the linear buffer byte for byte, in its own memory.
+    // A copy shares the immutable pixels, linear copy included, and keeps
+    // them when the original is reloaded.
     CFrame copy(frame);
     EXPECT_TRUE(copy.isValid());
-    EXPECT_NE(copy.linearData(), lin);
-    EXPECT_EQ(0, std::memcmp(copy.linearData(), lin, frame.linearSize()));
+    EXPECT_EQ(copy.linearData(), lin);
     EXPECT_EQ(copy.fileName(), frame.fileName());
     EXPECT_TRUE(copy.isCompatible(frame));
+    ASSERT_TRUE(frame.load(saveImage(dir, "q.png", gradient(5, 5, QImage::Format_ARGB32))));
+    EXPECT_EQ(copy.width(), 33);
+    EXPECT_EQ(copy.linearData(), lin);
+    EXPECT_EQ(copy.data(), src);
 }
 
 TEST(Frame, CompatibilityRule)
@@ -139,20 +221,57 @@ TEST(Frame, CompatibilityRule)
     EXPECT_FALSE(f1.isCompatible(empty));
     ASSERT_TRUE(f2.setFromImage(gradient(20, 10, QImage::Format_ARGB32), 7));
     EXPECT_FALSE(f1.isCompatible(f2)); // tags differ
+
+    EXPECT_EQ(bytesPerPixelForBits(12), 2);
+    EXPECT_EQ(bytesPerPixelForBits(48), 1); // deliberately not 6
+    EXPECT_EQ(channelName(10, 3), "BayerB");
+    EXPECT_EQ(channelName(9, 4), "IR");
+    EXPECT_EQ(channelName(8, 6), "---");
 }
 
-TEST(Frame, ChannelNames)
+// Readers take the pixels, check that everything they see belongs to one
+// load, and build the linear copy, while another thread reloads the same
+// frame between two pictures of different sizes. Run under ThreadSanitizer
+// this also proves the absence of data races.
+TEST(Frame, ThreadsReadWhileAnotherReloads)
 {
-    EXPECT_EQ(channelName(0, 5), "Mono");
-    EXPECT_EQ(channelName(4, 0), "Mono");
-    EXPECT_EQ(channelName(1, 0), "BayerR");
-    EXPECT_EQ(channelName(10, 3), "BayerB");
-    EXPECT_EQ(channelName(7, 5), "P2");
-    EXPECT_EQ(channelName(8, 6), "---");
-    EXPECT_EQ(channelName(2, 2), "Cr");
-    EXPECT_EQ(channelName(6, 3), "---");
-    EXPECT_EQ(channelName(3, 1), "Green");
-    EXPECT_EQ(channelName(9, 4), "IR");
-    EXPECT_EQ(channelName(9, -1), "---");
-    EXPECT_EQ(channelName(11, 0), "---");
+    QTemporaryDir dir;
+    const QImage small = gradient(24, 16, QImage::Format_ARGB32);
+    const QImage large = gradient(40, 30, QImage::Format_RGB32);
+    const QString paths[2] = {saveImage(dir, "small.png", small),
+                              saveImage(dir, "large.bmp", large)};
+    CFrame frame;
+    ASSERT_TRUE(frame.load(paths[0]));
+    CFrame other;
+    ASSERT_TRUE(other.load(paths[0]));
+
+    std::atomic<bool> done{false};
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> readers;
+    for (int t = 0; t < 3; ++t) {
+        readers.emplace_back([&] {
+            while (!done.load()) {
+                const auto block = frame.pixels();
+                const bool isSmall = block->width == 24;
+                const QImage &expected = isSmall ? small : large;
+                const std::uint8_t *lin = block->linearData();
+                if (!block->valid || block->height != expected.height()
+                    || block->dataSize != block->bytesPerLine * block->height
+                    || block->image.size() != expected.size()
+                    || std::memcmp(block->data() + 4 * 7, expected.constBits() + 4 * 7, 4) != 0
+                    || !lin || lin[3] != 0)
+                    ++mismatches;
+                CFrame copy(frame);
+                (void) copy.isCompatible(other);
+                (void) frame.isCompatible(other);
+                (void) frame.image().pixel(3, 3);
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i)
+        ASSERT_TRUE(frame.load(paths[i % 2]));
+    done = true;
+    for (std::thread &t : readers)
+        t.join();
+    EXPECT_EQ(mismatches.load(), 0);
 }

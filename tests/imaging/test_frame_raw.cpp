@@ -9,6 +9,7 @@
 #include <QTemporaryDir>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -79,25 +80,65 @@ TEST_F(FrameRaw, SidecarDescribesTheFrame)
     EXPECT_EQ(frame.linearData(), nullptr); // kind 1
     const QImage img = frame.image();
     EXPECT_EQ(img.size(), QSize(16, 10));
-    EXPECT_EQ(img, kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()),
+    EXPECT_EQ(img, kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()),
                                            20, 14, 12, 168, 3));
 
-    // Two loads of one file are compatible; a copy owns its own raw buffer.
+    // Two loads of one file are compatible, and so is a copy.
     CFrame again;
     ASSERT_TRUE(again.load(path("s.raw")));
     EXPECT_TRUE(frame.isCompatible(again));
     CFrame copy(frame);
-    EXPECT_NE(copy.data(), frame.data());
-    EXPECT_EQ(0, std::memcmp(copy.data(), frame.data(), frame.dataSize()));
     EXPECT_EQ(copy.image(), img);
     EXPECT_EQ(copy.blackLevel(), 168.0);
     EXPECT_TRUE(copy.isCompatible(frame));
 
-    // Reloading a broken file clears the frame.
+    // Reloading a broken file clears the frame and says why.
     write(path("s.raw"), data.left(100));
     EXPECT_FALSE(frame.load(path("s.raw")));
     EXPECT_FALSE(frame.isValid());
+    EXPECT_EQ(frame.error(), FrameError::RawSizeMismatch);
+    EXPECT_TRUE(frame.errorText().endsWith(
+            "the file holds 100 bytes; a 20 x 14 frame of 12 bits per pixel needs 560"));
     EXPECT_FALSE(frame.isCompatible(again));
+    EXPECT_EQ(copy.data()[7], static_cast<std::uint8_t>(data[7])); // the copy keeps its pixels
+}
+
+TEST_F(FrameRaw, SixteenBitSamplesAreUnsignedAndNarrowerOnesClamped)
+{
+    // A true 16-bit sensor: all 0xFFFF is white, not black.
+    write(path("w.raw"), QByteArray(10 * 8 * 2, '\xff'));
+    write(path("w.ini"), frameIni(10, 8, 16, 1, 0, 0));
+    CFrame frame;
+    ASSERT_TRUE(frame.load(path("w.raw")));
+    EXPECT_EQ(frame.image().pixel(2, 2), qRgb(255, 255, 255));
+
+    // 12-bit samples with stray high bits count as full scale, in the data
+    // every engine reads and in the picture.
+    QByteArray data = mosaic16(10, 8, 12);
+    data[2 * 11] = '\xff';
+    data[2 * 11 + 1] = '\xff';
+    write(path("c.raw"), data);
+    write(path("c.ini"), frameIni(10, 8, 12, 1, 0, 0));
+    ASSERT_TRUE(frame.load(path("c.raw")));
+    EXPECT_EQ(frame.data()[2 * 11], 0xff);
+    EXPECT_EQ(frame.data()[2 * 11 + 1], 0x0f);
+    data[2 * 11 + 1] = 0x0f;
+    EXPECT_EQ(frame.image(),
+              kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()), 10,
+                                      8, 12, 0, 0));
+}
+
+TEST_F(FrameRaw, NamesInAnyScriptAndSidecarsWithAByteOrderMark)
+{
+    ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("Снимки 图像")));
+    const QString raw = dir.filePath(QStringLiteral("Снимки 图像/кадр %1.raw"));
+    write(raw, mosaic16(10, 8, 10));
+    write(dir.filePath(QStringLiteral("Снимки 图像/кадр %1.ini")),
+          "\xEF\xBB\xBF" + frameIni(10, 8, 10, 1, 2, 0));
+    CFrame frame;
+    ASSERT_TRUE(frame.load(raw)) << frame.errorText().toStdString();
+    EXPECT_EQ(frame.bayerOrder(), 2);
+    EXPECT_EQ(frame.fileName(), raw);
 }
 
 TEST_F(FrameRaw, SensorDataLookupBySize)
@@ -168,7 +209,7 @@ TEST_F(FrameRaw, OddSizesAndImageTypes)
     ASSERT_TRUE(frame.load(path("c.raw")));
     EXPECT_EQ(frame.bayerOrder(), 7);
     EXPECT_EQ(frame.image(),
-              kestro::demosaicToImage(reinterpret_cast<const std::int16_t *>(data.constData()), 12,
+              kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()), 12,
                                       10, 10, 32, 0));
 
     // Too small to demosaic: the frame loads with its data and a null picture.
@@ -179,7 +220,7 @@ TEST_F(FrameRaw, OddSizesAndImageTypes)
     EXPECT_NE(frame.data(), nullptr);
 }
 
-TEST_F(FrameRaw, BadFilesNeverLoad)
+TEST_F(FrameRaw, BadFilesNeverLoadAndSayWhy)
 {
     const QByteArray good = frameIni(8, 6, 10, 1, 0, 64);
     const QByteArray data = mosaic16(8, 6, 10);
@@ -188,28 +229,52 @@ TEST_F(FrameRaw, BadFilesNeverLoad)
         const char *what;
         QByteArray raw;
         QByteArray ini;
+        FrameError error;
+        const char *reason; // end of the text
     };
     const Case cases[] = {
-            {"truncated", data.left(95), good},
-            {"empty", QByteArray(), good},
-            {"too long", data + "x", good},
-            {"0 bits", data, frameIni(8, 6, 0, 1, 0, 0)},
-            {"17 bits", data, frameIni(8, 6, 17, 1, 0, 0)},
-            {"black at full scale", data, frameIni(8, 6, 10, 1, 0, 1023)},
-            {"garbage sidecar", data, QByteArray("\xff\xfe[Frame\nWidth==\x01\nHeight=-\n", 30)},
-            {"text in numbers", data, "[Frame]\nWidth=8px\nHeight=6\nBitsPerPixel=10\n"},
-            {"no frame group", data, "[Sensor]\nWidth=8\nHeight=6\nBitsPerPixel=10\n"},
+            {"truncated", data.left(95), good, FrameError::RawSizeMismatch, "needs 96"},
+            {"empty", QByteArray(), good, FrameError::RawSizeMismatch, "needs 96"},
+            {"too long", data + "x", good, FrameError::RawSizeMismatch, "needs 96"},
+            {"0 bits", data, frameIni(8, 6, 0, 1, 0, 0), FrameError::RawBadDescription,
+             "BitsPerPixel=0: the bits per pixel must be 1 to 16"},
+            {"17 bits", data, frameIni(8, 6, 17, 1, 0, 0), FrameError::RawBadDescription,
+             "BitsPerPixel=17: the bits per pixel must be 1 to 16"},
+            {"colour order", data, frameIni(8, 6, 10, 1, 300, 0), FrameError::RawBadDescription,
+             "BayerOrder=300: unknown colour order (0 to 255)"},
+            {"black at full scale", data, frameIni(8, 6, 10, 1, 0, 1023),
+             FrameError::RawBadDescription, "BlackLevel=1023"},
+            {"garbage sidecar", data, QByteArray("\xff\xfe[Frame\nWidth==\x01\nHeight=-\n", 30),
+             FrameError::RawBadDescription, "Width is missing"},
+            {"text in numbers", data, "[Frame]\nWidth=8px\nHeight=6\nBitsPerPixel=10\n",
+             FrameError::RawBadDescription, "Width=8px: the width must be 1 to 1048576 pixels"},
+            {"no frame group", data, "[Sensor]\nWidth=8\nHeight=6\nBitsPerPixel=10\n",
+             FrameError::RawBadDescription, "Width is missing"},
+            {"no sidecar", data, QByteArray(), FrameError::RawNoDescription,
+             "describes a frame of 96 bytes"},
     };
     const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
     qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(path("none")));
     for (const Case &c : cases) {
         write(path("b.raw"), c.raw);
-        write(path("b.ini"), c.ini);
+        QFile::remove(path("b.ini"));
+        if (!c.ini.isEmpty())
+            write(path("b.ini"), c.ini);
         CFrame frame;
         EXPECT_FALSE(frame.load(path("b.raw"))) << c.what;
         EXPECT_FALSE(frame.isValid()) << c.what;
         EXPECT_EQ(frame.data(), nullptr) << c.what;
+        EXPECT_EQ(frame.error(), c.error) << c.what;
+        EXPECT_TRUE(frame.errorText().contains(QLatin1String(c.reason)))
+                << c.what << ": " << frame.errorText().toStdString();
     }
+    // A sidecar that is a named pipe is unreadable, not waited on.
+    write(path("b.raw"), data);
+    QFile::remove(path("b.ini"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(path("b.ini")).constData(), 0600), 0);
+    CFrame frame;
+    EXPECT_FALSE(frame.load(path("b.raw")));
+    EXPECT_TRUE(frame.errorText().endsWith("b.ini cannot be read"));
     qputenv("KESTRO_SENSOR_DATA", saved);
 }
 

@@ -5,7 +5,6 @@
 
 #include "imaging/frame.h"
 
-#include <QFileInfo>
 #include <QSaveFile>
 
 namespace {
@@ -17,19 +16,17 @@ int runDemosaic(const QStringList &args)
         return usageError("demosaic");
     const QString path = args.at(0);
     const QString out = args.at(1);
-    if (!QFileInfo(path).isFile())
-        return fail(QStringLiteral("cannot read %1").arg(path));
     CFrame frame;
     if (!frame.load(path))
-        return fail(QStringLiteral("cannot load %1 as an image or raw sensor file").arg(path));
+        return fail(frame.errorText());
     const QImage image = frame.image();
     if (image.isNull())
-        return fail(QStringLiteral("%1 has no display picture (too small to demosaic)").arg(path));
+        return fail(path + QStringLiteral(" has no display picture (too small to demosaic)"));
     // Written to a temporary file and renamed, so a failure never leaves a
     // half-written picture behind.
     QSaveFile file(out);
     if (!file.open(QIODevice::WriteOnly) || !image.save(&file, "PNG") || !file.commit())
-        return fail(QStringLiteral("cannot write %1").arg(out));
+        return fail(QStringLiteral("cannot write ") + out);
     kestro::JsonWriter json;
     json.beginObject()
             .field("ok", true)

@@ -4,8 +4,6 @@
 
 #include "imaging/frame.h"
 
-#include <QFileInfo>
-
 namespace {
 
 int runFrame(const QStringList &args)
@@ -14,10 +12,13 @@ int runFrame(const QStringList &args)
     if (args.size() != 1)
         return usageError("frame");
     const QString path = args.first();
-    if (!QFileInfo(path).isFile())
-        return fail(QStringLiteral("cannot read %1").arg(path));
     CFrame frame;
     const bool loaded = frame.load(path);
+    // A file that cannot be opened at all gets no JSON, only the reason.
+    const FrameError error = frame.error();
+    if (error == FrameError::Missing || error == FrameError::NotRegularFile
+        || error == FrameError::Unreadable)
+        return fail(frame.errorText());
     const QImage image = frame.image();
     kestro::JsonWriter json;
     json.beginObject()
@@ -35,9 +36,9 @@ int runFrame(const QStringList &args)
             .endObject();
     printJson(json.text());
     // A file that does not load is unreadable input: the JSON above still
-    // shows "valid": false, the message goes to stderr.
+    // shows "valid": false, the reason goes to stderr.
     if (!loaded)
-        return fail(QStringLiteral("cannot load %1 as an image or raw sensor file").arg(path));
+        return fail(frame.errorText());
     return 0;
 }
 
