@@ -4,6 +4,7 @@
 #include "app/batchpages.h"
 #include "app/kestro.h"
 #include "imaging/frame.h"
+#include "imaging/imageload.h"
 
 #include <QImage>
 #include <QString>
@@ -17,6 +18,14 @@ namespace {
 void out(const char *text)
 {
     std::printf("%s", text);
+}
+
+// Why a batch run could not do its work: on stderr, so that stdout keeps
+// exactly the texts that test stations compare.
+void reason(const QString &text)
+{
+    std::fflush(stdout);
+    std::fprintf(stderr, "\nKestro: %s\n", text.toLocal8Bit().constData());
 }
 
 // One command-line argument, as the program reads paths and values.
@@ -113,10 +122,12 @@ void Kestro::runColorDifference(int argc, char **argv)
             }
         }
     }
-    const QImage image(input);
+    QString error;
+    const QImage image = kestro::loadImage(input, &error);
     if (image.isNull()) {
         m_exitCode = -1;
         out("\tCannot load the input file");
+        reason(error);
     }
 }
 
@@ -146,6 +157,7 @@ void Kestro::runNoise(int argc, char **argv)
     if (!frame.load(input)) {
         m_exitCode = -1;
         out("\tCannot load the input file");
+        reason(frame.errorText());
     }
 }
 
@@ -193,7 +205,14 @@ void Kestro::runMtf(int argc, char **argv)
     }
     if (!m_roiFileGiven && (x1 == x2 || y1 == y2))
         return;
-    QImage image(m_mtfImagePath);
+    QString error;
+    QImage image = kestro::loadImage(m_mtfImagePath, &error);
+    if (image.isNull()) {
+        // Nothing to measure: the exit code stays 0, the reason goes to
+        // stderr, no report is written.
+        reason(error);
+        return;
+    }
     newSlantedEdgeImage(image);
     if (!m_roiFileGiven) {
         // Widths are computed in 64 bits so that extreme corners cannot

@@ -1,3 +1,3 @@
 #include "imaging/gui/viewlog.h"
 
-Q_LOGGING_CATEGORY(kestroViewLog, "kestro.view")
+Q_LOGGING_CATEGORY(kestroViewLog, "kestro.view", QtInfoMsg)

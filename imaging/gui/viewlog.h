@@ -1,7 +1,7 @@
 #pragma once
 // Debug log of the region views ("Mouse move   ", "Done with region drawing",
-// "old Z : " ...). On by default; QT_LOGGING_RULES="kestro.view.debug=false"
-// silences it.
+// "old Z : " ...). Off by default, so that batch runs keep stderr for what
+// matters; QT_LOGGING_RULES="kestro.view.debug=true" turns it on.
 
 #include <QLoggingCategory>
 

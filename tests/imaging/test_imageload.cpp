@@ -4,53 +4,10 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
-#include <QtEndian>
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 
 using kestro::ImageLoadError;
 using kestro::readImageFile;
-
-namespace {
-
-quint32 crc32(const QByteArray &bytes)
-{
-    quint32 crc = 0xffffffffu;
-    for (const char c : bytes) {
-        crc ^= static_cast<quint8>(c);
-        for (int k = 0; k < 8; ++k)
-            crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
-    }
-    return ~crc;
-}
-
-QByteArray pngChunk(const char *type, const QByteArray &data)
-{
-    QByteArray body = QByteArray(type) + data;
-    QByteArray out(4, '\0');
-    qToBigEndian<quint32>(data.size(), out.data());
-    out += body;
-    QByteArray crc(4, '\0');
-    qToBigEndian<quint32>(crc32(body), crc.data());
-    return out + crc;
-}
-
-// A PNG that declares a width x height 8-bit RGB picture and holds a few
-// bytes of pixel data: what a decompression bomb looks like to a reader that
-// checks the header first.
-QByteArray pngDeclaring(quint32 width, quint32 height)
-{
-    QByteArray ihdr(13, '\0');
-    qToBigEndian<quint32>(width, ihdr.data());
-    qToBigEndian<quint32>(height, ihdr.data() + 4);
-    ihdr[8] = 8; // bit depth
-    ihdr[9] = 2; // RGB
-    return QByteArray("\x89PNG\r\n\x1a\n", 8) + pngChunk("IHDR", ihdr)
-           + pngChunk("IDAT", QByteArray("\x78\x9c\x01\x00", 4)) + pngChunk("IEND", {});
-}
-
-} // namespace
 
 TEST(ImageLoad, NamesInAnyScriptAndWithPercentSigns)
 {
@@ -76,8 +33,8 @@ TEST(ImageLoad, NamesInAnyScriptAndWithPercentSigns)
 TEST(ImageLoad, RefusesWhatIsNotARegularFileWithoutBlocking)
 {
     QTemporaryDir dir;
-    const QString fifo = dir.filePath(QStringLiteral("pipe.png"));
-    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const QString fifo = kestro::test::makeFifo(dir, QStringLiteral("pipe.png"));
+    ASSERT_FALSE(fifo.isEmpty());
     QElapsedTimer timer;
     timer.start();
     EXPECT_EQ(readImageFile(fifo).error, ImageLoadError::NotRegularFile);
@@ -94,7 +51,8 @@ TEST(ImageLoad, RefusesWhatIsNotARegularFileWithoutBlocking)
 TEST(ImageLoad, RefusesDeclaredSizeAboveTheLimitBeforeDecoding)
 {
     QTemporaryDir dir;
-    const QString bomb = kestro::test::writeFile(dir, "bomb.png", pngDeclaring(20000, 20000));
+    const QString bomb = kestro::test::writeFile(dir, "bomb.png",
+                                                 kestro::test::pngDeclaringSize(20000, 20000));
     const kestro::ImageLoadResult r = readImageFile(bomb);
     EXPECT_EQ(r.error, ImageLoadError::TooLarge);
     EXPECT_TRUE(r.image.isNull());
@@ -105,7 +63,8 @@ TEST(ImageLoad, RefusesDeclaredSizeAboveTheLimitBeforeDecoding)
 
     // Just under the limit the header passes, and the missing pixel data is
     // then the decoder's complaint, not the size.
-    const QString near = kestro::test::writeFile(dir, "near.png", pngDeclaring(15000, 16000));
+    const QString near = kestro::test::writeFile(dir, "near.png",
+                                                 kestro::test::pngDeclaringSize(15000, 16000));
     const kestro::ImageLoadResult n = readImageFile(near);
     EXPECT_EQ(n.error, ImageLoadError::Undecodable);
     EXPECT_EQ(n.declaredSize, QSize(15000, 16000));

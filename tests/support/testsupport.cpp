@@ -6,7 +6,9 @@
 #include <QJsonParseError>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QtEndian>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace kestro::test {
 
@@ -89,6 +91,44 @@ QString saveImage(const QTemporaryDir &dir, const QString &name, const QImage &i
     const QString path = dir.filePath(name);
     image.save(path);
     return path;
+}
+
+static quint32 crc32(const QByteArray &bytes)
+{
+    quint32 crc = 0xffffffffu;
+    for (const char c : bytes) {
+        crc ^= static_cast<quint8>(c);
+        for (int k = 0; k < 8; ++k)
+            crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
+    }
+    return ~crc;
+}
+
+static QByteArray pngChunk(const char *type, const QByteArray &data)
+{
+    const QByteArray body = QByteArray(type) + data;
+    QByteArray out(4, '\0');
+    qToBigEndian<quint32>(data.size(), out.data());
+    QByteArray crc(4, '\0');
+    qToBigEndian<quint32>(crc32(body), crc.data());
+    return out + body + crc;
+}
+
+QByteArray pngDeclaringSize(quint32 width, quint32 height)
+{
+    QByteArray ihdr(13, '\0');
+    qToBigEndian<quint32>(width, ihdr.data());
+    qToBigEndian<quint32>(height, ihdr.data() + 4);
+    ihdr[8] = 8; // bit depth
+    ihdr[9] = 2; // RGB
+    return QByteArray("\x89PNG\r\n\x1a\n", 8) + pngChunk("IHDR", ihdr)
+           + pngChunk("IDAT", QByteArray("\x78\x9c\x01\x00", 4)) + pngChunk("IEND", {});
+}
+
+QString makeFifo(const QTemporaryDir &dir, const QString &name)
+{
+    const QString path = dir.filePath(name);
+    return ::mkfifo(QFile::encodeName(path).constData(), 0600) == 0 ? path : QString();
 }
 
 } // namespace kestro::test

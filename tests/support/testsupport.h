@@ -46,4 +46,12 @@ QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArra
 // Writes an image to a file in `dir` and returns its path.
 QString saveImage(const QTemporaryDir &dir, const QString &name, const QImage &image);
 
+// A small PNG file whose header declares a width x height RGB picture but
+// which holds almost no pixel data: a decompression bomb as a reader that
+// checks sizes first sees it.
+QByteArray pngDeclaringSize(quint32 width, quint32 height);
+
+// Makes a named pipe in `dir` and returns its path (empty on failure).
+QString makeFifo(const QTemporaryDir &dir, const QString &name);
+
 } // namespace kestro::test
