@@ -1,6 +1,5 @@
 #include "measure/mtf/mtfthread.h"
 
-#include "imaging/region.h"
 #include "measure/mtf/regionbasedmtf.h"
 
 #include <algorithm>
@@ -27,7 +26,7 @@ void MTFThread::runRegions()
             source->attachMtfRegionCalculation(i, mtf);
         }
         mtf->setPictureHeight(static_cast<unsigned>(std::max(0, source->mtfPictureHeight())));
-        mtf->setRegion(kestro::alignedRect(source->mtfRegionRect(i)));
+        mtf->setDrawnRegion(source->mtfRegionRect(i));
         mtf->setFileName(source->mtfFileName());
         mtf->setGamma(source->mtfGamma());
         mtf->calculate(); // a failed region keeps its message and stays invalid

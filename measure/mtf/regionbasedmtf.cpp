@@ -1,8 +1,10 @@
 #include "measure/mtf/regionbasedmtf.h"
 
+#include "imaging/roifile.h"
 #include "platform/colorcal/colorcal.h"
 #include "platform/colorcal/imagecache.h"
 
+#include <QFile>
 #include <QImage>
 #include <algorithm>
 #include <cmath>
@@ -47,6 +49,29 @@ void regionBasedMTF::setPictureHeight(unsigned height)
     m_dirty = true;
 }
 
+void regionBasedMTF::setDrawnRegion(const QRectF &drawn)
+{
+    const QRectF rect = drawn.normalized();
+    const double edges[4] = {rect.left(), rect.top(), rect.right(), rect.bottom()};
+    const bool inRange = std::all_of(std::begin(edges), std::end(edges), [](double v) {
+        return std::isfinite(v) && std::fabs(v) <= kMaxCoordinate;
+    });
+    QString rangeError;
+    if (!inRange) {
+        rangeError = QStringLiteral("The region (left %1, top %2, width %3, height %4) lies beyond "
+                                    "the largest picture size; redraw it on the picture.")
+                             .arg(QString::number(drawn.left(), 'g', 6),
+                                  QString::number(drawn.top(), 'g', 6),
+                                  QString::number(drawn.width(), 'g', 6),
+                                  QString::number(drawn.height(), 'g', 6));
+    }
+    if (rangeError != m_rangeError) {
+        m_rangeError = rangeError;
+        m_dirty = true;
+    }
+    setRegion(kestro::roiStoredRect(rect));
+}
+
 const double *regionBasedMTF::frequencies() const
 {
     return isValid() ? m_frequencies : nullptr;
@@ -87,15 +112,14 @@ QString regionBasedMTF::errorMessage() const
 
 QString regionBasedMTF::regionInfoHtml() const
 {
+    // One multi-argument pass, so that a "%" sequence in the file name is
+    // left as it stands.
     return QString("<table><tr><th align=\"left\">Region</th><td> topleft(%1, %2), width: %3, height: "
                    "%4</td> </tr><tr><th align=\"left\">File Name</th><td width=\"500px\"> %5</td></tr><tr>"
                    "<th align=\"left\">ROI Distance</th><td> %6</td></tr></table>")
-            .arg(m_region.left())
-            .arg(m_region.top())
-            .arg(m_region.width())
-            .arg(m_region.height())
-            .arg(m_fileName)
-            .arg(m_roiDistance, 0, 'g', 6);
+            .arg(QString::number(m_region.left()), QString::number(m_region.top()),
+                 QString::number(m_region.width()), QString::number(m_region.height()), m_fileName,
+                 QString::number(m_roiDistance, 'g', 6));
 }
 
 QString regionBasedMTF::regionTag() const
@@ -141,6 +165,10 @@ bool regionBasedMTF::calculate()
     if (!m_dirty)
         return true;
     std::fill(std::begin(m_overshoot), std::end(m_overshoot), 0.0);
+    if (!m_rangeError.isEmpty()) {
+        m_errorMessage = m_rangeError;
+        return false;
+    }
 
     // The picture comes from the library's cache of decoded files, so the
     // library's own read of the same file does not decode it again.
@@ -149,15 +177,17 @@ bool regionBasedMTF::calculate()
         m_errorMessage = QStringLiteral("Cannot open the file : ") + m_fileName;
         return false;
     }
-    const QPoint regionCentre = m_region.center();
-    const QPoint pictureCentre = picture.rect().center();
-    const int dx = pictureCentre.x() - regionCentre.x();
-    const int dy = pictureCentre.y() - regionCentre.y();
-    m_roiDistance = std::sqrt(static_cast<double>(dx * dx + dy * dy));
+    // Centres in integer division as the rectangles store them, in 64 bits so
+    // that no region can overflow the squares.
+    const auto centre = [](qint64 start, qint64 size) { return (2 * start + size - 1) / 2; };
+    const qint64 dx = centre(0, picture.width()) - centre(m_region.left(), m_region.width());
+    const qint64 dy = centre(0, picture.height()) - centre(m_region.top(), m_region.height());
+    m_roiDistance = std::sqrt(static_cast<double>(dx) * static_cast<double>(dx)
+                              + static_cast<double>(dy) * static_cast<double>(dy));
 
     char errorText[1024] = {};
     unsigned int count = 0;
-    const QByteArray name = m_fileName.toLatin1();
+    const QByteArray name = QFile::encodeName(m_fileName);
     const bool ran = callLibrary(count, m_frequencies, m_grayCurve, m_redCurve, m_greenCurve,
                                  m_blueCurve, m_mtf50, m_mtf50Peak, m_mtf10, m_mtf10Peak,
                                  m_slopeDegrees, m_contrast, errorText, 1024, name.constData(),

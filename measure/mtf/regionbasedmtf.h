@@ -5,6 +5,7 @@
 
 #include "imaging/regionbasedcalculation.h"
 
+#include <QRectF>
 #include <QString>
 
 class CColorCalibrate;
@@ -28,6 +29,12 @@ public:
     void setFileName(const QString &fileName);
     void setGamma(double gamma);
     void setPictureHeight(unsigned height);
+    // The region as drawn or read, in real pixel coordinates: the smallest
+    // integer rectangle that holds it, normalised. One that is not finite or
+    // reaches beyond kMaxCoordinate is kept clamped and refused by
+    // calculate() with a message that names it.
+    void setDrawnRegion(const QRectF &rect);
+    static constexpr double kMaxCoordinate = 1 << 30;
     QString fileName() const { return m_fileName; }
     double gamma() const { return m_gamma; }
     unsigned pictureHeight() const { return m_pictureHeight; }
@@ -90,6 +97,7 @@ private:
     unsigned m_pictureHeight = 0;
     double m_roiDistance = 0;
     QString m_errorMessage;
+    QString m_rangeError; // set when the drawn region is out of range
     QString m_fileName;
     CColorCalibrate &m_calibration;
     unsigned m_pointCount = 0;

@@ -5,44 +5,14 @@
 
 #include "measure/mtf/regionbasedmtf.h"
 #include "platform/colorcal/colorcal.h"
+#include "scriptedmtf.h"
 
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
-#include <cstring>
+#include <cmath>
 
 namespace {
-
-// The library replaced by a scripted answer, counting its calls.
-class ScriptedMTF : public regionBasedMTF
-{
-public:
-    int calls = 0;
-    bool result = true;
-    std::string message;
-    unsigned points = 3;
-    double redPeak = 1.0, grayPeak = 1.0;
-
-protected:
-    bool callLibrary(unsigned int &count, double *freq, double *gray, double *red, double *green,
-                     double *blue, double *, double *, double *, double *, double *, double *,
-                     char *errorText, int errorSize, const char *, double, int, int, int, int,
-                     int mode) override
-    {
-        ++calls;
-        EXPECT_EQ(errorSize, 1024);
-        EXPECT_EQ(mode, 3);
-        count = points;
-        for (unsigned i = 0; i < points; ++i) {
-            freq[i] = 0.1 * i;
-            red[i] = i == 1 ? redPeak : 0.5;
-            green[i] = blue[i] = 0.5;
-            gray[i] = i == 1 ? grayPeak : 0.5;
-        }
-        std::strncpy(errorText, message.c_str(), static_cast<std::size_t>(errorSize));
-        return result;
-    }
-};
 
 class RegionMtf : public ::testing::Test
 {
@@ -181,4 +151,33 @@ TEST(RegionMtfLibrary, RealEdgeThroughTheLibrary)
     EXPECT_NEAR(m.curve(regionBasedMTF::Gray)[0], 1.0, 1e-9);
     EXPECT_NEAR(m.overshoot(regionBasedMTF::Gray), 1.0, 1e-9);
     EXPECT_NEAR(m.overshoot(regionBasedMTF::Red), 0.0, 1e-9);
+}
+
+TEST_F(RegionMtf, AbsurdRegionsAndOddFileNamesAreSafe)
+{
+    // A region beyond any picture is refused by name, without the library.
+    m.setDrawnRegion(QRectF(1e300, 0, 10, 10));
+    EXPECT_FALSE(m.calculate());
+    EXPECT_EQ(m.errorMessage(), "The region (left 1e+300, top 0, width 10, height 10) lies beyond "
+                                "the largest picture size; redraw it on the picture.");
+    EXPECT_EQ(m.calls, 0);
+    EXPECT_GE(m.region().left(), 0); // clamped, never wrapped
+    m.setDrawnRegion(QRectF(std::nan(""), 0, 10, 10));
+    EXPECT_FALSE(m.calculate());
+    EXPECT_EQ(m.calls, 0);
+
+    // Drawn regions are rounded outwards and normalised.
+    m.setDrawnRegion(QRectF(60.5, 70.2, -40, -60));
+    EXPECT_EQ(m.region(), QRect(20, 10, 41, 61));
+    ASSERT_TRUE(m.calculate());
+    EXPECT_EQ(m.calls, 1);
+
+    // Far corners: the distance squares do not overflow 32 bits.
+    m.setRegion(QRect(2000000000, 2000000000, 10, 10));
+    m.calculate();
+    EXPECT_NEAR(m.roiDistance(), std::hypot(2000000004.0 - 99, 2000000004.0 - 49), 1.0);
+
+    // "%" sequences in a file name stay as they are in the region info.
+    m.setFileName(dir.filePath("edge %6 %1.png"));
+    EXPECT_TRUE(m.regionInfoHtml().contains("edge %6 %1.png"));
 }

@@ -1,0 +1,173 @@
+// The MTF report text: figures and tables of valid regions, errors of failed
+// ones, the slope warning cell, and the pictures with their relative links.
+
+#include "measure/mtf/mtfreport.h"
+#include "measure/mtf/pngwriter.h"
+#include "scriptedmtf.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QImage>
+#include <QTemporaryDir>
+#include <cmath>
+
+using namespace kestro::mtf;
+
+namespace {
+
+class Report : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        QImage picture(200, 100, QImage::Format_Grayscale8);
+        picture.fill(100);
+        path = dir.filePath("picture.png");
+        ASSERT_TRUE(picture.save(path));
+        for (ScriptedMTF *m : {&good, &bad}) {
+            m->setFileName(path);
+            m->setPictureHeight(100);
+        }
+        good.setRegion(QRect(20, 10, 40, 60));
+        good.mtf50 = 0.123456;
+        good.slope = -5;
+        good.redPeak = 1.08;
+        ASSERT_TRUE(good.calculate());
+        bad.setRegion(QRect(150, 10, 40, 60));
+        bad.message = "The edge is too faint";
+        ASSERT_FALSE(bad.calculate());
+        input.gamma = 0.45;
+        input.regions = {&good, &bad};
+    }
+    QTemporaryDir dir;
+    QString path;
+    ScriptedMTF good, bad;
+    MtfReportInput input;
+};
+
+// Records what the report asks for; refuses the crop of one region.
+class Pictures : public MtfReportPictures
+{
+public:
+    QStringList written;
+    QRect refusedCrop;
+    bool writeRegionsPicture(const QString &path) override { return write(path); }
+    bool writeRegionCrop(const regionBasedMTF &region, const QString &path) override
+    {
+        return region.region() != refusedCrop && write(path);
+    }
+    bool writeRegionGraph(const regionBasedMTF &, const QString &path) override
+    {
+        return write(path);
+    }
+
+private:
+    bool write(const QString &path)
+    {
+        written << path;
+        return true;
+    }
+};
+
+} // namespace
+
+TEST_F(Report, ValidRegionsGetTablesFailedOnesTheirError)
+{
+    const QString html = buildMtfReport(input);
+    EXPECT_TRUE(html.startsWith(reportHead(QStringLiteral(" MTF Report(Slanted edge based)"))));
+    EXPECT_TRUE(html.contains("<title> MTF Report(Slanted edge based)</title></head>"));
+    EXPECT_TRUE(
+            html.contains("<h1>MTF Report(Slanted edge based)</h1>\n\n<h4>Gamma</h4> 0.45</p>\n"));
+    EXPECT_TRUE(html.endsWith("<hr>\n\n</body></html>"));
+    EXPECT_FALSE(html.contains("<img"));
+    EXPECT_EQ(html.count("<hr>\n\n"), 2);
+
+    // Three significant digits, overshoot less one for the colours, the
+    // slope's absolute value in a plain cell, no gray row.
+    EXPECT_TRUE(html.contains("<tr><td>Red</td><td>0.08 </td><td>0.123 </td><td>0.26 </td><td>0.45 "
+                              "</td><td>0.46 </td><td>5 </td><td>0.7 </td></tr>\n"));
+    EXPECT_FALSE(html.contains("<tr><td>Gray</td>"));
+    // One MTF table row per point, LW/PH with six digits.
+    EXPECT_TRUE(html.contains("<tr><td>0.1</td><td>20</td><td>1.08</td><td>0.5</td><td>0.5</td>"
+                              "<td>1</td></tr>\n"));
+    EXPECT_EQ(html.count("<caption>MTF Table</caption>"), 1);
+    EXPECT_EQ(html.count("<tr><td>"), 3 + 3); // three colour rows, three points
+
+    EXPECT_TRUE(html.contains("<p>" + bad.regionInfoHtml() + "</p>\n<h4>Distance from center : "));
+    EXPECT_TRUE(html.contains(
+            "<p>No valid result for this region. Last error message : The edge is too faint</p>\n\n"));
+}
+
+TEST(ReportCells, SlopeOutsideThreeToSevenDegreesIsRed)
+{
+    const QString red = "<td style=\"background-color:#FF0000\">";
+    EXPECT_EQ(slopeCell(-5), "<td>5 </td>");
+    EXPECT_EQ(slopeCell(3), "<td>3 </td>");
+    EXPECT_EQ(slopeCell(7), "<td>7 </td>");
+    EXPECT_EQ(slopeCell(2.5), red + "2.5 </td>");
+    EXPECT_EQ(slopeCell(7.5), red + "7.5 </td>");
+    EXPECT_EQ(slopeCell(-45.25), red + "45.3 </td>");
+    EXPECT_TRUE(slopeCell(std::nan("")).startsWith(red));
+}
+
+TEST_F(Report, PicturesGoBesideTheReportWithRelativeLinks)
+{
+    Pictures pictures;
+    pictures.refusedCrop = bad.region();
+    QVector<int> progress;
+    input.outputPath = QDir::toNativeSeparators(dir.filePath("run.1.html"));
+    input.pictures = &pictures;
+    input.progress = [&](int region) { progress << region; };
+    const QString html = buildMtfReport(input);
+
+    const QString folder = dir.filePath("run_files");
+    EXPECT_TRUE(QFileInfo(folder).isDir());
+    EXPECT_EQ(companionFolder(input.outputPath), QDir::toNativeSeparators(folder));
+    const QString sep = QDir::separator();
+    EXPECT_EQ(pictures.written, QStringList({folder + sep + "run_mtfRegions.png",
+                                             folder + sep + "run_mtfRegion20_10_40_60.png",
+                                             folder + sep + "run_mtfGraph_20_10_40_60.png"}));
+    EXPECT_TRUE(html.contains("<p align=\"left\"><img title=\"MTF regions\" alt=\"MTF regions\"  "
+                              "src=\".\\run_files\\run_mtfRegions.png\"></p>\n\n"));
+    EXPECT_TRUE(html.contains(
+            "alt=\"MTF region\"  src=\".\\run_files\\run_mtfRegion20_10_40_60.png\""));
+    EXPECT_TRUE(html.contains(
+            "alt=\"MTF results\"  src=\".\\run_files\\run_mtfGraph_20_10_40_60.png\""));
+    // The refused crop and the failed region's graph are left out.
+    EXPECT_EQ(html.count("<img"), 3);
+    EXPECT_EQ(progress, QVector<int>({1, 2}));
+}
+
+TEST(PngWriter, WritesPicturesThatReadBackExactly)
+{
+    QTemporaryDir dir;
+    QImage colour(37, 5, QImage::Format_ARGB32);
+    for (int y = 0; y < colour.height(); ++y)
+        for (int x = 0; x < colour.width(); ++x)
+            colour.setPixel(x, y, qRgba(x * 7, y * 50, (x * y) % 256, 128));
+    colour.setDotsPerMeterX(3346);
+    colour.setDotsPerMeterY(3346);
+    QImage gray(9, 4, QImage::Format_Grayscale8);
+    for (int y = 0; y < gray.height(); ++y)
+        for (int x = 0; x < gray.width(); ++x)
+            gray.scanLine(y)[x] = static_cast<uchar>(x * 30 + y);
+
+    const QString colourPath = dir.filePath("colour.png");
+    ASSERT_TRUE(savePng(colour, colourPath));
+    const QImage readColour(colourPath);
+    ASSERT_EQ(readColour.size(), colour.size());
+    EXPECT_FALSE(readColour.hasAlphaChannel());
+    EXPECT_EQ(readColour.dotsPerMeterX(), 3346);
+    for (int y = 0; y < colour.height(); ++y)
+        for (int x = 0; x < colour.width(); ++x)
+            ASSERT_EQ(readColour.pixel(x, y) & 0xffffff, colour.pixel(x, y) & 0xffffff);
+
+    const QString grayPath = dir.filePath("gray.png");
+    ASSERT_TRUE(savePng(gray, grayPath));
+    EXPECT_EQ(QImage(grayPath).convertToFormat(QImage::Format_Grayscale8), gray);
+
+    EXPECT_FALSE(savePng(QImage(), dir.filePath("null.png")));
+    EXPECT_FALSE(savePng(gray, dir.filePath("no/such/folder/g.png")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("null.png")));
+}
