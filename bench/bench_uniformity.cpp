@@ -4,6 +4,7 @@
 //
 //   build/bench/bench_uniformity --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 
+#include "imaging/parallel.h"
 #include "measure/uniformity/cpiq.h"
 #include "measure/uniformity/uniformity.h"
 
@@ -13,7 +14,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <thread>
 #include <vector>
 
 using namespace kestro;
@@ -42,17 +42,12 @@ const QImage &picture()
     return image;
 }
 
-int threadCount()
-{
-    return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 16);
-}
-
 // The floor: every pixel word read once and summed, split into row bands
-// over the same threads the measurement uses.
+// on the same worker pool the measurement uses.
 void BM_ReadEveryPixelOnce(benchmark::State &state)
 {
     const QImage &img = picture();
-    const int threads = threadCount();
+    const int threads = std::clamp(parallelThreadCount(), 1, 16);
     for (auto _ : state) {
         std::vector<std::uint64_t> sums(threads, 0);
         auto band = [&](int t) {
@@ -66,12 +61,7 @@ void BM_ReadEveryPixelOnce(benchmark::State &state)
             }
             sums[t] = sum;
         };
-        std::vector<std::thread> workers;
-        for (int t = 1; t < threads; ++t)
-            workers.emplace_back(band, t);
-        band(0);
-        for (auto &w : workers)
-            w.join();
+        parallelFor(threads, band);
         benchmark::DoNotOptimize(sums.data());
     }
     state.SetBytesProcessed(state.iterations() * img.sizeInBytes());
@@ -121,17 +111,30 @@ BENCHMARK(BM_UniformityFourChannelsAndCpiqFirstCompute)
         ->UseRealTime();
 
 // The pass alone (four grids and the zones), without the summaries, into
-// the memory of the previous pass.
+// the memory of the previous pass: with the vector kernels (second argument
+// 0) and with their scalar references (1), at subsample sizes 10 and 1 (one
+// block mean per pixel, where the division kernel counts most).
 void BM_UniformityPassOnly(benchmark::State &state)
 {
     const UniformityImage image(picture());
+    const int subsample = static_cast<int>(state.range(0));
+    const auto kernels = state.range(1) == 0 ? UniformityKernels::Vector
+                                             : UniformityKernels::Reference;
     UniformityPass pass;
     for (auto _ : state) {
-        image.compute(pass, 10, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols);
+        image.compute(pass, subsample, kAllUniformityChannels, kCpiqDefaultRows, kCpiqDefaultCols,
+                      0, kernels);
         benchmark::DoNotOptimize(pass.grids[0].values.data());
     }
+    state.SetBytesProcessed(state.iterations() * picture().sizeInBytes());
 }
-BENCHMARK(BM_UniformityPassOnly)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_UniformityPassOnly)
+        ->Args({10, 0})
+        ->Args({10, 1})
+        ->Args({1, 0})
+        ->Args({1, 1})
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
 
 // One channel's grid, as the page computes it for the chosen channel.
 void BM_UniformityOneChannel(benchmark::State &state)

@@ -2,5 +2,5 @@
 # against a plain read of every pixel (the memory-bandwidth floor).
 if(TARGET kestro_uniformity)
   kestro_add_benchmark(bench_uniformity SOURCES ${CMAKE_CURRENT_LIST_DIR}/bench_uniformity.cpp
-    LIBS kestro_uniformity Threads::Threads)
+    LIBS kestro_uniformity)
 endif()

@@ -39,15 +39,39 @@ struct Welford
 
 } // namespace
 
+QString noiseErrorText(const NoiseFailure &failure)
+{
+    switch (failure.error) {
+    case NoiseError::None:
+        break;
+    case NoiseError::InvalidFrame:
+        return QStringLiteral("Invalid frame data. Calculation cannot be performed.");
+    case NoiseError::FormatMismatch:
+        return QStringLiteral("Frames in the frameset do not have the same format. Calculation "
+                              "cannot be performed.");
+    case NoiseError::InvalidRegion: {
+        QString text;
+        for (const QRect &r : failure.regions)
+            text += invalidRegionText(r);
+        return text;
+    }
+    case NoiseError::PatchesTooLarge:
+        return QStringLiteral("The patches are too large for the noise calculation (%1 MiB needed).")
+                .arg(failure.bytes >> 20);
+    case NoiseError::OutOfMemory:
+        return QStringLiteral("Not enough memory for the noise calculation.");
+    }
+    return QString();
+}
+
 QString noiseFormatMismatchText()
 {
-    return QStringLiteral(
-            "Frames in the frameset do not have the same format. Calculation cannot be performed.");
+    return noiseErrorText({NoiseError::FormatMismatch});
 }
 
 QString noiseInvalidFrameText()
 {
-    return QStringLiteral("Invalid frame data. Calculation cannot be performed.");
+    return noiseErrorText({NoiseError::InvalidFrame});
 }
 
 double NoisePatchResult::snrNoise(int channel) const
@@ -242,7 +266,9 @@ struct NoiseAccumulator::Patch
     std::vector<Channel> channels;
 };
 
-// The facts that the frame-set rule compares.
+// What every frame must share with the first: the statistics pair up the
+// samples at the same place in every frame, so the sample layout, the depth
+// and the colour order must be the same.
 struct NoiseAccumulator::FrameFacts
 {
     std::uint32_t kind = 0;
@@ -282,7 +308,7 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
     m_started = false;
     m_frames = 0;
     m_patches.clear();
-    m_error.clear();
+    m_failure = NoiseFailure();
 
     const bool rgb = first.layout == NoiseLayout::Rgb;
     if (!first.data || first.width < 1 || first.height < 1 || first.bytesPerLine < 1
@@ -293,7 +319,7 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
                            * static_cast<unsigned long long>(first.height)
                    > first.size
         || first.bayerOrder < 0 || first.bayerOrder > 3) {
-        m_error = noiseInvalidFrameText();
+        m_failure = {NoiseError::InvalidFrame};
         return false;
     }
 
@@ -303,10 +329,12 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
                            && pictureRect.contains(r.topLeft())
                            && pictureRect.contains(r.bottomRight());
         if (!valid)
-            m_error += invalidRegionText(r);
+            m_failure.regions.append(r);
     }
-    if (!m_error.isEmpty())
+    if (!m_failure.regions.isEmpty()) {
+        m_failure.error = NoiseError::InvalidRegion;
         return false;
+    }
     const QRect grid(0, 0, first.width, first.height);
 
     m_patches.resize(patches.size());
@@ -314,7 +342,7 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
         const QRect r = patches[p].translated(first.pictureOffset);
         if (!grid.contains(r.topLeft()) || !grid.contains(r.bottomRight())) {
             m_patches.clear();
-            m_error = noiseInvalidFrameText();
+            m_failure = {NoiseError::InvalidFrame};
             return false;
         }
         std::vector<Channel> &channels = m_patches[p].channels;
@@ -374,9 +402,7 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
     const unsigned long long bytes = sites * 2 * sizeof(double);
     if (bytes > kMaxAccumulatorBytes) {
         m_patches.clear();
-        m_error = QStringLiteral(
-                          "The patches are too large for the noise calculation (%1 MiB needed).")
-                          .arg(bytes >> 20);
+        m_failure = {NoiseError::PatchesTooLarge, {}, bytes};
         return false;
     }
     try {
@@ -385,7 +411,7 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
                 ch.allocate();
     } catch (const std::bad_alloc &) {
         m_patches.clear();
-        m_error = QStringLiteral("Not enough memory for the noise calculation.");
+        m_failure = {NoiseError::OutOfMemory};
         return false;
     }
     m_layout = first;
@@ -401,7 +427,7 @@ bool NoiseAccumulator::start(const CFrame &first, const QVector<QRect> &patches)
     if (!noiseFrameData(first, &data)) {
         m_started = false;
         m_patches.clear();
-        m_error = noiseInvalidFrameText();
+        m_failure = {NoiseError::InvalidFrame};
         return false;
     }
     if (!start(data, patches))
@@ -425,11 +451,11 @@ bool NoiseAccumulator::sameLayout(const NoiseFrameData &f) const
 bool NoiseAccumulator::add(const NoiseFrameData &frame)
 {
     if (!m_started) {
-        m_error = noiseInvalidFrameText();
+        m_failure = {NoiseError::InvalidFrame};
         return false;
     }
     if (!sameLayout(frame)) {
-        m_error = noiseFormatMismatchText();
+        m_failure = {NoiseError::FormatMismatch};
         return false;
     }
     ++m_frames;
@@ -455,16 +481,16 @@ bool NoiseAccumulator::add(const NoiseFrameData &frame)
 bool NoiseAccumulator::add(const CFrame &frame)
 {
     if (!m_started) {
-        m_error = noiseInvalidFrameText();
+        m_failure = {NoiseError::InvalidFrame};
         return false;
     }
     if (m_facts && !(frame.isValid() && FrameFacts::of(frame) == *m_facts)) {
-        m_error = noiseFormatMismatchText();
+        m_failure = {NoiseError::FormatMismatch};
         return false;
     }
     NoiseFrameData data;
     if (!noiseFrameData(frame, &data)) {
-        m_error = noiseInvalidFrameText();
+        m_failure = {NoiseError::InvalidFrame};
         return false;
     }
     return add(data);
@@ -495,32 +521,42 @@ std::size_t NoiseAccumulator::memoryBytes() const
 }
 
 bool measureNoise(const QList<const CFrame *> &frames, const QVector<QRect> &patches,
-                  QVector<NoisePatchResult> *results, QString *error)
+                  QVector<NoisePatchResult> *results, NoiseFailure *failure)
 {
-    auto refuse = [error](const QString &text) {
-        if (error)
-            *error = text;
+    auto refuse = [failure](const NoiseFailure &why) {
+        if (failure)
+            *failure = why;
         return false;
     };
     if (frames.isEmpty() || !frames.first() || !frames.first()->isValid())
-        return refuse(noiseInvalidFrameText());
+        return refuse({NoiseError::InvalidFrame});
     const CFrame &first = *frames.first();
     for (const CFrame *frame : frames) {
         if (!frame || !frame->isCompatible(first))
-            return refuse(noiseFormatMismatchText());
+            return refuse({NoiseError::FormatMismatch});
     }
     NoiseAccumulator acc;
     if (!acc.start(first, patches))
-        return refuse(acc.errorMessage());
+        return refuse(acc.failure());
     for (const CFrame *frame : frames) {
         if (!acc.add(*frame))
-            return refuse(acc.errorMessage());
+            return refuse(acc.failure());
     }
     if (results)
         *results = acc.results();
-    if (error)
-        error->clear();
+    if (failure)
+        *failure = NoiseFailure();
     return true;
+}
+
+bool measureNoise(const QList<const CFrame *> &frames, const QVector<QRect> &patches,
+                  QVector<NoisePatchResult> *results, QString *error)
+{
+    NoiseFailure failure;
+    const bool ok = measureNoise(frames, patches, results, &failure);
+    if (error)
+        *error = noiseErrorText(failure);
+    return ok;
 }
 
 } // namespace kestro

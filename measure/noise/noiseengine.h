@@ -16,6 +16,7 @@
 #include <QVector>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 class CFrame;
@@ -58,7 +59,33 @@ struct NoisePatchResult
     double snrDb(int channel) const;
 };
 
-// Texts of the two refusals of a noise calculation.
+// Why a noise calculation could not be done.
+enum class NoiseError {
+    None,
+    InvalidFrame,    // a frame without usable sample data, or no frame at all
+    FormatMismatch,  // a frame laid out differently from the first
+    InvalidRegion,   // patches that do not lie inside the picture
+    PatchesTooLarge, // accumulators beyond the memory bound of one calculation
+    OutOfMemory,
+};
+
+// A failure with what its text names.
+struct NoiseFailure
+{
+    NoiseFailure(NoiseError e = NoiseError::None, QVector<QRect> invalid = {},
+                 unsigned long long needed = 0)
+        : error(e)
+        , regions(std::move(invalid))
+        , bytes(needed)
+    { }
+    NoiseError error = NoiseError::None;
+    QVector<QRect> regions;       // InvalidRegion: every invalid patch
+    unsigned long long bytes = 0; // PatchesTooLarge: the memory needed
+};
+
+// The text the user sees for a failure (empty for None).
+QString noiseErrorText(const NoiseFailure &failure);
+// Shorthands for the texts of the two refusals of a frame set.
 QString noiseFormatMismatchText(); // "Frames in the frameset do not have the same format. ..."
 QString noiseInvalidFrameText();   // "Invalid frame data. Calculation cannot be performed."
 
@@ -104,20 +131,22 @@ public:
     NoiseAccumulator &operator=(const NoiseAccumulator &) = delete;
 
     // Sets up the accumulation for frames laid out like `first` (which is
-    // not added). Patches are integer rectangles in picture coordinates; an
-    // invalid one fails with the "Invalid region:..." text of every invalid
-    // patch run together.
+    // not added). Patches are integer rectangles in picture coordinates; any
+    // that does not lie inside the picture fails the start (InvalidRegion,
+    // naming every such patch).
     bool start(const NoiseFrameData &first, const QVector<QRect> &patches);
     bool start(const CFrame &first, const QVector<QRect> &patches);
 
-    // Adds one frame; fails with the format-mismatch text when it is not laid
-    // out like the first.
+    // Adds one frame; fails (FormatMismatch) when it is not laid out like the
+    // first.
     bool add(const NoiseFrameData &frame);
     bool add(const CFrame &frame);
 
     int frames() const { return m_frames; }
     QVector<NoisePatchResult> results() const;
-    QString errorMessage() const { return m_error; }
+    NoiseError error() const { return m_failure.error; }
+    const NoiseFailure &failure() const { return m_failure; }
+    QString errorMessage() const { return noiseErrorText(m_failure); }
     // Bytes held by the accumulators.
     std::size_t memoryBytes() const;
 
@@ -132,12 +161,15 @@ private:
     FrameFacts *m_facts = nullptr;
     bool m_started = false;
     int m_frames = 0;
-    QString m_error;
+    NoiseFailure m_failure;
 };
 
-// Runs the whole calculation over a frame set: every frame must be
-// compatible with the first (frame-set rule). On failure `error` holds the
-// text to show and `results` is left unchanged.
+// Runs the whole calculation over a frame set. Every frame must be
+// compatible with the first, since the per-pixel statistics pair up samples
+// at the same place in every frame. On failure `failure` (or `error`, its
+// text) says why and `results` is left unchanged.
+bool measureNoise(const QList<const CFrame *> &frames, const QVector<QRect> &patches,
+                  QVector<NoisePatchResult> *results, NoiseFailure *failure);
 bool measureNoise(const QList<const CFrame *> &frames, const QVector<QRect> &patches,
                   QVector<NoisePatchResult> *results, QString *error);
 

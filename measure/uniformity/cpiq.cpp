@@ -15,14 +15,16 @@ bool isValidCpiqGrid(int rows, int cols, int width, int height)
 
 QString cpiqGridError(int rows, int cols, int width, int height)
 {
-    return QStringLiteral(
-                   "Invalid CPIQ zone grid %1 x %2 for a %3 x %4 image (1 to %5 zones per side, "
-                   "at least one pixel per zone)")
-            .arg(rows)
-            .arg(cols)
-            .arg(width)
-            .arg(height)
-            .arg(kCpiqMaxZones);
+    return uniformityErrorText(
+            {UniformityError::InvalidCpiqGrid, QString(), 0, rows, cols, width, height});
+}
+
+static CpiqResult failed(const UniformityFailure &failure)
+{
+    CpiqResult result;
+    result.failure = failure.error;
+    result.error = uniformityErrorText(failure);
+    return result;
 }
 
 CpiqResult cpiqFromZoneMeans(const UniformityZoneMeans &means)
@@ -30,10 +32,8 @@ CpiqResult cpiqFromZoneMeans(const UniformityZoneMeans &means)
     CpiqResult result;
     const std::size_t n = static_cast<std::size_t>(means.rows) * means.cols;
     if (means.rows < 1 || means.cols < 1 || means.red.size() != n || means.green.size() != n
-        || means.blue.size() != n) {
-        result.error = QStringLiteral("No CPIQ zones");
-        return result;
-    }
+        || means.blue.size() != n)
+        return failed({UniformityError::NoCpiqZones});
     result.rows = means.rows;
     result.cols = means.cols;
     result.zones.resize(n);
@@ -74,16 +74,11 @@ CpiqResult cpiqFromZoneMeans(const UniformityZoneMeans &means)
 
 CpiqResult computeCpiq(const UniformityImage &image, int rows, int cols)
 {
-    if (!image.isValid()) {
-        CpiqResult result;
-        result.error = QStringLiteral("No RGB image");
-        return result;
-    }
-    if (!isValidCpiqGrid(rows, cols, image.width(), image.height())) {
-        CpiqResult result;
-        result.error = cpiqGridError(rows, cols, image.width(), image.height());
-        return result;
-    }
+    if (!image.isValid())
+        return failed({UniformityError::NoImage});
+    if (!isValidCpiqGrid(rows, cols, image.width(), image.height()))
+        return failed({UniformityError::InvalidCpiqGrid, QString(), 0, rows, cols, image.width(),
+                       image.height()});
     return cpiqFromZoneMeans(image.compute(0, 0, rows, cols).zones);
 }
 

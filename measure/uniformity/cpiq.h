@@ -6,6 +6,7 @@
 // Delta-ab is its distance in the a*b* plane from the mean a*, b* of all
 // zones (each zone counting once). The metric is the largest Delta-ab.
 
+#include "measure/uniformity/uniformityerror.h"
 #include "measure/uniformity/uniformityimage.h"
 
 #include <QString>
@@ -37,7 +38,8 @@ struct CpiqResult
     std::vector<CpiqZone> zones; // rows outer, columns inner
     double metric = 0.0;
     bool valid = false;
-    QString error;
+    UniformityError failure = UniformityError::None; // why it is not valid
+    QString error;                                   // the text of that failure
 };
 
 // 1 to 32 zones per side, and no more zones than pixels along each side.
@@ -50,7 +52,7 @@ CpiqResult cpiqFromZoneMeans(const UniformityZoneMeans &means);
 CpiqResult computeCpiq(const UniformityImage &image, int rows = kCpiqDefaultRows,
                        int cols = kCpiqDefaultCols);
 
-// "Invalid CPIQ zone grid ..." for a grid that isValidCpiqGrid refuses.
+// The text of a grid that isValidCpiqGrid refuses.
 QString cpiqGridError(int rows, int cols, int width, int height);
 
 } // namespace kestro

@@ -1,25 +1,9 @@
 #include "measure/uniformity/uniformity.h"
 
-#include <QImageReader>
-#include <thread>
+#include "imaging/imageload.h"
+#include "imaging/parallel.h"
 
 namespace kestro {
-
-const char kUniformitySubsampleMessage[]
-        = "Cannot display subsampled image. Please input valid subsampling size (1 - Height/8 or Width/8).";
-const char kUniformityLoadFailureTitle[] = "File load failure";
-const char kUniformityInvalidFormatTitle[] = "Invalid format";
-
-QString uniformityLoadFailureText(const QString &fileName)
-{
-    return QStringLiteral("Failed to load the file : ") + fileName;
-}
-
-QString uniformityInvalidFormatText(const QString &fileName)
-{
-    return QStringLiteral("Only RGB files are supported for this test. Failed to load the file : ")
-           + fileName;
-}
 
 static void summariseCenter(UniformityData &data, int centerPercent, UniformitySummary &summary)
 {
@@ -65,13 +49,7 @@ std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int cen
         summaries[c] = summariseUniformity(data, centerPercent, cornerPercent);
         grid.values = data.takeGrid();
     };
-    std::vector<std::thread> workers;
-    for (int c = 1; c < 4; ++c)
-        if (!pass.grids[c].values.empty())
-            workers.emplace_back(summarise, c);
-    summarise(0);
-    for (std::thread &t : workers)
-        t.join();
+    parallelFor(4, summarise);
     return summaries;
 }
 
@@ -79,33 +57,30 @@ UniformityCalculation::UniformityCalculation() = default;
 
 UniformityCalculation::LoadResult UniformityCalculation::loadImage(const QString &path)
 {
-    QImageReader reader(path);
-    const QImage image = reader.read();
-    if (image.isNull()) {
-        m_errorTitle = QString::fromLatin1(kUniformityLoadFailureTitle);
-        m_errorText = uniformityLoadFailureText(path);
+    // The shared loader: a pipe or device is refused instead of blocking, and
+    // a picture too large to hold is refused before it is decoded.
+    const ImageLoadResult read = readImageFile(path);
+    if (!read.ok()) {
+        m_failure = {UniformityError::LoadFailure, path};
         return LoadFailed;
     }
-    return setImage(image, path);
+    return setImage(read.image, path);
 }
 
 UniformityCalculation::LoadResult UniformityCalculation::setImage(const QImage &image,
                                                                   const QString &fileName)
 {
     if (image.isNull()) {
-        m_errorTitle = QString::fromLatin1(kUniformityLoadFailureTitle);
-        m_errorText = uniformityLoadFailureText(fileName);
+        m_failure = {UniformityError::LoadFailure, fileName};
         return LoadFailed;
     }
     if (!UniformityImage::isSupportedFormat(image.format())) {
-        m_errorTitle = QString::fromLatin1(kUniformityInvalidFormatTitle);
-        m_errorText = uniformityInvalidFormatText(fileName);
+        m_failure = {UniformityError::InvalidFormat, fileName};
         return InvalidFormat;
     }
     m_image = std::make_unique<UniformityImage>(image);
     m_fileName = fileName;
-    m_errorTitle.clear();
-    m_errorText.clear();
+    m_failure = UniformityFailure();
     m_gridDirty = true;
     m_cpiqDirty = true;
     return Loaded;
@@ -164,19 +139,25 @@ bool UniformityCalculation::update()
 {
     if (!m_image)
         return false;
+    if (!isValidUniformityPercent(m_centerPercent)) {
+        m_failure = {UniformityError::InvalidCenterPercent, QString(), m_centerPercent};
+        return false;
+    }
+    if (!isValidUniformityPercent(m_cornerPercent)) {
+        m_failure = {UniformityError::InvalidCornerPercent, QString(), m_cornerPercent};
+        return false;
+    }
     const bool cpiqDue = m_cpiqEnabled && m_cpiqDirty;
     const bool zonesFit = isValidCpiqGrid(m_cpiqRows, m_cpiqCols, m_image->width(),
                                           m_image->height());
     if (cpiqDue && !zonesFit) {
-        m_cpiq = CpiqResult();
-        m_cpiq.error = cpiqGridError(m_cpiqRows, m_cpiqCols, m_image->width(), m_image->height());
+        m_cpiq = computeCpiq(*m_image, m_cpiqRows, m_cpiqCols);
         m_cpiqDirty = false;
     }
     if (m_gridDirty) {
         if (!UniformityImage::isValidSubsample(m_subsample, m_image->width(), m_image->height())) {
             m_subsampleValid = false;
-            m_errorTitle.clear();
-            m_errorText = QString::fromLatin1(kUniformitySubsampleMessage);
+            m_failure = {UniformityError::InvalidSubsample};
             if (m_cpiqEnabled && m_cpiqDirty) {
                 m_cpiq = computeCpiq(*m_image, m_cpiqRows, m_cpiqCols);
                 m_cpiqDirty = false;
@@ -202,7 +183,6 @@ bool UniformityCalculation::update()
         m_data.swapGrid(grid.values, grid.cols, grid.rows);
         summariseStatistics(m_data, m_summary);
         m_subsampleValid = true;
-        m_errorText.clear();
         m_gridDirty = false;
         m_centerDirty = true;
     }
@@ -221,6 +201,7 @@ bool UniformityCalculation::update()
         summariseCorners(m_data, m_cornerPercent, m_summary);
         m_cornersDirty = false;
     }
+    m_failure = UniformityFailure();
     return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include "measure/uniformity/cpiq.h"
 #include "measure/uniformity/uniformitydata.h"
+#include "measure/uniformity/uniformityerror.h"
 #include "measure/uniformity/uniformityimage.h"
 
 #include <QString>
@@ -14,13 +15,6 @@
 #include <memory>
 
 namespace kestro {
-
-// Message and titles the page shows.
-extern const char kUniformitySubsampleMessage[];
-extern const char kUniformityLoadFailureTitle[];   // "File load failure"
-extern const char kUniformityInvalidFormatTitle[]; // "Invalid format"
-QString uniformityLoadFailureText(const QString &fileName);
-QString uniformityInvalidFormatText(const QString &fileName);
 
 // Everything shown or reported for one channel's grid.
 struct UniformitySummary
@@ -40,8 +34,8 @@ struct UniformitySummary
 // corner percentages (stores the windows in `data` for drawing).
 UniformitySummary summariseUniformity(UniformityData &data, int centerPercent, int cornerPercent);
 
-// Summaries of the grids of a pass (the empty ones stay default), each
-// channel on its own thread; the grids are left in the pass.
+// Summaries of the grids of a pass (the empty ones stay default), the
+// channels side by side on the worker pool; the grids are left in the pass.
 std::array<UniformitySummary, 4> summariseChannels(UniformityPass &pass, int centerPercent,
                                                    int cornerPercent);
 
@@ -80,12 +74,16 @@ public:
     // Brings the results up to date. With an invalid subsample size it sets
     // the subsampling message, clears the valid flag and changes nothing
     // else; returns false then (and when there is no picture). The CPIQ
-    // zones are brought up to date in any case while enabled.
+    // zones are brought up to date in any case while enabled. A centre or
+    // corner percentage outside 0..100 is refused the same way, before
+    // anything is computed.
     bool update();
     bool isSubsampleValid() const { return m_subsampleValid; }
 
-    QString errorTitle() const { return m_errorTitle; }
-    QString errorText() const { return m_errorText; }
+    // The last failure (None after a successful update).
+    UniformityError error() const { return m_failure.error; }
+    QString errorTitle() const { return uniformityErrorTitle(m_failure.error); }
+    QString errorText() const { return uniformityErrorText(m_failure); }
 
     // Results of the last update(): centre value (0 until computed), corner
     // values and labels.
@@ -110,8 +108,7 @@ private:
     int m_cpiqRows = kCpiqDefaultRows;
     int m_cpiqCols = kCpiqDefaultCols;
     CpiqResult m_cpiq;
-    QString m_errorTitle;
-    QString m_errorText;
+    UniformityFailure m_failure;
     UniformityData m_data;
     UniformitySummary m_summary;
     // The last pass; its grid memory (the previous grid, swapped out of

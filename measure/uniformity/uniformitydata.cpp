@@ -4,6 +4,7 @@
 
 #include <QReadLocker>
 #include <QWriteLocker>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -199,8 +200,18 @@ double UniformityData::centerValue(double fraction)
 
 std::array<QRect, 4> UniformityData::cornerWindows(int cols, int rows, double fraction)
 {
-    const int cw = truncToInt(cols * fraction);
-    const int ch = truncToInt(rows * fraction);
+    // Every size below 0 or above the grid gives windows that leave it (their
+    // averages are NaN) in the same way, so the sizes are kept within
+    // [-1, side + 1]: the window arithmetic below cannot overflow, whatever
+    // the fraction.
+    auto windowSize = [fraction](int side) {
+        const double size = std::trunc(side * fraction);
+        if (std::isnan(size))
+            return 0;
+        return static_cast<int>(std::clamp(size, -1.0, side + 1.0));
+    };
+    const int cw = windowSize(cols);
+    const int ch = windowSize(rows);
     // QRect from (x0, y0) to (x1, y1) exclusive: width x1 - x0, height y1 - y0.
     auto window = [](int x0, int y0, int x1, int y1) { return QRect(x0, y0, x1 - x0, y1 - y0); };
     return {window(0, 0, cw, ch), window(cols - cw - 1, 0, cols - 1, ch),

@@ -72,7 +72,9 @@ public:
     // The four corner averages for corner percent k (fraction k / 100), in
     // the order of UniformityCorner. The right and bottom windows start one
     // column or row further in and stop before the last column or row.
-    // Stores the windows and their drawing rectangles.
+    // Stores the windows and their drawing rectangles. A fraction whose
+    // windows leave the grid gives NaN averages (and windows clamped to just
+    // outside the grid).
     std::array<double, 4> cornerValues(double fraction);
     static std::array<QRect, 4> cornerWindows(int cols, int rows, double fraction);
 

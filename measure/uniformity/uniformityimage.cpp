@@ -1,10 +1,12 @@
 #include "measure/uniformity/uniformityimage.h"
 
+#include "imaging/parallel.h"
+#include "measure/uniformity/uniformitykernels.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <thread>
 
 namespace kestro {
 
@@ -62,29 +64,6 @@ constexpr int kMaxPending = 256;
 // first-level cache while its rows go by.
 constexpr int kStrip = 512;
 
-// Adds N rows' bytes to 16-bit column accumulators (4 lanes per pixel) in
-// one pass over the accumulators; rows are `stride` bytes apart. One plain
-// function per N, each built for AVX2 and for the baseline and chosen at run
-// time.
-#define KESTRO_ADD_ROWS_BYTES(N) \
-    __attribute__((target_clones("avx2", "default"))) void addRowsBytes##N(const std::uint8_t *src, \
-                                                                           std::size_t stride, \
-                                                                           std::uint16_t *acc, \
-                                                                           int count) \
-    { \
-        for (int i = 0; i < count; ++i) { \
-            unsigned sum = 0; \
-            for (int k = 0; k < N; ++k) \
-                sum += src[k * stride + i]; \
-            acc[i] = static_cast<std::uint16_t>(acc[i] + sum); \
-        } \
-    }
-KESTRO_ADD_ROWS_BYTES(1)
-KESTRO_ADD_ROWS_BYTES(2)
-KESTRO_ADD_ROWS_BYTES(4)
-KESTRO_ADD_ROWS_BYTES(8)
-#undef KESTRO_ADD_ROWS_BYTES
-
 struct PassSetup
 {
     const std::uint8_t *bits = nullptr;
@@ -106,22 +85,6 @@ struct ZoneSums
 {
     std::vector<std::uint64_t> r, g, b;
 };
-
-typedef std::uint32_t U32x4 __attribute__((vector_size(16)));
-typedef std::uint16_t U16x4 __attribute__((vector_size(8)));
-
-// Sums of the four lanes of columns [x0, x1), at most 65536 columns (a lane
-// holds at most 65280, so the sums fit 32 bits).
-inline U32x4 sumColumns(const std::uint16_t *lanes, int x0, int x1)
-{
-    U32x4 sum = {0, 0, 0, 0};
-    for (int x = x0; x < x1; ++x) {
-        U16x4 v;
-        std::memcpy(&v, lanes + 4 * static_cast<std::ptrdiff_t>(x), sizeof v);
-        sum += __builtin_convertvector(v, U32x4);
-    }
-    return sum;
-}
 
 // A run of columns inside one block (or none, -1) and one zone (or none).
 struct Segment
@@ -155,26 +118,25 @@ std::vector<Segment> cutColumns(const PassSetup &setup, int used, int gridWidth,
     return segments;
 }
 
-// Means of one block row from its block sums: each is the exact value
-// rounded once (all numerators and denominators are exact doubles). The
-// arrays do not overlap, so the divisions run side by side in vector lanes.
-__attribute__((target_clones("avx2", "default"))) void blockMeans(
-        const double *__restrict sumR, const double *__restrict sumG, const double *__restrict sumB,
-        int count, double area, double lumaScale, double *__restrict y, double *__restrict r,
-        double *__restrict g, double *__restrict b)
+// The pass with the vector kernels, or with their scalar references.
+struct VectorKernels
 {
-    for (int i = 0; i < count; ++i) {
-        // 587 G + 299 R + 114 B is a whole number below 2^53: exact.
-        y[i] = (587.0 * sumG[i] + 299.0 * sumR[i] + 114.0 * sumB[i]) / lumaScale;
-        r[i] = sumR[i] / area;
-        g[i] = sumG[i] / area;
-        b[i] = sumB[i] / area;
-    }
-}
+    static constexpr auto addRows = &uniformitykernels::addRows;
+    static constexpr auto sumColumns = &uniformitykernels::sumColumns;
+    static constexpr auto blockMeans = &uniformitykernels::blockMeans;
+};
+
+struct ReferenceKernels
+{
+    static constexpr auto addRows = &uniformitykernels::addRowsReference;
+    static constexpr auto sumColumns = &uniformitykernels::sumColumnsReference;
+    static constexpr auto blockMeans = &uniformitykernels::blockMeansReference;
+};
 
 // Pixel rows [y0, y1), which start on a block row. Rows are summed down the
 // columns in groups that end with a block row, a zone row or kMaxPending
 // rows, and each group is then added to its blocks and zones.
+template<class Kernels>
 void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
 {
     const int s = setup.size;
@@ -237,19 +199,7 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
             const int n = std::min(kStrip, used - x0);
             const std::uint8_t *column = setup.bits + 4 * static_cast<std::size_t>(x0);
             std::uint16_t *acc = lanes.data() + 4 * static_cast<std::size_t>(x0);
-            int y = first;
-            for (; y + 8 <= end; y += 8)
-                addRowsBytes8(column + setup.stride * y, setup.stride, acc, 4 * n);
-            if (y + 4 <= end) {
-                addRowsBytes4(column + setup.stride * y, setup.stride, acc, 4 * n);
-                y += 4;
-            }
-            if (y + 2 <= end) {
-                addRowsBytes2(column + setup.stride * y, setup.stride, acc, 4 * n);
-                y += 2;
-            }
-            if (y < end)
-                addRowsBytes1(column + setup.stride * y, setup.stride, acc, 4 * n);
+            Kernels::addRows(column + setup.stride * first, setup.stride, end - first, acc, 4 * n);
         }
         const int last = end - 1;
         first = end;
@@ -262,16 +212,17 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
                                                        * setup.zoneCols
                                              : 0;
         for (const Segment &segment : segments) {
-            const U32x4 sum = sumColumns(lanes.data(), segment.x0, segment.x1);
+            const uniformitykernels::LaneSums sum = Kernels::sumColumns(lanes.data(), segment.x0,
+                                                                        segment.x1);
             if (segment.block >= 0) {
-                blockB[segment.block] += sum[0];
-                blockG[segment.block] += sum[1];
-                blockR[segment.block] += sum[2];
+                blockB[segment.block] += sum.lane[0];
+                blockG[segment.block] += sum.lane[1];
+                blockR[segment.block] += sum.lane[2];
             }
             if (segment.zone >= 0) {
-                zones.b[zoneBase + segment.zone] += sum[0];
-                zones.g[zoneBase + segment.zone] += sum[1];
-                zones.r[zoneBase + segment.zone] += sum[2];
+                zones.b[zoneBase + segment.zone] += sum.lane[0];
+                zones.g[zoneBase + segment.zone] += sum.lane[1];
+                zones.r[zoneBase + segment.zone] += sum.lane[2];
             }
         }
         std::memset(lanes.data(), 0, lanes.size() * sizeof(std::uint16_t));
@@ -285,9 +236,9 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
             if (tileRows == 0)
                 tileStart = by;
             const std::size_t row = static_cast<std::size_t>(tileRows) * setup.cols;
-            blockMeans(blockR.data(), blockG.data(), blockB.data(), setup.cols, area, lumaScale,
-                       tile[0].data() + row, tile[1].data() + row, tile[2].data() + row,
-                       tile[3].data() + row);
+            Kernels::blockMeans(blockR.data(), blockG.data(), blockB.data(), setup.cols, area,
+                                lumaScale, tile[0].data() + row, tile[1].data() + row,
+                                tile[2].data() + row, tile[3].data() + row);
             std::fill(blockR.begin(), blockR.end(), 0.0);
             std::fill(blockG.begin(), blockG.end(), 0.0);
             std::fill(blockB.begin(), blockB.end(), 0.0);
@@ -356,7 +307,7 @@ UniformityPass UniformityImage::compute(int size, unsigned channelMask, int zone
 }
 
 void UniformityImage::compute(UniformityPass &result, int size, unsigned channelMask, int zoneRows,
-                              int zoneCols, int threads) const
+                              int zoneCols, int threads, UniformityKernels kernels) const
 {
     // Everything not computed is left empty; the memory stays for reuse.
     // Grids that are computed are resized, not cleared, so that a grid of
@@ -421,10 +372,12 @@ void UniformityImage::compute(UniformityPass &result, int size, unsigned channel
     if (setup.size == 0 && setup.zoneRows == 0)
         return;
 
-    // Bands of whole block rows, so that no block is shared between threads;
-    // the last band also takes the bottom strip for the zones.
+    // Bands of whole block rows, so that no block is shared between bands;
+    // the last band also takes the bottom strip for the zones. Zone sums are
+    // integers, added up per band and then over the bands, so the results do
+    // not depend on the banding.
     const long long pixels = static_cast<long long>(setup.width) * setup.height;
-    int count = threads > 0 ? threads : static_cast<int>(std::thread::hardware_concurrency());
+    int count = threads > 0 ? threads : parallelThreadCount();
     count = std::clamp(count, 1, 16);
     if (pixels < (1 << 20))
         count = 1;
@@ -436,39 +389,32 @@ void UniformityImage::compute(UniformityPass &result, int size, unsigned channel
         starts[i] = static_cast<int>(static_cast<long long>(units) * i / count) * unitHeight;
     starts[count] = setup.height;
 
-    // Fresh memory for the grids is first touched (page by page) on all
-    // threads; memory kept from an earlier pass is simply written over.
+    // Fresh memory for the grids is first touched (page by page) by the
+    // pool, one channel per part; memory kept from an earlier pass is simply
+    // written over.
     if (setup.size > 0) {
         const std::size_t cells = static_cast<std::size_t>(setup.cols) * setup.rows;
         bool fresh = false;
         for (int c = 0; c < 4; ++c)
             fresh |= (channelMask & (1u << c)) && result.grids[c].values.capacity() < cells;
-        auto allocate = [&](int part) {
-            for (int c = part; c < 4; c += count)
+        const int parts = fresh && count > 1 ? 4 : 1;
+        parallelFor(parts, [&](int part) {
+            for (int c = part; c < 4; c += parts)
                 if (channelMask & (1u << c))
                     result.grids[c].values.resize(cells);
-        };
-        std::vector<std::thread> allocators;
-        for (int i = 1; i < count && fresh; ++i)
-            allocators.emplace_back(allocate, i);
-        for (int i = 0; i < count && !fresh; ++i)
-            allocate(i);
-        if (fresh)
-            allocate(0);
-        for (std::thread &t : allocators)
-            t.join();
+        });
         for (int c = 0; c < 4; ++c)
             if (channelMask & (1u << c))
                 setup.out[c] = result.grids[c].values.data();
     }
 
     std::vector<ZoneSums> zoneSums(count);
-    std::vector<std::thread> workers;
-    for (int i = 1; i < count; ++i)
-        workers.emplace_back([&, i] { runBand(setup, starts[i], starts[i + 1], zoneSums[i]); });
-    runBand(setup, starts[0], starts[1], zoneSums[0]);
-    for (std::thread &t : workers)
-        t.join();
+    parallelFor(count, [&](int i) {
+        if (kernels == UniformityKernels::Vector)
+            runBand<VectorKernels>(setup, starts[i], starts[i + 1], zoneSums[i]);
+        else
+            runBand<ReferenceKernels>(setup, starts[i], starts[i + 1], zoneSums[i]);
+    });
 
     if (setup.zoneRows > 0) {
         UniformityZoneMeans &zones = result.zones;

@@ -53,6 +53,8 @@ struct UniformityPass
     UniformityZoneMeans zones;
 };
 
+enum class UniformityKernels { Vector, Reference };
+
 class UniformityImage
 {
 public:
@@ -91,14 +93,19 @@ public:
 
     // One pass for the channels in `channelMask` (grids need a valid size)
     // and, when zoneRows and zoneCols are positive and fit the image, the
-    // zone means. threads <= 0 chooses the number of cores.
+    // zone means, in at most `threads` bands on the worker pool (1: on the
+    // calling thread alone; <= 0: one band per pool thread). The results are
+    // the same for any banding.
     UniformityPass compute(int size, unsigned channelMask, int zoneRows = 0, int zoneCols = 0,
                            int threads = 0) const;
     // The same pass into `pass`, reusing the memory its vectors already hold:
     // a recompute of a grid of the same size writes over the previous one
     // instead of faulting in fresh pages. Same results as above.
+    // `kernels` chooses the vector inner loops or their scalar references
+    // (for tests and benchmarks; the results are the same).
     void compute(UniformityPass &pass, int size, unsigned channelMask, int zoneRows = 0,
-                 int zoneCols = 0, int threads = 0) const;
+                 int zoneCols = 0, int threads = 0,
+                 UniformityKernels kernels = UniformityKernels::Vector) const;
 
 private:
     QImage m_image;

@@ -1,5 +1,4 @@
 #include "imaging/frame.h"
-#include "imaging/srgb.h"
 #include "measure/noise/noiseengine.h"
 
 #include <QFile>
@@ -303,40 +302,39 @@ TEST(NoiseEngine, RgbFramesAreDecodedFromSrgbPerChannel)
 {
     // Red alternates between two bytes from frame to frame, green and blue
     // stay constant: only red shows temporal noise, on the linear scale.
-    QList<CFrame *> owned;
+    // Byte 10 lies between the two thresholds in circulation (0.03928 and
+    // 0.04045), so it pins the linear segment of the curve.
+    std::vector<std::unique_ptr<CFrame>> owned;
     QList<const CFrame *> frames;
     for (int i = 0; i < 4; ++i) {
         QImage img(20, 10, QImage::Format_ARGB32);
         img.fill(qRgba(i % 2 ? 200 : 100, 128, 10, 255));
-        auto *f = new CFrame;
-        ASSERT_TRUE(f->setFromImage(img));
-        owned << f;
-        frames << f;
+        owned.emplace_back(new CFrame);
+        ASSERT_TRUE(owned.back()->setFromImage(img));
+        frames << owned.back().get();
     }
     QVector<NoisePatchResult> results;
-    QString error;
-    ASSERT_TRUE(measureNoise(frames, {QRect(2, 3, 5, 4), QRect(0, 0, 20, 10)}, &results, &error))
-            << error.toStdString();
+    NoiseFailure failure;
+    ASSERT_TRUE(measureNoise(frames, {QRect(2, 3, 5, 4), QRect(0, 0, 20, 10)}, &results, &failure));
     ASSERT_EQ(results.size(), 2);
     const NoisePatchResult &r = results[0];
     EXPECT_EQ(r.layout, NoiseLayout::Rgb);
     ASSERT_EQ(r.channels.size(), 3);
     EXPECT_EQ(r.channels[0].name, QStringLiteral("R"));
-    EXPECT_EQ(r.channels[1].name, QStringLiteral("G"));
     EXPECT_EQ(r.channels[2].name, QStringLiteral("B"));
-    const double lo = srgbToLinear(100 / 255.0) * 255, hi = srgbToLinear(200 / 255.0) * 255;
+    // sRGB decoding times 255 of the bytes 100, 200, 128 and 10.
+    const double lo = 32.496608511090095, hi = 147.28301230956092;
     EXPECT_NEAR(r.channels[0].signal, (lo + hi) / 2, 1e-9);
     EXPECT_NEAR(r.channels[0].overall, (hi - lo) / 2, 1e-9);
-    EXPECT_NEAR(r.channels[1].signal, srgbToLinear(128 / 255.0) * 255, 1e-9);
-    EXPECT_NEAR(r.channels[2].signal, srgbToLinear(10 / 255.0) * 255, 1e-9);
+    EXPECT_NEAR(r.channels[1].signal, 55.04442752904431, 1e-9);
+    EXPECT_NEAR(r.channels[2].signal, 0.7739938080495355, 1e-12);
     for (int c = 1; c < 3; ++c) {
         EXPECT_EQ(r.channels[c].overall, 0.0);
         EXPECT_NEAR(r.channels[c].fpn, 0.0, 1e-9);
     }
-    qDeleteAll(owned);
 }
 
-TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
+TEST(NoiseEngine, RefusalsCarryTheirCode)
 {
     QImage a(20, 10, QImage::Format_ARGB32), b(21, 10, QImage::Format_ARGB32);
     a.fill(Qt::gray);
@@ -345,33 +343,32 @@ TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
     ASSERT_TRUE(fa.setFromImage(a));
     ASSERT_TRUE(fb.setFromImage(b));
     QVector<NoisePatchResult> results(1);
-    QString error;
-    EXPECT_FALSE(measureNoise({&fa, &fb}, {QRect(0, 0, 4, 4)}, &results, &error));
-    EXPECT_EQ(error,
-              QStringLiteral(
-                      "Frames in the frameset do not have the same format. Calculation cannot be "
-                      "performed."));
-    EXPECT_EQ(results.size(), 1);
-    EXPECT_FALSE(measureNoise({&fa, &invalid}, {QRect(0, 0, 4, 4)}, &results, &error));
-    EXPECT_EQ(error, noiseFormatMismatchText());
-    EXPECT_FALSE(measureNoise({}, {QRect(0, 0, 4, 4)}, &results, &error));
-    EXPECT_EQ(error, QStringLiteral("Invalid frame data. Calculation cannot be performed."));
-    EXPECT_FALSE(measureNoise({&invalid}, {QRect(0, 0, 4, 4)}, &results, &error));
-    EXPECT_EQ(error, noiseInvalidFrameText());
+    NoiseFailure failure;
+    const QVector<QRect> patch{QRect(0, 0, 4, 4)};
+    EXPECT_FALSE(measureNoise({&fa, &fb}, patch, &results, &failure));
+    EXPECT_EQ(failure.error, NoiseError::FormatMismatch);
+    EXPECT_EQ(results.size(), 1); // left as it was
+    EXPECT_FALSE(measureNoise({&fa, &invalid}, patch, &results, &failure));
+    EXPECT_EQ(failure.error, NoiseError::FormatMismatch);
+    EXPECT_FALSE(measureNoise({}, patch, &results, &failure));
+    EXPECT_EQ(failure.error, NoiseError::InvalidFrame);
+    EXPECT_FALSE(measureNoise({&invalid}, patch, &results, &failure));
+    EXPECT_EQ(failure.error, NoiseError::InvalidFrame);
 
     // Every invalid region is named; the last pixel row and column are inside.
-    EXPECT_TRUE(measureNoise({&fa, &fa}, {QRect(16, 6, 4, 4)}, &results, &error));
+    EXPECT_TRUE(measureNoise({&fa, &fa}, {QRect(16, 6, 4, 4)}, &results, &failure));
+    EXPECT_EQ(failure.error, NoiseError::None);
     EXPECT_FALSE(measureNoise({&fa}, {QRect(17, 6, 4, 4), QRect(0, 0, 2, 2), QRect(-1, 0, 3, 3)},
-                              &results, &error));
-    EXPECT_EQ(error,
-              QStringLiteral("Invalid region:((17, 6), (20, 9))Invalid region:((-1, 0), (1, 2))"));
+                              &results, &failure));
+    EXPECT_EQ(failure.error, NoiseError::InvalidRegion);
+    EXPECT_EQ(failure.regions, (QVector<QRect>{QRect(17, 6, 4, 4), QRect(-1, 0, 3, 3)}));
 
     // The streaming accumulator refuses a frame of another layout.
     NoiseAccumulator acc;
-    ASSERT_TRUE(acc.start(fa, {QRect(0, 0, 4, 4)}));
+    ASSERT_TRUE(acc.start(fa, patch));
     EXPECT_TRUE(acc.add(fa));
     EXPECT_FALSE(acc.add(fb));
-    EXPECT_EQ(acc.errorMessage(), noiseFormatMismatchText());
+    EXPECT_EQ(acc.error(), NoiseError::FormatMismatch);
     EXPECT_EQ(acc.frames(), 1);
 
     // Patches whose accumulators would not fit are refused up front (the
@@ -386,20 +383,44 @@ TEST(NoiseEngine, RefusesMixedFramesInvalidRegionsAndEmptySets)
     huge.picture = QSize(60000, 60000);
     NoiseAccumulator big;
     EXPECT_FALSE(big.start(huge, {QRect(0, 0, 60000, 60000)}));
-    EXPECT_TRUE(big.errorMessage().startsWith("The patches are too large"))
-            << big.errorMessage().toStdString();
+    EXPECT_EQ(big.error(), NoiseError::PatchesTooLarge);
+    EXPECT_EQ(big.failure().bytes, 60000ull * 60000ull * 16);
     EXPECT_FALSE(big.add(huge));
+    EXPECT_EQ(big.error(), NoiseError::InvalidFrame);
+}
+
+TEST(NoiseEngine, FailureTexts)
+{
+    EXPECT_EQ(noiseErrorText({NoiseError::None}), QString());
+    EXPECT_EQ(noiseErrorText({NoiseError::InvalidFrame}),
+              "Invalid frame data. Calculation cannot be performed.");
+    EXPECT_EQ(noiseErrorText({NoiseError::FormatMismatch}),
+              "Frames in the frameset do not have the same format. Calculation cannot be "
+              "performed.");
+    EXPECT_EQ(noiseErrorText({NoiseError::InvalidRegion, {QRect(17, 6, 4, 4), QRect(-1, 0, 3, 3)}}),
+              "Invalid region:((17, 6), (20, 9))Invalid region:((-1, 0), (1, 2))");
+    EXPECT_EQ(noiseErrorText({NoiseError::PatchesTooLarge, {}, 5ull << 30}),
+              "The patches are too large for the noise calculation (5120 MiB needed).");
+    EXPECT_EQ(noiseErrorText({NoiseError::OutOfMemory}),
+              "Not enough memory for the noise calculation.");
+    QString text;
+    EXPECT_FALSE(measureNoise({}, {QRect(0, 0, 4, 4)}, nullptr, &text));
+    EXPECT_EQ(text, noiseInvalidFrameText());
 }
 
 // A mosaic with a distinct level on each colour site and temporal noise on
-// the red sites only: every channel reads its own sites, minus the black
-// level, for each colour order and for patches starting on odd coordinates.
+// the red sites only, as sample buffers and as raw sensor files with their
+// sidecar: every channel reads its own sites, minus the black level, for each
+// colour order and for patches starting on odd coordinates.
 TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
 {
     // Position class at (x & 1) + 2 (y & 1): 0 Gr, 1 R, 2 B, 3 Gb.
     const int map[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
     const double level[4] = {300, 100, 400, 200}; // by class: Gr, R, B, Gb
+    const char *names[4] = {"BayerR", "BayerGr", "BayerGb", "BayerB"};
+    const double want[4] = {100, 300, 200, 400};
     const int w = 24, h = 18, black = 64;
+    QTemporaryDir dir;
     for (int order = 0; order < 4; ++order) {
         SCOPED_TRACE(order);
         std::vector<std::vector<std::uint16_t>> frames(3, std::vector<std::uint16_t>(w * h));
@@ -410,6 +431,18 @@ TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
                     const int noise = cls == 1 ? (i - 1) * 6 : 0; // red: -6, 0, +6
                     frames[i][y * w + x] = static_cast<std::uint16_t>(black + level[cls] + noise);
                 }
+        auto check = [&](const NoisePatchResult &r) {
+            EXPECT_EQ(r.layout, NoiseLayout::Bayer);
+            ASSERT_EQ(r.channels.size(), 4);
+            for (int c = 0; c < 4; ++c) {
+                EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
+                EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
+                EXPECT_EQ(r.channels[c].fpn, 0.0) << names[c];
+                EXPECT_NEAR(r.channels[c].overall, c == 0 ? std::sqrt(24.0) : 0.0, 1e-12)
+                        << names[c];
+            }
+        };
+
         NoiseAccumulator acc;
         auto data = [&](int i) {
             NoiseFrameData d;
@@ -431,89 +464,43 @@ TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
         for (int i = 0; i < 3; ++i)
             ASSERT_TRUE(acc.add(data(i)));
         const QVector<NoisePatchResult> results = acc.results();
-        const NoisePatchResult &r = results[0];
-        EXPECT_EQ(r.layout, NoiseLayout::Bayer);
-        ASSERT_EQ(r.channels.size(), 4);
-        const char *names[4] = {"BayerR", "BayerGr", "BayerGb", "BayerB"};
-        const double want[4] = {100, 300, 200, 400};
-        for (int c = 0; c < 4; ++c) {
-            EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
-            EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
-            EXPECT_EQ(r.channels[c].fpn, 0.0) << names[c];
-            if (c == 0)
-                EXPECT_NEAR(r.channels[c].overall, std::sqrt(24.0), 1e-12);
-            else
-                EXPECT_EQ(r.channels[c].overall, 0.0) << names[c];
-        }
+        check(results[0]);
         // A one-pixel patch holds a single site: the other channels have none.
-        const NoisePatchResult &one = results[1];
         int withSamples = 0;
-        for (const NoiseChannelResult &c : one.channels)
+        for (const NoiseChannelResult &c : results[1].channels)
             withSamples += std::isfinite(c.signal) ? 1 : 0;
         EXPECT_EQ(withSamples, 1);
-        const int cls = map[order][0]; // mosaic (2, 2) has even parity
-        const int channel = cls == 1 ? 0 : cls == 0 ? 1 : cls == 3 ? 2 : 3;
-        EXPECT_DOUBLE_EQ(one.channels[channel].signal, level[cls]);
-    }
-}
 
-// The same through raw sensor files with their sidecar description: the
-// frame's mosaic, colour order and black level reach the engine.
-TEST(NoiseEngine, RawFilesForEachColourOrder)
-{
-    const int map[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
-    const double level[4] = {300, 100, 400, 200}; // by class: Gr, R, B, Gb
-    const int w = 24, h = 18, black = 64;
-    QTemporaryDir dir;
-    for (int order = 0; order < 4; ++order) {
-        SCOPED_TRACE(order);
-        QList<const CFrame *> frames;
+        // The same mosaics through raw files: the frame's samples, colour
+        // order and black level reach the engine.
         std::vector<std::unique_ptr<CFrame>> owned;
+        QList<const CFrame *> loaded;
         for (int i = 0; i < 3; ++i) {
-            QByteArray bytes;
-            for (int y = 0; y < h; ++y)
-                for (int x = 0; x < w; ++x) {
-                    const int cls = map[order][(x & 1) + 2 * (y & 1)];
-                    const int v = int(black + level[cls])
-                                  + (cls == 3 ? (i - 1) * 4 : 0); // Gb: -4, 0, +4
-                    bytes.append(char(v & 0xff)).append(char(v >> 8));
-                }
             const QString base = dir.filePath(QString("o%1_f%2").arg(order).arg(i));
             QFile raw(base + ".raw"), ini(base + ".ini");
             ASSERT_TRUE(raw.open(QIODevice::WriteOnly));
-            raw.write(bytes);
+            raw.write(reinterpret_cast<const char *>(frames[i].data()), w * h * 2);
             raw.close();
             ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
-            ini.write(
-                    QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\nBayerOrder=%3\n"
-                            "BlackLevel=%4\n")
-                            .arg(w)
-                            .arg(h)
-                            .arg(order)
-                            .arg(black)
-                            .toLatin1());
+            ini.write(QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\n"
+                              "BayerOrder=%3\nBlackLevel=%4\n")
+                              .arg(w)
+                              .arg(h)
+                              .arg(order)
+                              .arg(black)
+                              .toLatin1());
             ini.close();
             owned.emplace_back(new CFrame);
             ASSERT_TRUE(owned.back()->load(base + ".raw"));
-            frames << owned.back().get();
+            loaded << owned.back().get();
         }
-        QVector<NoisePatchResult> results;
-        QString error;
-        ASSERT_TRUE(measureNoise(frames, {QRect(3, 1, 9, 7)}, &results, &error))
-                << error.toStdString();
-        const NoisePatchResult &r = results[0];
-        ASSERT_EQ(r.channels.size(), 4);
-        const char *names[4] = {"BayerR", "BayerGr", "BayerGb", "BayerB"};
-        const double want[4] = {100, 300, 200, 400};
-        for (int c = 0; c < 4; ++c) {
-            EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
-            EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
-            EXPECT_NEAR(r.channels[c].overall, c == 2 ? std::sqrt(32.0 / 3.0) : 0.0, 1e-12)
-                    << names[c];
-        }
+        QVector<NoisePatchResult> fromFiles;
+        NoiseFailure failure;
+        ASSERT_TRUE(measureNoise(loaded, {QRect(3, 1, 9, 7)}, &fromFiles, &failure));
+        check(fromFiles[0]);
         // The picture is the mosaic less two pixels each side: 20 x 14.
-        EXPECT_TRUE(measureNoise(frames, {QRect(19, 13, 1, 1)}, &results, &error));
-        EXPECT_FALSE(measureNoise(frames, {QRect(19, 13, 2, 1)}, &results, &error));
-        EXPECT_EQ(error, QStringLiteral("Invalid region:((19, 13), (20, 13))"));
+        EXPECT_TRUE(measureNoise(loaded, {QRect(19, 13, 1, 1)}, &fromFiles, &failure));
+        EXPECT_FALSE(measureNoise(loaded, {QRect(19, 13, 2, 1)}, &fromFiles, &failure));
+        EXPECT_EQ(failure.error, NoiseError::InvalidRegion);
     }
 }

@@ -1,13 +1,17 @@
+#include "imaging/parallel.h"
 #include "measure/color/cielab.h"
 #include "measure/uniformity/cpiq.h"
 #include "measure/uniformity/exactsum.h"
 #include "measure/uniformity/uniformity.h"
+#include "measure/uniformity/uniformitykernels.h"
 
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
+#include <random>
 
 using namespace kestro;
 
@@ -140,19 +144,80 @@ TEST(Uniformity, FlatFieldGridStatisticsAndWindowsMatchExactReference)
     EXPECT_NEAR(pass.grids[0].values[0], static_cast<double>(sum) / 25, 1e-12);
 }
 
-TEST(Uniformity, ResultsDoNotDependOnThreadCount)
+TEST(Uniformity, ResultsDoNotDependOnBandsOrKernels)
 {
     // Over a million pixels, so the pass really splits; s = 7 leaves strips.
     const QImage img = flatField(1103, 1000);
     const UniformityImage image(img);
     const UniformityPass one = image.compute(7, kAllUniformityChannels, 15, 20, 1);
-    const UniformityPass three = image.compute(7, kAllUniformityChannels, 15, 20, 3);
-    for (int c = 0; c < 4; ++c)
-        EXPECT_EQ(one.grids[c].values, three.grids[c].values);
     EXPECT_EQ(one.grids[0].values, refGrid(img, 0, 7));
-    EXPECT_EQ(one.zones.red, three.zones.red);
-    EXPECT_EQ(one.zones.green, three.zones.green);
-    EXPECT_EQ(one.zones.blue, three.zones.blue);
+    std::vector<UniformityPass> others(4);
+    image.compute(others[0], 7, kAllUniformityChannels, 15, 20, 3);
+    image.compute(others[1], 7, kAllUniformityChannels, 15, 20, 0, UniformityKernels::Reference);
+    image.compute(others[2], 7, kAllUniformityChannels, 15, 20, 1, UniformityKernels::Reference);
+    // A pool that cannot start its threads leaves the bands to the caller.
+    setParallelLaunchFailsForTesting(true);
+    image.compute(others[3], 7, kAllUniformityChannels, 15, 20, 5);
+    setParallelLaunchFailsForTesting(false);
+    for (const UniformityPass &other : others) {
+        for (int c = 0; c < 4; ++c)
+            EXPECT_EQ(one.grids[c].values, other.grids[c].values);
+        EXPECT_EQ(one.zones.red, other.zones.red);
+        EXPECT_EQ(one.zones.green, other.zones.green);
+        EXPECT_EQ(one.zones.blue, other.zones.blue);
+    }
+}
+
+TEST(Uniformity, VectorKernelsMatchTheirScalarReferences)
+{
+    namespace k = uniformitykernels;
+    std::mt19937 rng(5);
+    std::uniform_int_distribution<int> byte(0, 255);
+    const std::size_t stride = 4 * 613 + 12;
+    std::vector<std::uint8_t> rows(stride * 19);
+    for (std::uint8_t &b : rows)
+        b = static_cast<std::uint8_t>(byte(rng));
+    // Every row count the pass uses a kernel for (8, 4, 2, 1 and mixtures),
+    // on counts that leave a tail after the vector width.
+    for (int n : {1, 2, 3, 7, 8, 15, 19}) {
+        for (int count : {1, 31, 4 * 613}) {
+            std::vector<std::uint16_t> vec(count, 0), ref(count, 0);
+            for (int i = 0; i < count; ++i)
+                vec[i] = ref[i] = static_cast<std::uint16_t>(i * 37);
+            k::addRows(rows.data(), stride, n, vec.data(), count);
+            k::addRowsReference(rows.data(), stride, n, ref.data(), count);
+            ASSERT_EQ(vec, ref) << n << " rows, " << count;
+        }
+    }
+
+    std::vector<std::uint16_t> lanes(4 * 700);
+    for (std::uint16_t &v : lanes)
+        v = static_cast<std::uint16_t>(byte(rng) * 200 + byte(rng));
+    for (auto [x0, x1] :
+         {std::pair{0, 700}, std::pair{13, 14}, std::pair{5, 5}, std::pair{99, 650}}) {
+        const k::LaneSums vec = k::sumColumns(lanes.data(), x0, x1);
+        const k::LaneSums ref = k::sumColumnsReference(lanes.data(), x0, x1);
+        for (int lane = 0; lane < 4; ++lane)
+            EXPECT_EQ(vec.lane[lane], ref.lane[lane]) << x0 << ".." << x1;
+    }
+
+    // Block sums of up to 50 x 50 bytes; each mean must round the same.
+    const int count = 37;
+    std::vector<double> sums[3], vec[4], ref[4];
+    std::uniform_int_distribution<int> blockSum(0, 2500 * 255);
+    for (auto &v : sums)
+        for (int i = 0; i < count; ++i)
+            v.push_back(blockSum(rng));
+    for (int c = 0; c < 4; ++c) {
+        vec[c].assign(count, 0.0);
+        ref[c].assign(count, 0.0);
+    }
+    k::blockMeans(sums[0].data(), sums[1].data(), sums[2].data(), count, 2500.0, 2.5e6,
+                  vec[0].data(), vec[1].data(), vec[2].data(), vec[3].data());
+    k::blockMeansReference(sums[0].data(), sums[1].data(), sums[2].data(), count, 2500.0, 2.5e6,
+                           ref[0].data(), ref[1].data(), ref[2].data(), ref[3].data());
+    for (int c = 0; c < 4; ++c)
+        EXPECT_EQ(vec[c], ref[c]) << c;
 }
 
 TEST(Uniformity, RecomputeIntoAUsedPassEqualsAFreshPass)
@@ -218,6 +283,13 @@ TEST(Uniformity, CornerWindowsAreShiftedOneColumnAndRowIn)
     EXPECT_EQ(data.centerValue(1.0), data.mean());
     EXPECT_TRUE(std::isnan(data.average(-1, 0, 2, 2)));
     EXPECT_TRUE(std::isnan(data.average(0, 0, 41, 2)));
+    // Percentages of either sign at the int limits: windows off the grid
+    // (NaN), never an overflow.
+    for (double f : {-21474836.48, 21474836.47, -1e300, std::nan("")}) {
+        for (double v : data.cornerValues(f))
+            EXPECT_TRUE(std::isnan(v)) << f;
+        EXPECT_TRUE(std::isnan(data.centerValue(f))) << f;
+    }
 
     // Chart lookup: the cell containing the point, clamped to the grid.
     EXPECT_EQ(data.valueAt(12.7, 3.2), 1203);
@@ -258,7 +330,7 @@ TEST(Uniformity, CornerLabels)
     EXPECT_EQ(uniformityCornerLabel(123.456789, 200), "123.457, Dropoff: 76.5, 38.3%");
 }
 
-TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedFormats)
+TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedInputs)
 {
     UniformityCalculation calc;
     QImage img(100, 80, QImage::Format_RGB32);
@@ -274,9 +346,7 @@ TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedFormats)
         calc.setSubsampleSize(s);
         EXPECT_FALSE(calc.update()) << s;
         EXPECT_FALSE(calc.isSubsampleValid());
-        EXPECT_EQ(calc.errorText(),
-                  "Cannot display subsampled image. Please input valid subsampling size "
-                  "(1 - Height/8 or Width/8).");
+        EXPECT_EQ(calc.error(), UniformityError::InvalidSubsample);
         EXPECT_EQ(calc.data().cols(), 10); // the previous grid stays
     }
 
@@ -290,23 +360,69 @@ TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedFormats)
     ASSERT_EQ(calc.setImage(wide, "wide.png"), UniformityCalculation::Loaded);
     calc.setSubsampleSize(10);
     ASSERT_TRUE(calc.update());
+    EXPECT_EQ(calc.error(), UniformityError::None);
     EXPECT_EQ(calc.data().cols(), 10);
     EXPECT_EQ(calc.data().maximum(), 40);
 
+    // Percentages outside 0..100 are refused before anything is computed,
+    // however extreme; 0 and 100 are measured.
+    const double center = calc.centerValue();
+    for (int percent : {101, -1, INT_MAX, INT_MIN}) {
+        calc.setCenterPercent(percent);
+        EXPECT_FALSE(calc.update());
+        EXPECT_EQ(calc.error(), UniformityError::InvalidCenterPercent);
+        EXPECT_EQ(calc.centerValue(), center);
+        calc.setCenterPercent(10);
+        calc.setCornerPercent(percent);
+        EXPECT_FALSE(calc.update());
+        EXPECT_EQ(calc.error(), UniformityError::InvalidCornerPercent);
+        calc.setCornerPercent(10);
+    }
+    calc.setCenterPercent(100);
+    calc.setCornerPercent(0);
+    EXPECT_TRUE(calc.update());
+    EXPECT_EQ(calc.centerValue(), 40);
+    EXPECT_TRUE(std::isnan(calc.summary().corners[TopLeft]));
+
     for (QImage::Format format :
          {QImage::Format_Grayscale8, QImage::Format_Indexed8, QImage::Format_RGB888}) {
-        QImage other = img.convertToFormat(format);
-        EXPECT_EQ(calc.setImage(other, "gray.png"), UniformityCalculation::InvalidFormat);
-        EXPECT_EQ(calc.errorTitle(), "Invalid format");
-        EXPECT_EQ(calc.errorText(),
-                  "Only RGB files are supported for this test. Failed to load the file : gray.png");
+        EXPECT_EQ(calc.setImage(img.convertToFormat(format), "gray.png"),
+                  UniformityCalculation::InvalidFormat);
+        EXPECT_EQ(calc.error(), UniformityError::InvalidFormat);
     }
     EXPECT_EQ(calc.fileName(), "wide.png"); // the previous picture stays
     EXPECT_EQ(calc.setImage(img.convertToFormat(QImage::Format_ARGB32_Premultiplied), "p.png"),
               UniformityCalculation::Loaded);
     EXPECT_EQ(calc.loadImage("/nonexistent/flat.png"), UniformityCalculation::LoadFailed);
-    EXPECT_EQ(calc.errorTitle(), "File load failure");
-    EXPECT_EQ(calc.errorText(), "Failed to load the file : /nonexistent/flat.png");
+    EXPECT_EQ(calc.error(), UniformityError::LoadFailure);
+}
+
+TEST(Uniformity, FailureTextsAndTitles)
+{
+    using E = UniformityError;
+    EXPECT_EQ(uniformityErrorText({E::None}), QString());
+    EXPECT_EQ(uniformityErrorText({E::LoadFailure, "/x/flat.png"}),
+              "Failed to load the file : /x/flat.png");
+    EXPECT_EQ(uniformityErrorTitle(E::LoadFailure), "File load failure");
+    EXPECT_EQ(uniformityErrorText({E::InvalidFormat, "gray.png"}),
+              "Only RGB files are supported for this test. Failed to load the file : gray.png");
+    EXPECT_EQ(uniformityErrorTitle(E::InvalidFormat), "Invalid format");
+    EXPECT_EQ(uniformityErrorText({E::InvalidSubsample}),
+              "Cannot display subsampled image. Please input valid subsampling size "
+              "(1 - Height/8 or Width/8).");
+    EXPECT_EQ(uniformityErrorTitle(E::InvalidSubsample), QString());
+    EXPECT_EQ(uniformityErrorText({E::InvalidCenterPercent, {}, -2147483647 - 1}),
+              "Invalid centre percentage -2147483648: give a value from 0 to 100.");
+    EXPECT_EQ(uniformityErrorText({E::InvalidCornerPercent, {}, 150}),
+              "Invalid corner percentage 150: give a value from 0 to 100.");
+    EXPECT_EQ(uniformityErrorText({E::InvalidCpiqGrid, {}, 0, 40, 20, 200, 30}),
+              "Invalid CPIQ zone grid 40 x 20 for a 200 x 30 image (1 to 32 zones per side, at "
+              "least one pixel per zone)");
+    EXPECT_EQ(uniformityErrorText({E::NoCpiqZones}), "No CPIQ zones");
+    EXPECT_EQ(uniformityErrorText({E::NoImage}), "No RGB image");
+    // A file name that looks like a placeholder stays as it is.
+    EXPECT_EQ(uniformityLoadFailureText("chart%2Bcopy%1.png"),
+              "Failed to load the file : chart%2Bcopy%1.png");
 }
 
 TEST(Uniformity, RecomputesCentreAndLabelsWhenPercentagesChange)
@@ -372,19 +488,23 @@ TEST(Uniformity, CpiqFindsColourCastInOneCorner)
             img.setPixel(x, y, qRgb(170, 128, 128));
     const CpiqResult cpiq = computeCpiq(UniformityImage(img));
     ASSERT_TRUE(cpiq.valid);
-    const LabColor gray = srgbToLab(128 / 255.0, 128 / 255.0, 128 / 255.0);
-    const LabColor red = srgbToLab(170 / 255.0, 128 / 255.0, 128 / 255.0);
+    // L*a*b* of the bytes (128, 128, 128) and (170, 128, 128): sRGB decoding,
+    // the sRGB primaries and the white (95.0, 100.0, 108.9).
+    const LabColor gray{53.585013452169036, 0.052611017183401554, 0.0};
+    const LabColor red{57.60060926129796, 16.266348357886372, 6.315431586284093};
     const double meanA = (red.a + 299 * gray.a) / 300;
     const double meanB = (red.b + 299 * gray.b) / 300;
     const double cast = std::hypot(red.a - meanA, red.b - meanB);
     const double rest = std::hypot(gray.a - meanA, gray.b - meanB);
     EXPECT_GT(cast, 10);
-    EXPECT_NEAR(cpiq.zones[0].R, 170, 0);
-    EXPECT_NEAR(cpiq.zones[0].a, red.a, 0);
-    EXPECT_NEAR(cpiq.zones[0].deltaAb, cast, 1e-12 * cast);
-    EXPECT_NEAR(cpiq.zones[1].deltaAb, rest, 1e-12 * cast);
-    EXPECT_NEAR(cpiq.zones.back().deltaAb, rest, 1e-12 * cast);
-    EXPECT_NEAR(cpiq.metric, cast, 1e-12 * cast);
+    EXPECT_EQ(cpiq.zones[0].R, 170);
+    EXPECT_NEAR(cpiq.zones[0].L, red.L, 1e-9);
+    EXPECT_NEAR(cpiq.zones[0].a, red.a, 1e-9);
+    EXPECT_NEAR(cpiq.zones[0].b, red.b, 1e-9);
+    EXPECT_NEAR(cpiq.zones[1].a, gray.a, 1e-9);
+    EXPECT_NEAR(cpiq.zones[0].deltaAb, cast, 1e-9);
+    EXPECT_NEAR(cpiq.zones[1].deltaAb, rest, 1e-9);
+    EXPECT_NEAR(cpiq.zones.back().deltaAb, rest, 1e-9);
     EXPECT_EQ(cpiq.metric, cpiq.zones[0].deltaAb);
 
     // Uneven zone sizes: zone k spans [floor(k s / n), floor((k + 1) s / n)).
@@ -413,15 +533,19 @@ TEST(Uniformity, CpiqFindsColourCastInOneCorner)
     calc.setCpiqZones(40, 20);
     calc.update();
     EXPECT_FALSE(calc.cpiq().valid);
-    EXPECT_FALSE(calc.cpiq().error.isEmpty());
+    EXPECT_EQ(calc.cpiq().failure, UniformityError::InvalidCpiqGrid);
     calc.setCpiqZones(15, 20);
     calc.setSubsampleSize(0); // the zones do not depend on the subsample size
     EXPECT_FALSE(calc.update());
     EXPECT_EQ(calc.cpiq().metric, cpiq.metric);
 
-    EXPECT_FALSE(computeCpiq(UniformityImage(img), 33, 20).valid);
-    EXPECT_FALSE(computeCpiq(UniformityImage(img), 0, 20).valid);
+    EXPECT_EQ(computeCpiq(UniformityImage(img), 33, 20).failure, UniformityError::InvalidCpiqGrid);
+    EXPECT_EQ(computeCpiq(UniformityImage(img), 0, 20).failure, UniformityError::InvalidCpiqGrid);
     QImage narrow(20, 40, QImage::Format_RGB32);
     narrow.fill(Qt::gray);
-    EXPECT_FALSE(computeCpiq(UniformityImage(narrow), 15, 21).valid);
+    EXPECT_EQ(computeCpiq(UniformityImage(narrow), 15, 21).failure,
+              UniformityError::InvalidCpiqGrid);
+    EXPECT_TRUE(computeCpiq(UniformityImage(narrow), 15, 20).valid);
+    EXPECT_EQ(computeCpiq(UniformityImage(), 15, 20).failure, UniformityError::NoImage);
+    EXPECT_EQ(cpiqFromZoneMeans(UniformityZoneMeans()).failure, UniformityError::NoCpiqZones);
 }
