@@ -69,6 +69,13 @@ function(kestro_add_test name)
   if(NOT K_GUI)
     list(APPEND env "QT_QPA_PLATFORM=offscreen")
   endif()
+  # Sanitizer runs: report everything, with the project's suppressions of
+  # findings inside uninstrumented system libraries.
+  set(_supp ${CMAKE_SOURCE_DIR}/cmake/sanitizers)
+  list(APPEND env
+    "TSAN_OPTIONS=suppressions=${_supp}/tsan.supp halt_on_error=0 second_deadlock_stack=1 history_size=4"
+    "ASAN_OPTIONS=detect_leaks=0 abort_on_error=0"
+    "UBSAN_OPTIONS=print_stacktrace=1 suppressions=${_supp}/ubsan.supp")
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES ENVIRONMENT "${env}" TIMEOUT 900)
   if(K_GUI)

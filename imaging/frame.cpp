@@ -4,8 +4,6 @@
 #include "imaging/srgb.h"
 
 #include <QFileInfo>
-#include <QReadLocker>
-#include <QWriteLocker>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -237,7 +235,7 @@ CFrame::~CFrame() = default;
 
 std::shared_ptr<const CFrameData> CFrame::pixels() const
 {
-    QReadLocker locker(&m_lock);
+    std::shared_lock<std::shared_mutex> locker(m_lock);
     return m_data;
 }
 
@@ -245,7 +243,7 @@ void CFrame::publish(std::shared_ptr<const CFrameData> block)
 {
     std::shared_ptr<const CFrameData> previous;
     {
-        QWriteLocker locker(&m_lock);
+        std::unique_lock<std::shared_mutex> locker(m_lock);
         previous = std::move(m_data);
         m_data = std::move(block);
     }
