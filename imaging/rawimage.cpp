@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <new>
+#include <type_traits>
 
 namespace kestro {
 
@@ -10,8 +11,11 @@ double defaultBlackLevel(int bits)
     return 42.0 * std::ldexp(1.0, 10 - bits);
 }
 
-RawPlane normaliseRaw(const std::int16_t *samples, int width, int height, int bits, double black,
-                      int x0, int y0, int cropWidth, int cropHeight)
+namespace {
+
+template<typename Sample>
+RawPlane normalise(const Sample *samples, int width, int height, int bits, double black, int x0,
+                   int y0, int cropWidth, int cropHeight)
 {
     RawPlane plane;
     if (!samples || width < 1 || height < 1 || bits < 1 || bits > 16)
@@ -41,13 +45,32 @@ RawPlane normaliseRaw(const std::int16_t *samples, int width, int height, int bi
     }
     const float b = static_cast<float>(black);
     const float scale = static_cast<float>(full - black);
+    const float top = static_cast<float>(full);
     for (int y = 0; y < plane.height; ++y) {
-        const std::int16_t *row = samples + static_cast<size_t>(y0 + y) * width + x0;
+        const Sample *row = samples + static_cast<size_t>(y0 + y) * width + x0;
         float *out = plane.values.data() + static_cast<size_t>(y) * plane.width;
-        for (int x = 0; x < plane.width; ++x)
-            out[x] = (static_cast<float>(row[x]) - b) / scale;
+        for (int x = 0; x < plane.width; ++x) {
+            float v = static_cast<float>(row[x]);
+            if (std::is_unsigned<Sample>::value && v > top)
+                v = top;
+            out[x] = (v - b) / scale;
+        }
     }
     return plane;
+}
+
+} // namespace
+
+RawPlane normaliseRaw(const std::uint16_t *samples, int width, int height, int bits, double black,
+                      int x0, int y0, int cropWidth, int cropHeight)
+{
+    return normalise(samples, width, height, bits, black, x0, y0, cropWidth, cropHeight);
+}
+
+RawPlane normaliseRaw(const std::int16_t *samples, int width, int height, int bits, double black,
+                      int x0, int y0, int cropWidth, int cropHeight)
+{
+    return normalise(samples, width, height, bits, black, x0, y0, cropWidth, cropHeight);
 }
 
 } // namespace kestro

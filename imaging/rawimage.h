@@ -1,6 +1,6 @@
 #pragma once
-// Normalisation of raw sensor samples: signed 16-bit samples, row-major with
-// the full width as row pitch, become a float plane of
+// Normalisation of raw sensor samples: 16-bit samples, row-major with the
+// full width as row pitch, become a float plane of
 // (sample - black) / ((2^bits - 1) - black).
 
 #include <cstdint>
@@ -26,6 +26,12 @@ double defaultBlackLevel(int bits);
 // level means defaultBlackLevel(bits). Bits outside 1..16, a black level at or
 // above full scale, an origin outside the frame or a null pointer give an
 // empty plane.
+//
+// Raw files deliver unsigned words: a 16-bit sensor's bright samples are
+// above 32767, and samples above a narrower depth's full scale count as full
+// scale. Signed samples are taken as they are, negative ones included.
+RawPlane normaliseRaw(const std::uint16_t *samples, int width, int height, int bits, double black,
+                      int x0 = 0, int y0 = 0, int cropWidth = 0, int cropHeight = 0);
 RawPlane normaliseRaw(const std::int16_t *samples, int width, int height, int bits, double black,
                       int x0 = 0, int y0 = 0, int cropWidth = 0, int cropHeight = 0);
 
