@@ -134,16 +134,18 @@ QwtLinearColorMap *QSpectrogramPlot::createColorMap(UniformityColorMap map)
     case UniformityColorMap::Gray:
         return new QwtLinearColorMap(Qt::black, Qt::white);
     case UniformityColorMap::Jet: {
-        auto *jet = new QwtLinearColorMap(QColor(0, 0, 189), QColor(132, 0, 0));
+        // The end colour (132, 0, 0) is replaced by a stop (189, 0, 0) at 1;
+        // a stop added at 1 would only colour the maximum itself, so the
+        // replacement is made in the end colour.
+        auto *jet = new QwtLinearColorMap(QColor(0, 0, 189), QColor(189, 0, 0));
         static const QColor stops[10] = {{0, 0, 255},     {0, 66, 255},   {0, 132, 255},
                                          {0, 189, 255},   {0, 255, 255},  {66, 255, 189},
                                          {132, 255, 132}, {189, 255, 66}, {255, 255, 0},
                                          {255, 189, 0}};
         for (int k = 1; k <= 10; ++k)
             jet->addColorStop(k / 13.0, stops[k - 1]);
-        // There is no stop at 11/13; the stop at 1 replaces the end colour.
+        // There is no stop at 11/13.
         jet->addColorStop(12 / 13.0, QColor(255, 66, 0));
-        jet->addColorStop(1.0, QColor(189, 0, 0));
         return jet;
     }
     case UniformityColorMap::Standard:

@@ -1,0 +1,203 @@
+// The uniformity chart: colour maps, contour levels, the raster over the
+// grid, the zoomer's buttons and tracker text, and the chart as a picture.
+
+#include "measure/uniformity/gui/qspectrogramplot.h"
+
+#include <gtest/gtest.h>
+
+#include <QMouseEvent>
+#include <QTemporaryDir>
+#include <QTest>
+#include <climits>
+#include <cmath>
+#include <memory>
+#include <qwt_color_map.h>
+#include <qwt_scale_div.h>
+
+using kestro::UniformityColorMap;
+
+namespace {
+
+QColor colorAt(const QwtLinearColorMap &map, double position)
+{
+    return QColor::fromRgb(map.rgb(QwtInterval(0.0, 1.0), position));
+}
+
+// cols x rows grid whose value is 100 * row / (rows - 1): dark at row 0.
+std::vector<double> rowRamp(int cols, int rows)
+{
+    std::vector<double> values(static_cast<std::size_t>(cols) * rows);
+    for (int c = 0; c < cols; ++c)
+        for (int r = 0; r < rows; ++r)
+            values[static_cast<std::size_t>(c) * rows + r] = 100.0 * r / (rows - 1);
+    return values;
+}
+
+} // namespace
+
+TEST(UniformityChart, ColourMapsByNameAndTheirStops)
+{
+    EXPECT_EQ(QSpectrogramPlot::colorMapForName("Gray"), UniformityColorMap::Gray);
+    EXPECT_EQ(QSpectrogramPlot::colorMapForName("Jet"), UniformityColorMap::Jet);
+    // Names are compared with their letter case.
+    EXPECT_EQ(QSpectrogramPlot::colorMapForName("jet"), UniformityColorMap::Standard);
+    EXPECT_EQ(QSpectrogramPlot::colorMapForName("GRAY"), UniformityColorMap::Standard);
+    EXPECT_EQ(QSpectrogramPlot::colorMapForName("Standard"), UniformityColorMap::Standard);
+
+    std::unique_ptr<QwtLinearColorMap> standard(
+            QSpectrogramPlot::createColorMap(UniformityColorMap::Standard));
+    EXPECT_EQ(standard->colorStops(), QVector<double>({0.0, 0.1, 0.6, 0.95, 1.0}));
+    EXPECT_EQ(colorAt(*standard, 0.0), QColor(Qt::darkCyan));
+    EXPECT_EQ(colorAt(*standard, 0.6), QColor(Qt::green));
+    EXPECT_EQ(colorAt(*standard, 1.0), QColor(Qt::red));
+
+    std::unique_ptr<QwtLinearColorMap> gray(
+            QSpectrogramPlot::createColorMap(UniformityColorMap::Gray));
+    EXPECT_EQ(gray->colorStops().size(), 2);
+    EXPECT_EQ(colorAt(*gray, 0.0), QColor(Qt::black));
+    EXPECT_EQ(colorAt(*gray, 1.0), QColor(Qt::white));
+
+    std::unique_ptr<QwtLinearColorMap> jet(
+            QSpectrogramPlot::createColorMap(UniformityColorMap::Jet));
+    QVector<double> stops{0.0};
+    for (int k = 1; k <= 10; ++k)
+        stops << k / 13.0;
+    stops << 12 / 13.0 << 1.0;
+    EXPECT_EQ(jet->colorStops(), stops); // no stop at 11/13
+    EXPECT_EQ(colorAt(*jet, 0.0), QColor(0, 0, 189));
+    EXPECT_EQ(colorAt(*jet, 5 / 13.0), QColor(0, 255, 255));
+    EXPECT_EQ(colorAt(*jet, 10 / 13.0), QColor(255, 189, 0));
+    EXPECT_EQ(colorAt(*jet, 12 / 13.0), QColor(255, 66, 0));
+    // The stop at 1 replaces the end colour (132, 0, 0) for the whole last
+    // stretch.
+    EXPECT_EQ(colorAt(*jet, 1.0), QColor(189, 0, 0));
+    EXPECT_EQ(colorAt(*jet, 12.5 / 13.0), QColor(222, 33, 0));
+}
+
+TEST(UniformityChart, ContourLevelsFromLowByStepBelowHigh)
+{
+    EXPECT_EQ(QSpectrogramPlot::contourLevelsFor(0, 25, 100), QList<double>({0, 25, 50, 75}));
+    EXPECT_EQ(QSpectrogramPlot::contourLevelsFor(0, 30, 100), QList<double>({0, 30, 60, 90}));
+    // No level loop for a step that does not advance, nor for low above high.
+    EXPECT_TRUE(QSpectrogramPlot::contourLevelsFor(0, 0, 100).isEmpty());
+    EXPECT_TRUE(QSpectrogramPlot::contourLevelsFor(0, -5, 100).isEmpty());
+    EXPECT_TRUE(QSpectrogramPlot::contourLevelsFor(200, 10, 100).isEmpty());
+    // Steps near the int range do not wrap round; very fine ones are cut.
+    EXPECT_EQ(QSpectrogramPlot::contourLevelsFor(INT_MAX - 1, INT_MAX, INT_MAX),
+              QList<double>({double(INT_MAX - 1)}));
+    EXPECT_EQ(QSpectrogramPlot::contourLevelsFor(INT_MIN, 1, INT_MAX).size(),
+              QSpectrogramPlot::kMaxContourLevels);
+
+    QSpectrogramPlot plot;
+    plot.setGrid(rowRamp(4, 3), 4, 3, 10);
+    plot.setUniContourLow(0);
+    plot.setUniContourSS(25);
+    plot.setUniContourHigh(100);
+    EXPECT_TRUE(plot.contourLevels().isEmpty()); // display off
+    plot.showContour(true);
+    EXPECT_EQ(plot.contourLevels(), QList<double>({0, 25, 50, 75}));
+    // The response axis spans the contour range while contours are drawn,
+    // the grid's range otherwise.
+    plot.setUniContourHigh(200);
+    EXPECT_EQ(plot.axisScaleDiv(QwtPlot::yRight).interval(), QwtInterval(0, 200));
+    EXPECT_EQ(plot.contourLevels().size(), 8);
+    plot.showContour(false);
+    EXPECT_EQ(plot.axisScaleDiv(QwtPlot::yRight).interval(), QwtInterval(0, 100));
+}
+
+TEST(UniformityChart, RasterIntervalsAndClampedCellLookup)
+{
+    QSpectrogramPlot plot;
+    // 3 columns x 2 rows, column-major.
+    plot.setGrid({1, 2, 3, 4, 5, 6}, 3, 2, 8);
+    const kestro::UniformityRasterData &raster = *plot.raster();
+    EXPECT_EQ(raster.interval(Qt::XAxis), QwtInterval(0, 2));
+    EXPECT_EQ(raster.interval(Qt::YAxis), QwtInterval(0, 1));
+    EXPECT_EQ(raster.interval(Qt::ZAxis), QwtInterval(1, 6));
+    EXPECT_EQ(raster.value(0.0, 0.0), 1);
+    EXPECT_EQ(raster.value(1.5, 0.99), 3);
+    EXPECT_EQ(raster.value(2.0, 1.0), 6);
+    EXPECT_EQ(raster.value(7.0, 9.0), 6);  // beyond the last cell: the last cell
+    EXPECT_EQ(raster.value(-3.0, 0.5), 1); // before the first: the first
+    EXPECT_EQ(raster.subsampleSize(), 8);
+    // The chart's axes follow the grid; rows run top down as in the picture.
+    EXPECT_EQ(plot.axisScaleDiv(QwtPlot::xBottom).interval(), QwtInterval(0, 2));
+    EXPECT_EQ(plot.axisScaleDiv(QwtPlot::yLeft).lowerBound(), 1);
+    EXPECT_EQ(plot.axisScaleDiv(QwtPlot::yLeft).upperBound(), 0);
+
+    // A flat grid still has a colour range one unit wide.
+    plot.setGrid({7, 7, 7, 7}, 2, 2, 1);
+    EXPECT_EQ(raster.interval(Qt::ZAxis), QwtInterval(7, 8));
+    // A grid that does not fit its size is dropped, not read out of bounds.
+    plot.setGrid({1, 2, 3}, 2, 2, 1);
+    EXPECT_EQ(raster.cols(), 0);
+    EXPECT_TRUE(std::isnan(raster.value(0, 0)));
+}
+
+TEST(UniformityChart, TrackerText)
+{
+    EXPECT_EQ(MyZoomer::trackerString(12.345, 6.789, 123.456789, 10),
+              QStringLiteral("x: 12.35\ty: 6.789\tval: 123.457\norig x: 123.45\torig y: 67.89"));
+    EXPECT_EQ(MyZoomer::trackerString(0, 299.5, 200, 20),
+              QStringLiteral("x: 0\ty: 299.5\tval: 200\norig x: 0\torig y: 5990"));
+}
+
+TEST(UniformityChart, ZoomerButtons)
+{
+    QSpectrogramPlot plot;
+    plot.resize(500, 400);
+    plot.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&plot));
+    plot.setGrid(rowRamp(40, 30), 40, 30, 10);
+    MyZoomer *zoomer = plot.zoomer();
+    zoomer->zoom(QRectF(10, 5, 10, 10));
+    zoomer->zoom(QRectF(12, 7, 4, 4));
+    ASSERT_EQ(zoomer->zoomRectIndex(), 2u);
+    QWidget *canvas = plot.canvas();
+    const QPoint middle = canvas->rect().center();
+    // The right button steps one zoom back, Ctrl + right returns home.
+    QTest::mouseClick(canvas, Qt::RightButton, Qt::NoModifier, middle);
+    EXPECT_EQ(zoomer->zoomRectIndex(), 1u);
+    QTest::mouseClick(canvas, Qt::RightButton, Qt::ControlModifier, middle);
+    EXPECT_EQ(zoomer->zoomRectIndex(), 0u);
+    EXPECT_EQ(plot.axisScaleDiv(QwtPlot::xBottom).interval(), QwtInterval(0, 39));
+
+    // A left-button drag zooms into the dragged rectangle.
+    QTest::mousePress(canvas, Qt::LeftButton, Qt::NoModifier, middle);
+    QTest::mouseMove(canvas, middle + QPoint(40, 30));
+    QTest::mouseRelease(canvas, Qt::LeftButton, Qt::NoModifier, middle + QPoint(80, 60));
+    EXPECT_EQ(zoomer->zoomRectIndex(), 1u);
+    EXPECT_LT(plot.axisScaleDiv(QwtPlot::xBottom).range(), 39);
+}
+
+TEST(UniformityChart, PictureAtEightyFiveDotsPerInch)
+{
+    QSpectrogramPlot plot;
+    plot.resize(550, 412);
+    plot.setColorMap("Gray");
+    plot.setGrid(rowRamp(40, 30), 40, 30, 10);
+    const QImage image = plot.renderImage();
+    // Millimetres numerically equal to the pixels, at 85 dpi.
+    EXPECT_EQ(image.size(), QSize(1841, 1379));
+    EXPECT_EQ(image.dotsPerMeterX(), 3346);
+
+    // The canvas shows the grid with row 0 (black) at the top and the last
+    // rows (light) at the bottom; the widget's layout places the canvas
+    // nearly where the renderer does.
+    const double scale = double(image.width()) / plot.width();
+    plot.updateLayout();
+    const QRect canvas = plot.canvas()->geometry();
+    const int x = qRound(canvas.center().x() * scale);
+    const int top = qRound((canvas.top() + 3) * scale);
+    const int bottom = qRound((canvas.bottom() - 3) * scale);
+    EXPECT_LT(qGray(image.pixel(x, top)), 15);
+    EXPECT_GT(qGray(image.pixel(x, bottom)), 200);
+    EXPECT_NEAR(qGray(image.pixel(x, (top + bottom) / 2)), 128, 20);
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath("chart.png");
+    ASSERT_TRUE(plot.save(path));
+    EXPECT_EQ(QImage(path).size(), QSize(1841, 1379));
+    EXPECT_FALSE(plot.save(dir.filePath("missing/chart.png")));
+    EXPECT_FALSE(plot.save(QString()));
+}

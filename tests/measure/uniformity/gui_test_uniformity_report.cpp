@@ -1,0 +1,262 @@
+// The uniformity report, CPIQ text file and CSV, byte for byte, on a flat
+// field with known shading: red falls off towards the top, blue towards the
+// left, green is flat; and the channel charts written for the report.
+
+#include "measure/uniformity/gui/qspectrogramplot.h"
+#include "measure/uniformity/gui/uniformityreport.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+using namespace kestro;
+
+namespace {
+
+// 48 x 32 pixels in 4 x 4 blocks (a 12 x 8 grid at subsample size 4):
+// R = 120 + 10 row, G = 150, B = 100 + 5 column of the block.
+QImage shadedField()
+{
+    QImage image(48, 32, QImage::Format_RGB32);
+    for (int y = 0; y < 32; ++y)
+        for (int x = 0; x < 48; ++x)
+            image.setPixel(x, y, qRgb(120 + 10 * (y / 4), 150, 100 + 5 * (x / 4)));
+    return image;
+}
+
+UniformityReportSettings shadedSettings()
+{
+    UniformityReportSettings s;
+    s.imagePath = QStringLiteral("/data/flat field.png");
+    s.subsample = 4;
+    s.centerPercent = 50;
+    s.cornerPercent = 25;
+    s.chartSize = 550;
+    s.chartChannels = uniformityChannelBit(UniformityChannel::B)
+                      | uniformityChannelBit(UniformityChannel::Y);
+    return s;
+}
+
+UniformityReportData shadedData()
+{
+    UniformityPass pass;
+    UniformityReportData data;
+    EXPECT_TRUE(computeUniformityReport(UniformityImage(shadedField()), shadedSettings(), pass,
+                                        data, nullptr));
+    return data;
+}
+
+// Two rows of three zones.
+CpiqResult handmadeZones()
+{
+    CpiqResult cpiq;
+    cpiq.rows = 2;
+    cpiq.cols = 3;
+    cpiq.valid = true;
+    for (int r = 1; r <= 2; ++r)
+        for (int c = 1; c <= 3; ++c)
+            cpiq.zones.push_back({r, c, 200.5 + c, 190.25, 180.0 / 7, 80.1234567, -1.5, 2.25,
+                                  0.1 * (3 * r + c)});
+    cpiq.metric = 0.9;
+    return cpiq;
+}
+
+} // namespace
+
+TEST(UniformityReport, HtmlByteForByte)
+{
+    const QString html = uniformityReportHtml(shadedSettings(), shadedData(),
+                                              QStringLiteral("/tmp/k/"));
+    const QString row = QStringLiteral("</th>\n<th align=\"center\">");
+    const QString expected
+            = QStringLiteral(
+                      "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
+                      "\"http://www.w3.org/TR/REC-html40/strict.dtd\"><html><head><meta "
+                      "name=\"qrichtext\" content=\"1\" /><style type=\"text/css\">p, li { "
+                      "white-space: pre-wrap; }</style><title>Uniformity Test Report</title></head>"
+                      "<body style=\" font-family:'MS Shell Dlg 2'; font-size:8.25pt; "
+                      "font-weight:400; font-style:normal;\">"
+                      "<h1>Uniformity Test Report</h1><p>Minimum, maximum and mean value of each "
+                      "color channel (component) is based on subsampled data of the image. </p>"
+                      "<p>Image: /data/flat field.png</p> <p>Original Width : 48\tOriginal Height "
+                      ": 32\tSubSampled Width : 12\tSubSampled Height : 8\tSubSampling Rate : "
+                      "4</p><p>Center Percentage : 50 %\tCorner Percentage : 25 %</p>\n"
+                      "<p style=\" margin-top:0px; margin-bottom:0px; margin-left:0px; "
+                      "margin-right:0px;-qt-block-indent:0; text-indent:0px;\"><table border=\"1\" "
+                      "cellspacing=\"0\" cellpadding=\"1\">\n<caption>Uniformity Test</caption>\n"
+                      "<tr><th align=\"center\">&nbsp;&nbsp;Channel&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Max&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Mean&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Min&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Center&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Upper Left&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Upper Right&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Lower Left&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;Lower Right&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;UL DropOff&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;UR DropOff&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;LL DropOff&nbsp;&nbsp;</th>\n"
+                      "<th align=\"center\">&nbsp;&nbsp;LR DropOff&nbsp;&nbsp;</th></tr>\n")
+              + QStringLiteral("<tr><th align=\"center\">Y") + row + "162" + row + "148" + row
+              + "135" + row + "148.93" + row + "137.395" + row + "141.955" + row + "152.345" + row
+              + "156.905" + row + "11.535" + row + "6.975" + row + "-3.415" + row + "-7.975"
+              + "</th></tr>\n" + QStringLiteral("<tr><th align=\"center\">R") + row + "190" + row
+              + "155" + row + "120" + row + "155" + row + "125" + row + "125" + row + "175" + row
+              + "175" + row + "30" + row + "30" + row + "-20" + row + "-20" + "</th></tr>\n"
+              + QStringLiteral("<tr><th align=\"center\">G") + row + "150" + row + "150" + row
+              + "150" + row + "150" + row + "150" + row + "150" + row + "150" + row + "150" + row
+              + "0" + row + "0" + row + "0" + row + "0" + "</th></tr>\n"
+              + QStringLiteral("<tr><th align=\"center\">B") + row + "155" + row + "127" + row
+              + "100" + row + "127.5" + row + "105" + row + "145" + row + "105" + row + "145" + row
+              + "22.5" + row + "-17.5" + row + "22.5" + row + "-17.5" + "</th></tr>\n"
+              + QStringLiteral(
+                      "</table>\n</p>\n"
+                      "<p align=\"center\"><img width=\"550\" height=\"366\" src=\"/data/flat "
+                      "field.png\"></p> <p><center>Original Image</center></p> <p></p><br><br>"
+                      "<p align=\"center\"><img src=\"/tmp/k/UniformityY.png\"></p> "
+                      "<p><center>Uniformity Chart of Y Channel</center></p> <p></p><br><br>"
+                      "<p align=\"center\"><img src=\"/tmp/k/UniformityB.png\"></p> "
+                      "<p><center>Uniformity Chart of B Channel</center></p> <p></p><br><br>"
+                      "<h2>CPIQ regions shading balance report</h2><table cellspacing=\"15\">"
+                      "<tr><th></th></table><p><H3> Color Uniformity Metric (CPIQ) </H3>0</p>"
+                      "</body></html>");
+    EXPECT_EQ(html, expected);
+
+    // The CPIQ zones, when measured, fill the last table.
+    UniformityReportData data = shadedData();
+    data.cpiq = handmadeZones();
+    const QString withZones = uniformityReportHtml(shadedSettings(), data, "/tmp/k/");
+    EXPECT_TRUE(withZones.endsWith(
+            "<h2>CPIQ regions shading balance report</h2><table cellspacing=\"15\"><tr><th></th>"
+            "<th>1<th>2<th>3<tr><th>1<td>0.4</td><td>0.5</td><td>0.6</td>"
+            "<tr><th>2<td>0.7</td><td>0.8</td><td>0.9</td></table>"
+            "<p><H3> Color Uniformity Metric (CPIQ) </H3>0.9</p></body></html>"))
+            << withZones.toStdString();
+}
+
+TEST(UniformityReport, CpiqTextFileByteForByte)
+{
+    const QString expected = QStringLiteral(
+            "\n--------------\nCPIQ regions shading balance report\n--------------\n"
+            "Zone row, Zone column,Red,Green   ,Blue    ,L*      ,a*      ,b*      ,Delta-ab\n"
+            "1,1,201.5,190.25,25.7143,80.1235,-1.5,2.25,0.4\n"
+            "1,2,202.5,190.25,25.7143,80.1235,-1.5,2.25,0.5\n"
+            "1,3,203.5,190.25,25.7143,80.1235,-1.5,2.25,0.6\n"
+            "2,1,201.5,190.25,25.7143,80.1235,-1.5,2.25,0.7\n"
+            "2,2,202.5,190.25,25.7143,80.1235,-1.5,2.25,0.8\n"
+            "2,3,203.5,190.25,25.7143,80.1235,-1.5,2.25,0.9\n"
+            "\n\n1,2,3,\n1,0.4,0.5,0.6,\n>2,0.7,0.8,0.9,\n> \nColor Uniformity Metric (CPIQ) \n0.9");
+    EXPECT_EQ(uniformityCpiqText(handmadeZones()), expected);
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath("cpiq.txt");
+    QFile old(path);
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+    old.write(QByteArray(5000, 'x')); // a longer file is replaced whole
+    old.close();
+    ASSERT_TRUE(writeUniformityTextFile(path, expected));
+    QFile written(path);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QString::fromUtf8(written.readAll()), expected);
+    EXPECT_FALSE(writeUniformityTextFile(dir.filePath("no/such/folder/cpiq.txt"), expected));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("no")));
+}
+
+TEST(UniformityReport, CsvByteForByte)
+{
+    UniformityReportData data = shadedData();
+    const QString table = QStringLiteral(
+            "Channel,Max,Mean,Min,Center,Upper Left,Upper Right,Lower Left,Lower Right,"
+            "UL DropOff,UR DropOff,LL DropOff,LR DropOff\n"
+            "Y,162.53,148.93,135.33,148.93,137.395,141.955,152.345,156.905,11.535,6.975,-3.415,"
+            "-7.975\n"
+            "R,190,155,120,155,125,125,175,175,30,30,-20,-20\n"
+            "G,150,150,150,150,150,150,150,150,0,0,0,0\n"
+            "B,155,127.5,100,127.5,105,145,105,145,22.5,-17.5,22.5,-17.5\n");
+    EXPECT_EQ(uniformityCsv(data), table);
+    data.cpiq = handmadeZones();
+    EXPECT_EQ(uniformityCsv(data),
+              table
+                      + "\nZone row,Zone column,Red,Green,Blue,L*,a*,b*,Delta-ab\n"
+                        "1,1,201.5,190.25,25.7143,80.1235,-1.5,2.25,0.4\n"
+                        "1,2,202.5,190.25,25.7143,80.1235,-1.5,2.25,0.5\n"
+                        "1,3,203.5,190.25,25.7143,80.1235,-1.5,2.25,0.6\n"
+                        "2,1,201.5,190.25,25.7143,80.1235,-1.5,2.25,0.7\n"
+                        "2,2,202.5,190.25,25.7143,80.1235,-1.5,2.25,0.8\n"
+                        "2,3,203.5,190.25,25.7143,80.1235,-1.5,2.25,0.9\n"
+                        "\nColor Uniformity Metric (CPIQ),0.9\n");
+}
+
+TEST(UniformityReport, SubsampleRefusalAndCpiqZones)
+{
+    const UniformityImage image(shadedField());
+    UniformityPass pass;
+    UniformityReportData data;
+    UniformityReportSettings settings = shadedSettings();
+    for (int size : {0, -3, 5}) { // 5 > min(48 / 8, 32 / 8)
+        settings.subsample = size;
+        QString error;
+        EXPECT_FALSE(computeUniformityReport(image, settings, pass, data, &error)) << size;
+        EXPECT_EQ(error, QLatin1String(kUniformitySubsampleMessage));
+    }
+    settings.subsample = 4;
+    settings.cpiq = true;
+    settings.cpiqRows = 2;
+    settings.cpiqCols = 2;
+    ASSERT_TRUE(computeUniformityReport(image, settings, pass, data, nullptr));
+    ASSERT_TRUE(data.cpiq.valid);
+    EXPECT_EQ(data.cpiq.zones.size(), 4u);
+    // Blue grows to the right: the left and right zones differ in colour.
+    EXPECT_GT(data.cpiq.metric, 1.0);
+
+    // Zones that the picture cannot hold: the report still comes, the CPIQ
+    // part says why it is empty.
+    settings.cpiqRows = 33;
+    ASSERT_TRUE(computeUniformityReport(image, settings, pass, data, nullptr));
+    EXPECT_FALSE(data.cpiq.valid);
+    EXPECT_FALSE(data.cpiq.error.isEmpty());
+    EXPECT_TRUE(data.cpiq.zones.empty());
+}
+
+TEST(UniformityReport, PictureSizeAndColourMapName)
+{
+    EXPECT_EQ(uniformityPictureSize(4000, 3000, 550), QSize(550, 412));
+    EXPECT_EQ(uniformityPictureSize(3000, 4000, 550), QSize(412, 550));
+    EXPECT_EQ(uniformityPictureSize(1000, 1000, 400), QSize(400, 400));
+    EXPECT_EQ(uniformityPictureSize(100000, 1, 700), QSize(700, 0));
+    // The report reads the name without regard to letter case.
+    EXPECT_EQ(uniformityReportColorMap("jet"), "Jet");
+    EXPECT_EQ(uniformityReportColorMap("GRAY"), "Gray");
+    EXPECT_EQ(uniformityReportColorMap("standard"), "Standard");
+    EXPECT_EQ(uniformityReportColorMap("Rainbow"), "Standard");
+}
+
+TEST(UniformityReport, ChartsRenderedForEveryChannel)
+{
+    UniformityPass pass;
+    UniformityReportData data;
+    UniformityReportSettings settings = shadedSettings();
+    settings.colorMapName = QStringLiteral("jet");
+    settings.contour = UniformityContour{true, 100, 200, 20};
+    ASSERT_TRUE(
+            computeUniformityReport(UniformityImage(shadedField()), settings, pass, data, nullptr));
+    QTemporaryDir dir;
+    const QString folder = dir.path() + QLatin1Char('/');
+    QSpectrogramPlot plot;
+    // Every channel, whichever boxes are checked: the export copies all four.
+    EXPECT_EQ(renderUniformityCharts(plot, pass, settings, folder), 4);
+    for (const char *name :
+         {"UniformityY.png", "UniformityR.png", "UniformityG.png", "UniformityB.png"})
+        EXPECT_EQ(QImage(folder + name).size(), QSize(1841, 1379)) << name;
+    EXPECT_EQ(plot.colorMapMode(), UniformityColorMap::Jet);
+    EXPECT_EQ(plot.contourLevels(), QList<double>({100, 120, 140, 160, 180}));
+    // The last chart drawn is blue's grid.
+    EXPECT_EQ(plot.raster()->maximum(), 155);
+
+    settings.chartSize = 400;
+    EXPECT_EQ(renderUniformityCharts(plot, pass, settings, folder), 4);
+    EXPECT_EQ(QImage(folder + "UniformityR.png").size(), QSize(1339, 1004));
+    EXPECT_EQ(renderUniformityCharts(plot, pass, settings, dir.filePath("missing/")), 0);
+}
