@@ -1,73 +1,99 @@
-// kestro-measure frame and demosaic, run as processes.
+// kestro-measure frame, demosaic and regions run as processes, on names in
+// any script and on inputs that must be refused promptly.
 #include "testsupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QImage>
-#include <QJsonDocument>
+#include <QJsonArray>
 #include <QJsonObject>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-using kestro::test::measureToolPath;
-using kestro::test::runProcess;
+using namespace kestro::test;
 
-namespace {
-
-void write(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-}
-
-} // namespace
-
-TEST(FrameTool, FrameAndDemosaicOfARawFile)
+TEST(FrameTool, FrameDemosaicAndRegionsUnderNamesInAnyScript)
 {
     QTemporaryDir dir;
+    ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("Снимки 图像")));
+    const QString name = QStringLiteral("Снимки 图像/кадр%2B %1");
+    const QString base = dir.filePath(name);
     QByteArray data;
     for (int i = 0; i < 30 * 20; ++i)
         data.append(char((i * 7) & 0xff)).append(char((i >> 4) & 0x03));
-    write(dir.filePath("r.raw"), data);
-    write(dir.filePath("r.ini"),
-          "[Frame]\nWidth=30\nHeight=20\nBitsPerPixel=10\nImageType=1\nBayerOrder=1\nBlackLevel=16\n");
+    writeFile(dir, name + ".raw", data);
+    writeFile(dir, name + ".ini",
+              "[Frame]\nWidth=30\nHeight=20\nBitsPerPixel=10\nImageType=1\nBayerOrder=1\n"
+              "BlackLevel=16\n");
 
-    auto r = runProcess(measureToolPath(), {"frame", dir.filePath("r.raw")});
+    ProcessResult r = runProcess(measureToolPath(), {"frame", base + ".raw"});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
-    const QJsonObject o = QJsonDocument::fromJson(r.out).object();
+    const QJsonObject o = parseJsonOutput(r);
     EXPECT_EQ(o.value("valid").toBool(), true);
     EXPECT_EQ(o.value("kind").toInt(), 1);
     EXPECT_EQ(o.value("width").toInt(), 30);
-    EXPECT_EQ(o.value("height").toInt(), 20);
     EXPECT_EQ(o.value("bytesPerLine").toInt(), 60);
-    EXPECT_EQ(o.value("bitsPerPixel").toInt(), 10);
-    EXPECT_EQ(o.value("bytesPerPixel").toInt(), 2);
     EXPECT_EQ(o.value("bayerOrder").toInt(), 1);
     EXPECT_EQ(o.value("dataSize").toInt(), 1200);
     EXPECT_EQ(o.value("imageWidth").toInt(), 26);
     EXPECT_EQ(o.value("imageHeight").toInt(), 16);
-    EXPECT_EQ(o.keys().size(), 11);
 
-    r = runProcess(measureToolPath(), {"demosaic", dir.filePath("r.raw"), dir.filePath("out.png")});
+    r = runProcess(measureToolPath(), {"demosaic", base + ".raw", base + ".png"});
     ASSERT_EQ(r.exitCode, 0) << r.err.constData();
-    const QImage png(dir.filePath("out.png"));
-    ASSERT_EQ(png.size(), QSize(26, 16));
+    EXPECT_EQ(QImage(base + ".png").size(), QSize(26, 16));
 
-    // Unreadable input and usage errors: stderr, status 1, no output file.
-    r = runProcess(measureToolPath(), {"frame", dir.filePath("missing.raw")});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_FALSE(r.err.isEmpty());
-    write(dir.filePath("cut.raw"), data.left(99));
-    r = runProcess(measureToolPath(), {"frame", dir.filePath("cut.raw")});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(QJsonDocument::fromJson(r.out).object().value("valid").toBool(true), false);
-    r = runProcess(measureToolPath(),
-                   {"demosaic", dir.filePath("cut.raw"), dir.filePath("cut.png")});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_FALSE(QFile::exists(dir.filePath("cut.png")));
-    r = runProcess(measureToolPath(),
-                   {"demosaic", dir.filePath("r.raw"), dir.filePath("no/such/folder/x.png")});
-    EXPECT_EQ(r.exitCode, 1);
-    r = runProcess(measureToolPath(), {"frame"});
-    EXPECT_EQ(r.exitCode, 1);
+    writeFile(dir, name + ".roi",
+              "[patches]\nsize=1\n1\\left=2.5\n1\\top=3\n1\\width=4\n1\\height=5\n");
+    r = runProcess(measureToolPath(), {"regions", base + ".roi"});
+    ASSERT_EQ(r.exitCode, 0) << r.err.constData();
+    EXPECT_EQ(parseJsonOutput(r).value("regions").toArray().at(0).toArray(),
+              QJsonArray({2.5, 3, 4, 5}));
+}
+
+TEST(FrameTool, BadInputsEndPromptlyWithTheReason)
+{
+    QTemporaryDir dir;
+    const QString fifo = makeFifo(dir, "pipe.png");
+    const QString bomb = writeFile(dir, "bomb%1.png", pngDeclaringSize(20000, 20000));
+    const QString cut = writeFile(dir, "cut.raw", QByteArray(99, '\x01'));
+    writeFile(dir, "cut.ini", "[Frame]\nWidth=30\nHeight=20\nBitsPerPixel=10\n");
+    struct Case
+    {
+        QStringList args;
+        QString reason;
+    };
+    const Case cases[] = {
+            {{"frame", fifo}, fifo + " as an image or raw sensor file: not a regular file"},
+            {{"frame", bomb}, "the picture is 20000 x 20000 pixels; at most 250 megapixels"},
+            {{"frame", cut},
+             "the file holds 99 bytes; a 30 x 20 frame of 10 bits per pixel needs 1200"},
+            {{"demosaic", fifo, dir.filePath("out.png")}, "not a regular file"},
+            {{"demosaic", cut, dir.filePath("out.png")}, "the file holds 99 bytes"},
+            {{"demosaic", bomb, dir.filePath("no/such/folder/x.png")}, "at most 250 megapixels"},
+            {{"regions", fifo}, "cannot read ROI file " + fifo},
+            {{"uniformity", fifo}, "cannot read " + fifo + ": not a regular file"},
+            {{"uniformity", bomb, "--subsample", "1"}, "cannot read " + bomb + ": the picture is"},
+    };
+    for (const Case &c : cases) {
+        const ProcessResult r = runProcess(measureToolPath(), c.args, 20000);
+        EXPECT_EQ(r.exitCode, 1) << c.args.join(' ').toStdString();
+        EXPECT_TRUE(QString::fromLocal8Bit(r.err).contains(c.reason))
+                << c.args.join(' ').toStdString() << ": " << r.err.constData();
+    }
+    EXPECT_FALSE(QFile::exists(dir.filePath("out.png")));
+}
+
+TEST(FrameTool, OutputThatCannotBeWrittenFails)
+{
+    QTemporaryDir dir;
+    QImage picture(16, 16, QImage::Format_RGB32);
+    picture.fill(Qt::gray);
+    const QString path = saveImage(dir, "p.png", picture);
+    QProcess process;
+    process.setStandardOutputFile(QStringLiteral("/dev/full"));
+    process.start(measureToolPath(), {"frame", path});
+    ASSERT_TRUE(process.waitForFinished(20000));
+    EXPECT_EQ(process.exitCode(), 1);
+    EXPECT_TRUE(process.readAllStandardError().contains("cannot write the output"));
 }
