@@ -68,27 +68,8 @@ protected:
     void SetUp() override { QLoggingCategory::setFilterRules("kestro.view.debug=false"); }
 };
 
-TEST_F(RegionView, NewViewAndItemDefaults)
+TEST_F(RegionView, AnItemOwnsItsCalculation)
 {
-    imageGraphicsView view;
-    EXPECT_EQ(view.objectName(), "imageGraphicsView");
-    EXPECT_EQ(view.windowTitle(), "imageGraphicsView");
-    EXPECT_EQ(view.size(), QSize(400, 300));
-    EXPECT_FALSE(view.showNumbers());
-    EXPECT_FALSE(view.pointingMode());
-    EXPECT_FALSE(view.drawingEnabled());
-    EXPECT_EQ(view.region(0), nullptr);
-    EXPECT_EQ(view.region(-1), nullptr);
-
-    qRegionGraphicsRectItem item;
-    EXPECT_EQ(item.index(), 10);
-    EXPECT_EQ(item.color(), QColor(Qt::red));
-    EXPECT_EQ(item.pen().color(), QColor(Qt::red));
-    EXPECT_FALSE(item.showNumber());
-    EXPECT_EQ(item.handle(), 0);
-    EXPECT_TRUE(item.flags() & QGraphicsItem::ItemIsMovable);
-    EXPECT_TRUE(item.flags() & QGraphicsItem::ItemIsSelectable);
-
     // The item owns its calculation.
     int deleted = 0;
     {
