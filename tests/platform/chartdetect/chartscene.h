@@ -247,4 +247,155 @@ inline bool placedCorrectly(const Scene &scene, const ColorCheckerROI *regions, 
     return true;
 }
 
+// Checks a placement on a photograph by the colours inside the rectangles
+// alone: every rectangle lies in the picture and is flat (its spread is small
+// against the spread between patches), one affine colour transform takes the
+// 24 means to the reference colours (so the order is the reading order), and
+// the gray row darkens from white to black.
+struct PlacementCheck
+{
+    bool inside = false;
+    double worstSpread = 1; // largest spread inside a rectangle / spread between
+    double residual = 1;    // unexplained share of the reference colours' variance
+    bool grayOrdered = false;
+    bool ok() const { return inside && worstSpread < 0.5 && residual < 0.1 && grayOrdered; }
+};
+
+inline PlacementCheck checkPlacement(const QImage &picture, const ColorCheckerROI *regions)
+{
+    PlacementCheck check;
+    const QImage image = picture.convertToFormat(QImage::Format_RGB32);
+    double mean[chartdetect::kPatchCount][3], spread[chartdetect::kPatchCount];
+    for (int i = 0; i < chartdetect::kPatchCount; ++i) {
+        const ColorCheckerROI &r = regions[i];
+        const int top = r.y - r.height;
+        if (r.width < 1 || r.height < 1 || r.x < 0 || top < 0 || r.x + r.width > image.width()
+            || r.y > image.height())
+            return check;
+        double sum[3] = {0, 0, 0}, sq[3] = {0, 0, 0};
+        for (int y = top; y < r.y; ++y) {
+            const QRgb *line = reinterpret_cast<const QRgb *>(image.constScanLine(y));
+            for (int x = r.x; x < r.x + r.width; ++x) {
+                const double v[3] = {qRed(line[x]) / 255.0, qGreen(line[x]) / 255.0,
+                                     qBlue(line[x]) / 255.0};
+                for (int k = 0; k < 3; ++k)
+                    sum[k] += v[k], sq[k] += v[k] * v[k];
+            }
+        }
+        const double n = double(r.width) * r.height;
+        double var = 0;
+        for (int k = 0; k < 3; ++k) {
+            mean[i][k] = sum[k] / n;
+            var += std::max(0.0, sq[k] / n - mean[i][k] * mean[i][k]);
+        }
+        spread[i] = std::sqrt(var / 3);
+    }
+    check.inside = true;
+    double centre[3] = {0, 0, 0}, between = 0;
+    for (auto &m : mean)
+        for (int k = 0; k < 3; ++k)
+            centre[k] += m[k] / chartdetect::kPatchCount;
+    for (auto &m : mean)
+        for (int k = 0; k < 3; ++k)
+            between += (m[k] - centre[k]) * (m[k] - centre[k]);
+    between = std::sqrt(between / (3 * chartdetect::kPatchCount));
+    check.worstSpread = *std::max_element(spread, spread + chartdetect::kPatchCount)
+                        / std::max(1e-9, between);
+
+    // Least squares through the normal equations: [r g b 1] x = reference.
+    double ata[4][4] = {}, atb[4][3] = {};
+    for (int i = 0; i < chartdetect::kPatchCount; ++i) {
+        const double row[4] = {mean[i][0], mean[i][1], mean[i][2], 1.0};
+        for (int a = 0; a < 4; ++a) {
+            for (int b = 0; b < 4; ++b)
+                ata[a][b] += row[a] * row[b];
+            for (int k = 0; k < 3; ++k)
+                atb[a][k] += row[a] * chartdetect::kReferenceSrgb[i][k] / 255.0;
+        }
+    }
+    for (int c = 0; c < 4; ++c) { // Gauss-Jordan with partial pivoting
+        int pivot = c;
+        for (int r = c + 1; r < 4; ++r)
+            if (std::fabs(ata[r][c]) > std::fabs(ata[pivot][c]))
+                pivot = r;
+        std::swap(ata[c], ata[pivot]);
+        std::swap(atb[c], atb[pivot]);
+        if (std::fabs(ata[c][c]) < 1e-12)
+            return check;
+        for (int r = 0; r < 4; ++r) {
+            if (r == c)
+                continue;
+            const double f = ata[r][c] / ata[c][c];
+            for (int k = 0; k < 4; ++k)
+                ata[r][k] -= f * ata[c][k];
+            for (int k = 0; k < 3; ++k)
+                atb[r][k] -= f * atb[c][k];
+        }
+    }
+    double unexplained = 0, total = 0, refCentre[3] = {0, 0, 0};
+    for (int i = 0; i < chartdetect::kPatchCount; ++i)
+        for (int k = 0; k < 3; ++k)
+            refCentre[k] += chartdetect::kReferenceSrgb[i][k] / 255.0 / chartdetect::kPatchCount;
+    for (int i = 0; i < chartdetect::kPatchCount; ++i) {
+        const double row[4] = {mean[i][0], mean[i][1], mean[i][2], 1.0};
+        for (int k = 0; k < 3; ++k) {
+            double fitted = 0;
+            for (int a = 0; a < 4; ++a)
+                fitted += row[a] * atb[a][k] / ata[a][a];
+            const double ref = chartdetect::kReferenceSrgb[i][k] / 255.0;
+            unexplained += (fitted - ref) * (fitted - ref);
+            total += (ref - refCentre[k]) * (ref - refCentre[k]);
+        }
+    }
+    check.residual = unexplained / total;
+    check.grayOrdered = true;
+    for (int i = 18; i < 23; ++i) {
+        const double l0 = mean[i][0] + mean[i][1] + mean[i][2];
+        const double l1 = mean[i + 1][0] + mean[i + 1][1] + mean[i + 1][2];
+        if (!(l0 > l1))
+            check.grayOrdered = false;
+    }
+    return check;
+}
+
+// A varied scene for sweeps: rotation a quarter turn times `index` plus up
+// to 25 degrees either way, some perspective, a chart long side between
+// minLong and what the frame holds, and at random blur, noise, a lighting
+// gradient, a colour cast, JPEG compression and clutter with decoy grids.
+inline SceneSpec sweepSceneSpec(int index, int width, int height, double minLong, std::uint32_t seed)
+{
+    std::mt19937 rng(seed * 7919u + static_cast<std::uint32_t>(index));
+    std::uniform_real_distribution<double> uni(0.0, 1.0);
+    SceneSpec spec;
+    spec.width = width;
+    spec.height = height;
+    spec.seed = rng();
+    spec.rotation = 90.0 * (index % 4) + (uni(rng) - 0.5) * 50.0;
+    spec.perspective = 0.08 * uni(rng);
+    // The card's diagonal is about 1.4 times the grid's long side: keep the
+    // rotated chart inside the frame.
+    const double maxLong = 0.6 * std::min(width, height);
+    const double low = std::min(minLong, maxLong);
+    spec.chartLong = low * std::pow(maxLong / low, uni(rng));
+    const double half = 0.75 * spec.chartLong;
+    spec.centreX = (half + uni(rng) * std::max(0.0, width - 2 * half)) / width;
+    spec.centreY = (half + uni(rng) * std::max(0.0, height - 2 * half)) / height;
+    if (uni(rng) < 0.4)
+        spec.blur = 1 + int(uni(rng) * 2.5 * spec.chartLong / 600.0);
+    if (uni(rng) < 0.5)
+        spec.noise = 2 + 8 * uni(rng);
+    if (uni(rng) < 0.5)
+        spec.gradient = 0.5 * uni(rng);
+    if (uni(rng) < 0.5) {
+        spec.castR = 0.7 + 0.6 * uni(rng);
+        spec.castG = 0.85 + 0.3 * uni(rng);
+        spec.castB = 0.7 + 0.6 * uni(rng);
+    }
+    if (uni(rng) < 0.5)
+        spec.jpegQuality = 60 + int(35 * uni(rng));
+    spec.clutter = int(uni(rng) * 12);
+    spec.decoyGrids = uni(rng) < 0.6;
+    return spec;
+}
+
 } // namespace kestro::test
