@@ -195,6 +195,10 @@ TEST_F(Batch, NamesInAnyScriptAndWithPercentSigns)
         r = kestroLoader({"MTF", path, report, "Gamma=0.45", "X1=1", "Y1=1", "X2=6", "Y2=6"});
         EXPECT_EQ(r.exitCode, 0);
         EXPECT_FALSE(r.err.contains("cannot read")) << r.err.constData();
+        r = kestroLoader({"Uniformity", path, report, "SubSampleSize=1"});
+        EXPECT_EQ(r.exitCode, 0);
+        EXPECT_FALSE(r.err.contains("cannot read") || r.err.contains("Failed to load"))
+                << r.err.constData();
     }
 
     // A very long path that cannot exist, and a number too long for an int.
