@@ -1,47 +1,18 @@
 #include "imaging/gui/cmarkers.h"
 
+#include "platform/chartdetect/qimagebuffer.h"
+
 #include <QReadLocker>
 #include <QWriteLocker>
 
 #include <cstring>
 #include <memory>
-#include <new>
 
 namespace {
 
 void storeFlag(unsigned char *flag, unsigned char value)
 {
     __atomic_store_n(flag, value, __ATOMIC_RELAXED);
-}
-
-// The picture as packed 24-bit pixels (blue, green, red), rows top to bottom
-// without gaps. Null when the format is below RGB32 or memory runs out.
-std::unique_ptr<unsigned char[]> packedBgr(const QImage &picture)
-{
-    if (picture.isNull() || picture.format() < QImage::Format_RGB32)
-        return nullptr;
-    const QImage image = (picture.format() == QImage::Format_RGB32
-                          || picture.format() == QImage::Format_ARGB32)
-                                 ? picture
-                                 : picture.convertToFormat(QImage::Format_RGB32);
-    if (image.isNull())
-        return nullptr;
-    const size_t width = static_cast<size_t>(image.width());
-    const size_t height = static_cast<size_t>(image.height());
-    std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[width * height * 3]);
-    if (!buffer)
-        return nullptr;
-    for (size_t y = 0; y < height; ++y) {
-        const QRgb *line = reinterpret_cast<const QRgb *>(image.constScanLine(int(y)));
-        unsigned char *out = buffer.get() + y * width * 3;
-        for (size_t x = 0; x < width; ++x) {
-            const QRgb px = line[x];
-            out[3 * x] = static_cast<unsigned char>(qBlue(px));
-            out[3 * x + 1] = static_cast<unsigned char>(qGreen(px));
-            out[3 * x + 2] = static_cast<unsigned char>(qRed(px));
-        }
-    }
-    return buffer;
 }
 
 } // namespace
@@ -296,7 +267,8 @@ void CMarkers::run()
     {
         QReadLocker locker(&m_lock);
         if (m_mode != ModeNoDetection) {
-            const std::unique_ptr<unsigned char[]> buffer = packedBgr(m_image);
+            const std::unique_ptr<unsigned char[]> buffer = kestro::chartdetect::packedBgrBuffer(
+                    m_image);
             if (buffer) {
                 ColorCheckerROI regions[kestro::chartdetect::kPatchCount] = {};
                 found = FindColorCheckerROIsFromMemory(buffer.get(), m_image.width(),

@@ -209,23 +209,6 @@ inline Scene renderScene(const SceneSpec &spec)
     return scene;
 }
 
-// The picture as the detection library takes it: packed blue, green, red.
-inline std::vector<unsigned char> packedBgr(const QImage &picture)
-{
-    const QImage image = picture.convertToFormat(QImage::Format_RGB32);
-    std::vector<unsigned char> out(size_t(image.width()) * image.height() * 3);
-    for (int y = 0; y < image.height(); ++y) {
-        const QRgb *line = reinterpret_cast<const QRgb *>(image.constScanLine(y));
-        unsigned char *o = out.data() + size_t(y) * image.width() * 3;
-        for (int x = 0; x < image.width(); ++x) {
-            o[3 * x] = qBlue(line[x]);
-            o[3 * x + 1] = qGreen(line[x]);
-            o[3 * x + 2] = qRed(line[x]);
-        }
-    }
-    return out;
-}
-
 // True when every rectangle lies inside its own patch outline (shrunk by
 // `margin` pixels), in reading order.
 inline bool placedCorrectly(const Scene &scene, const ColorCheckerROI *regions, double margin = 0.5)

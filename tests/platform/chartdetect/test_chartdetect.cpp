@@ -4,6 +4,7 @@
 // positions, where a misplaced grid must never be reported.
 #include "platform/chartdetect/chartdetect.h"
 #include "platform/chartdetect/chartgeometry.h"
+#include "platform/chartdetect/qimagebuffer.h"
 #include "tests/platform/chartdetect/chartscene.h"
 
 #include "testsupport.h"
@@ -28,9 +29,9 @@ namespace {
 
 int detect(const QImage &image, ColorCheckerROI *regions, unsigned char *keep = nullptr)
 {
-    const std::vector<unsigned char> bgr = kestro::test::packedBgr(image);
+    const auto bgr = packedBgrBuffer(image.convertToFormat(QImage::Format_RGB32));
     unsigned char running = 1;
-    return FindColorCheckerROIsFromMemory(bgr.data(), image.width(), image.height(), regions,
+    return FindColorCheckerROIsFromMemory(bgr.get(), image.width(), image.height(), regions,
                                           keep ? keep : &running);
 }
 
@@ -134,10 +135,10 @@ TEST(ChartDetect, StopsSoonWhenAskedTo)
     spec.clutter = 12;
     spec.decoyGrids = true;
     const Scene scene = kestro::test::renderScene(spec);
-    const std::vector<unsigned char> bgr = kestro::test::packedBgr(scene.image);
+    const auto bgr = packedBgrBuffer(scene.image);
 
     unsigned char stopped = 0;
-    EXPECT_EQ(FindColorCheckerROIsFromMemory(bgr.data(), spec.width, spec.height, regions, &stopped),
+    EXPECT_EQ(FindColorCheckerROIsFromMemory(bgr.get(), spec.width, spec.height, regions, &stopped),
               0);
 
     for (int delayMs : {5, 60, 250}) {
@@ -148,7 +149,7 @@ TEST(ChartDetect, StopsSoonWhenAskedTo)
             clearedAt = std::chrono::steady_clock::now().time_since_epoch().count();
             __atomic_store_n(&running, 0, __ATOMIC_RELAXED);
         });
-        const int found = FindColorCheckerROIsFromMemory(bgr.data(), spec.width, spec.height,
+        const int found = FindColorCheckerROIsFromMemory(bgr.get(), spec.width, spec.height,
                                                          regions, &running);
         const auto returned = std::chrono::steady_clock::now().time_since_epoch().count();
         stopper.join();
