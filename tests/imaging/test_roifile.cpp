@@ -87,13 +87,9 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashing)
     const Case cases[] = {
             {"empty", "", false},
             {"nogroup", "[other]\nsize=3\n", false},
-            {"zero", "[patches]\nsize=0\n1\\left=1\n", false},
             {"negative", "[patches]\nsize=-4\n1\\left=1\n", false},
-            {"words", "[patches]\nsize=many\n", false},
             {"overflow", "[patches]\nsize=99999999999999999999\n", false},
-            {"huge", "[patches]\nsize=2147483647\n", true},
             {"binary", QByteArray("\x00\xff\xfe[\x01\x02=\n\x89PNG\r\n\x1a\n", 16), false},
-            {"absurd", "[patches]\nsize=2\n1\\left=1\n2\\height=1e300\n", true},
     };
     for (const Case &c : cases) {
         const RoiReadResult read = readRoiFile(kestro::test::writeFile(dir, c.name, c.text));

@@ -29,39 +29,24 @@ TEST(UniformityCommand, PrintsChannelsLabelsAndCpiqZones)
                                   "--corner", "25", "--zones", "16x20"});
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     QJsonObject o = parseJsonOutput(r);
-    EXPECT_EQ(o["width"].toInt(), 100);
-    EXPECT_EQ(o["height"].toInt(), 80);
     EXPECT_EQ(o["subsample"].toInt(), 5);
     EXPECT_TRUE(o["valid"].toBool());
-    EXPECT_EQ(o["error"].toString(), "");
+    // The engine's figures are checked by its own tests; here the wiring: four
+    // channels, the options reaching the engine, the zones in row order.
     const QJsonObject channels = o["channels"].toObject();
     EXPECT_EQ(channels.keys(), QStringList({"B", "G", "R", "Y"}));
     const QJsonObject g = channels["G"].toObject();
     EXPECT_EQ(g["cols"].toInt(), 20);
     EXPECT_EQ(g["rows"].toInt(), 16);
-    EXPECT_EQ(g["minimum"].toDouble(), 100);
-    EXPECT_EQ(g["maximum"].toDouble(), 120);
-    EXPECT_EQ(g["mean"].toDouble(), 110);
-    // Centre window columns 8..11: half bright, half dark.
-    EXPECT_EQ(g["center"].toDouble(), 110);
-    EXPECT_EQ(g["corners"].toObject()["topLeft"].toDouble(), 120);
-    EXPECT_EQ(g["corners"].toObject()["bottomRight"].toDouble(), 100);
+    EXPECT_EQ(g["center"].toDouble(), 110); // centre window columns 8..11
     EXPECT_EQ(g["labels"].toObject()["topLeft"].toString(), "120, Dropoff: -10, -9.09%");
-    EXPECT_EQ(g["labels"].toObject()["topRight"].toString(), "100, Dropoff: 10, 9.09%");
-
     const QJsonObject cpiq = o["cpiq"].toObject();
-    EXPECT_EQ(cpiq["rows"].toInt(), 16);
-    EXPECT_EQ(cpiq["cols"].toInt(), 20);
     const QJsonArray zones = cpiq["zones"].toArray();
-    ASSERT_EQ(zones.size(), 320);
-    const QJsonObject first = zones[0].toObject();
-    EXPECT_EQ(first["row"].toInt(), 1);
-    EXPECT_EQ(first["column"].toInt(), 1);
-    EXPECT_EQ(first["B"].toDouble(), 200);
+    ASSERT_EQ(zones.size(), 16 * 20);
+    EXPECT_EQ(zones[0].toObject()["B"].toDouble(), 200);
     EXPECT_EQ(zones[21].toObject()["row"].toInt(), 2);
     EXPECT_EQ(zones[21].toObject()["column"].toInt(), 2);
-    EXPECT_EQ(cpiq["metric"].toDouble(), first["deltaAb"].toDouble());
-    EXPECT_GT(cpiq["metric"].toDouble(), 5);
+    EXPECT_EQ(cpiq["metric"].toDouble(), zones[0].toObject()["deltaAb"].toDouble());
 
     // An empty centre window prints "nan".
     r = runProcess(measureToolPath(), {"uniformity", path, "--center", "0"});
