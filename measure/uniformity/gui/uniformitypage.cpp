@@ -72,11 +72,9 @@ public:
     void setReport(const QString &html, QHash<QString, QImage> pictures)
     {
         m_pictures = std::move(pictures);
-        auto *document = new QTextDocument(this);
-        QTextDocument *previous = this->document();
-        setDocument(document);
-        if (previous && previous->parent() == this)
-            previous->deleteLater();
+        // A fresh document forgets the pictures the last one read; the
+        // browser deletes the last one, its child.
+        setDocument(new QTextDocument(this));
         setHtml(html);
     }
 
@@ -532,7 +530,7 @@ void UniformityPage::recompute(bool announce)
     const bool valid = m_calc.update();
     showResults();
     if (!valid) {
-        if (announce && !m_calc.isSubsampleValid())
+        if (announce && !m_calc.errorText().isEmpty())
             warn(QStringLiteral("Warning"), m_calc.errorText());
         return;
     }

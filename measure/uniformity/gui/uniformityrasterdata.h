@@ -4,6 +4,7 @@
 // change the colour map and contours, so the chart state kept here is guarded
 // by the grid's read/write lock, like the grid itself.
 
+#include "measure/uniformity/gui/uniformitychartsettings.h"
 #include "measure/uniformity/uniformitydata.h"
 
 #include <qwt_raster_data.h>
@@ -11,17 +12,6 @@
 #include <vector>
 
 namespace kestro {
-
-// Colour maps of the chart.
-enum class UniformityColorMap { Standard = 0, Gray = 1, Jet = 2 };
-
-struct UniformityContour
-{
-    bool shown = false;
-    int low = 0;
-    int high = 0;
-    int step = 0;
-};
 
 class UniformityRasterData : public QwtRasterData, public UniformityData
 {

@@ -123,10 +123,17 @@ void appendCpiqTable(QString &out, const CpiqResult &cpiq)
 bool computeUniformityReport(const UniformityImage &image, const UniformityReportSettings &settings,
                              UniformityPass &pass, UniformityReportData &data, QString *error)
 {
+    UniformityFailure failure;
     if (!image.isValid()
-        || !UniformityImage::isValidSubsample(settings.subsample, image.width(), image.height())) {
+        || !UniformityImage::isValidSubsample(settings.subsample, image.width(), image.height()))
+        failure.error = UniformityError::InvalidSubsample;
+    else if (!isValidUniformityPercent(settings.centerPercent))
+        failure = {UniformityError::InvalidCenterPercent, QString(), settings.centerPercent};
+    else if (!isValidUniformityPercent(settings.cornerPercent))
+        failure = {UniformityError::InvalidCornerPercent, QString(), settings.cornerPercent};
+    if (failure.error != UniformityError::None) {
         if (error)
-            *error = QString::fromLatin1(kUniformitySubsampleMessage);
+            *error = uniformityErrorText(failure);
         return false;
     }
     const bool zones = settings.cpiq

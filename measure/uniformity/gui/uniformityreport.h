@@ -6,7 +6,7 @@
 // the charts are rendered with a QSpectrogramPlot into a picture folder.
 
 #include "measure/uniformity/cpiq.h"
-#include "measure/uniformity/gui/uniformityrasterdata.h"
+#include "measure/uniformity/gui/uniformitychartsettings.h"
 #include "measure/uniformity/uniformity.h"
 
 #include <QSize>
@@ -48,8 +48,9 @@ struct UniformityReportData
 };
 
 // Grids of the four channels into `pass`, their summaries and, when asked,
-// the CPIQ zones, from one pass over the picture. False, with the
-// subsampling message in `error`, for an invalid subsample size.
+// the CPIQ zones, from one pass over the picture. False, with the engine's
+// message in `error`, for an invalid subsample size or a centre or corner
+// percentage outside 0..100.
 bool computeUniformityReport(const UniformityImage &image, const UniformityReportSettings &settings,
                              UniformityPass &pass, UniformityReportData &data, QString *error);
 

@@ -189,7 +189,7 @@ TEST(UniformityReport, CsvByteForByte)
                         "\nColor Uniformity Metric (CPIQ),0.9\n");
 }
 
-TEST(UniformityReport, SubsampleRefusalAndCpiqZones)
+TEST(UniformityReport, RefusalsAndCpiqZones)
 {
     const UniformityImage image(shadedField());
     UniformityPass pass;
@@ -202,6 +202,15 @@ TEST(UniformityReport, SubsampleRefusalAndCpiqZones)
         EXPECT_EQ(error, QLatin1String(kUniformitySubsampleMessage));
     }
     settings.subsample = 4;
+    settings.centerPercent = 101;
+    QString error;
+    EXPECT_FALSE(computeUniformityReport(image, settings, pass, data, &error));
+    EXPECT_TRUE(error.contains("101")) << error.toStdString();
+    settings.centerPercent = 50;
+    settings.cornerPercent = -1;
+    EXPECT_FALSE(computeUniformityReport(image, settings, pass, data, &error));
+    EXPECT_TRUE(error.contains("-1")) << error.toStdString();
+    settings.cornerPercent = 25;
     settings.cpiq = true;
     settings.cpiqRows = 2;
     settings.cpiqCols = 2;

@@ -1,0 +1,265 @@
+// The uniformity page as a user drives it: pictures refused or taken, the
+// subsample line, the windows on the picture, capture, the report, CSV and
+// CPIQ files, the data table, auto-run, and a batch run from its parameters.
+
+#include "app/messages.h"
+#include "measure/uniformity/gui/uniformitydatadialog.h"
+#include "measure/uniformity/gui/uniformitypage.h"
+#include "measure/uniformity/gui/uniformitypictureview.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QItemSelectionModel>
+#include <QLineEdit>
+#include <QSpinBox>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace kestro;
+
+namespace {
+
+// A flat field with a falloff towards the corners.
+QImage shaded(int width, int height, QImage::Format format = QImage::Format_RGB32)
+{
+    QImage image(width, height, format);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const double dx = (x - width / 2.0) / width, dy = (y - height / 2.0) / height;
+            const int v = int(220 - 200 * (dx * dx + dy * dy));
+            image.setPixel(x, y, qRgb(v, v - 10, v - 20));
+        }
+    return image;
+}
+
+// Each test runs with its own temporary folder, where the charts go.
+class UniformityPageTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        // The page's messages must not wait for a click.
+        ASSERT_TRUE(messagesGoToStderr());
+        ASSERT_TRUE(m_temp.isValid());
+        m_oldTemp = qgetenv("TMPDIR");
+        qputenv("TMPDIR", QFile::encodeName(m_temp.path()));
+    }
+    void TearDown() override { qputenv("TMPDIR", m_oldTemp); }
+
+    void enterSubsample(const QString &text)
+    {
+        auto *line = m_page.findChild<QLineEdit *>("uniSubSampSize");
+        line->setText(text);
+        emit line->editingFinished();
+    }
+
+    QTemporaryDir m_temp;
+    QByteArray m_oldTemp;
+    UniformityPage m_page;
+};
+
+} // namespace
+
+TEST_F(UniformityPageTest, SubsampleLineAndRefusedPictures)
+{
+    ASSERT_TRUE(m_page.setPicture(shaded(100, 80), "a.png"));
+    const UniformityCalculation &calc = m_page.calculation();
+    for (const char *bad : {"0", "11", "-2", "abc"}) {
+        enterSubsample(bad);
+        EXPECT_FALSE(calc.isSubsampleValid()) << bad;
+    }
+    enterSubsample("10");
+    ASSERT_TRUE(calc.isSubsampleValid());
+    EXPECT_EQ(calc.data().cols(), 10);
+    EXPECT_EQ(calc.data().rows(), 8);
+    // An invalid size leaves the grid (and the chart drawn from it) as it
+    // was.
+    enterSubsample("11");
+    EXPECT_EQ(calc.data().cols(), 10);
+
+    // A strip narrower than the block is dropped.
+    ASSERT_TRUE(m_page.setPicture(shaded(103, 80), "b.png"));
+    enterSubsample("10");
+    EXPECT_EQ(calc.data().cols(), 10);
+
+    // Gray and indexed pictures are refused; the picture before stays.
+    EXPECT_FALSE(
+            m_page.setPicture(shaded(100, 80).convertToFormat(QImage::Format_Grayscale8), "g.png"));
+    EXPECT_EQ(calc.errorTitle(), "Invalid format");
+    EXPECT_FALSE(
+            m_page.setPicture(shaded(100, 80).convertToFormat(QImage::Format_Indexed8), "i.png"));
+    EXPECT_EQ(calc.image()->width(), 103);
+
+    // A 1 x 1 picture loads, but no subsample size fits it.
+    ASSERT_TRUE(m_page.setPicture(shaded(1, 1), "one.png"));
+    enterSubsample("1");
+    EXPECT_FALSE(calc.isSubsampleValid());
+    m_page.printUniHTML();
+    EXPECT_TRUE(m_page.uniformityHtml().isEmpty());
+}
+
+TEST_F(UniformityPageTest, WindowsAndLabelsOnThePicture)
+{
+    ASSERT_TRUE(m_page.setPicture(shaded(400, 300), "flat.png"));
+    const UniformityPictureView *view = m_page.pictureView();
+    const UniformitySummary &s = m_page.calculation().summary();
+    // 40 x 30 grid, 10 %: the centre window is 4 x 3 cells in the middle,
+    // the top-right corner covers columns 35 to 38 and is drawn one cell
+    // wider, all in picture pixels.
+    EXPECT_EQ(view->windowRect(0), QRectF(180, 135, 40, 30));
+    EXPECT_EQ(view->windowRect(1), QRectF(0, 0, 40, 30));
+    EXPECT_EQ(view->windowRect(2), QRectF(350, 0, 50, 40));
+    EXPECT_EQ(view->windowRect(4), QRectF(350, 260, 50, 40));
+    EXPECT_EQ(view->labelText(0), QString("%1").arg(s.center));
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(view->labelText(i + 1), s.labels[i]);
+    // Top-left label at its window's corner, top-right one right-aligned to
+    // its window's right edge at the window's top.
+    EXPECT_EQ(view->labelAnchor(1), QPointF(0, 0));
+    EXPECT_EQ(view->labelAnchor(2), QPointF(400, 0));
+    EXPECT_TRUE(view->labelAlignment(2) & Qt::AlignRight);
+    EXPECT_TRUE(view->labelAlignment(3) & Qt::AlignBottom);
+
+    // Larger windows follow the corner spin box.
+    m_page.findChild<QSpinBox *>("uniCornerPercent")->setValue(20);
+    EXPECT_EQ(view->windowRect(2), QRectF(310, 0, 90, 70));
+}
+
+TEST_F(UniformityPageTest, CaptureKeepsThePreviousPictureOnFailure)
+{
+    ASSERT_TRUE(m_page.setPicture(shaded(100, 80), "before.png"));
+    auto *fileName = m_page.findChild<QLineEdit *>("uniFileName");
+    m_page.setCaptureFunction([](QImage &) { return false; });
+    m_page.captureUniChartImage();
+    m_page.setCaptureFunction([](QImage &picture) {
+        picture = QImage();
+        return true; // captured, but not convertible
+    });
+    m_page.captureUniChartImage();
+    EXPECT_EQ(m_page.calculation().image()->width(), 100);
+    EXPECT_TRUE(fileName->text().isEmpty());
+
+    m_page.setCaptureFunction([](QImage &picture) {
+        picture = shaded(160, 120).convertToFormat(QImage::Format_RGB888);
+        return true;
+    });
+    m_page.captureUniChartImage();
+    EXPECT_EQ(m_page.calculation().image()->width(), 160);
+    EXPECT_EQ(fileName->text(), "<<Captured from Strobix>>");
+    EXPECT_EQ(fileName->styleSheet(), "background-color: rgb(170, 255, 127);");
+    const QString saved = m_temp.filePath("from_strobix_to_kestro.png");
+    EXPECT_EQ(QImage(saved).size(), QSize(160, 120));
+    m_page.printUniHTML();
+    EXPECT_EQ(m_page.uniformityImagePath(), saved);
+}
+
+TEST_F(UniformityPageTest, ReportCsvCpiqAndAutoRun)
+{
+    m_page.printUniHTML(); // nothing loaded: a message, no report
+    EXPECT_TRUE(m_page.uniformityHtml().isEmpty());
+    EXPECT_FALSE(m_page.saveUniformityCsv(m_temp.filePath("none.csv")));
+
+    ASSERT_TRUE(m_page.setPicture(shaded(400, 300), "/data/flat.png"));
+    m_page.printUniHTML();
+    const QString html = m_page.uniformityHtml();
+    EXPECT_TRUE(html.contains("SubSampled Width : 40\tSubSampled Height : 30"))
+            << html.toStdString();
+    EXPECT_TRUE(html.contains("src=\"/data/flat.png\""));
+    EXPECT_EQ(m_page.uniformityImagePath(), "/data/flat.png");
+    EXPECT_EQ(m_page.uniformityImageFolder(), m_temp.path() + "/");
+    for (const char *chart :
+         {"UniformityY.png", "UniformityR.png", "UniformityG.png", "UniformityB.png"})
+        EXPECT_TRUE(QFileInfo::exists(m_temp.filePath(chart))) << chart;
+    // CPIQ zones are measured by default and reported.
+    EXPECT_TRUE(html.contains("<th>20<tr><th>1<td>"));
+
+    ASSERT_TRUE(m_page.saveUniformityCsv(m_temp.filePath("u.csv")));
+    QFile csv(m_temp.filePath("u.csv"));
+    ASSERT_TRUE(csv.open(QIODevice::ReadOnly | QIODevice::Text));
+    EXPECT_TRUE(csv.readLine().startsWith("Channel,Max,Mean,Min,Center"));
+    EXPECT_FALSE(m_page.saveUniformityCsv(m_temp.filePath("missing/u.csv")));
+    ASSERT_TRUE(m_page.saveCpiqFile(m_temp.filePath("cpiq.txt")));
+    QFile cpiq(m_temp.filePath("cpiq.txt"));
+    ASSERT_TRUE(cpiq.open(QIODevice::ReadOnly | QIODevice::Text));
+    EXPECT_TRUE(cpiq.readAll().startsWith("\n--------------\nCPIQ regions shading balance report"));
+
+    // An invalid size blocks a new report; the last one stays.
+    enterSubsample("0");
+    m_page.findChild<QSpinBox *>("uniCenterPercent")->setValue(30);
+    m_page.printUniHTML();
+    EXPECT_EQ(m_page.uniformityHtml(), html);
+
+    // With auto-run every change rebuilds the report.
+    enterSubsample("20");
+    m_page.updateUniAutoRun(true);
+    EXPECT_TRUE(m_page.uniformityHtml().contains("Center Percentage : 30 %"));
+    m_page.findChild<QSpinBox *>("uniCornerPercent")->setValue(15);
+    EXPECT_TRUE(m_page.uniformityHtml().contains("Corner Percentage : 15 %"));
+    EXPECT_TRUE(m_page.uniformityHtml().contains("SubSampling Rate : 20"));
+}
+
+TEST_F(UniformityPageTest, DataTableCopiesTheGrid)
+{
+    ASSERT_TRUE(m_page.setPicture(shaded(400, 300), "flat.png"));
+    m_page.clickedUniData();
+    auto *dialog = m_page.findChild<UniformityDataDialog *>();
+    ASSERT_NE(dialog, nullptr);
+    QTableView *table = dialog->table();
+    EXPECT_EQ(table->model()->rowCount(), 30);
+    EXPECT_EQ(table->model()->columnCount(), 40);
+    const UniformityData &data = m_page.calculation().data();
+    // Without a selection the whole grid, one line per grid row.
+    const QStringList lines = dialog->selectionText().split('\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 30);
+    EXPECT_EQ(lines[0].split('\t').size(), 40);
+    EXPECT_EQ(lines[2].split('\t')[5], QString::number(data.value(5, 2), 'g', 6));
+    // A selected block alone.
+    QItemSelection block(table->model()->index(2, 5), table->model()->index(3, 6));
+    table->selectionModel()->select(block, QItemSelectionModel::Select);
+    const auto v = [&](int c, int r) { return QString::number(data.value(c, r), 'g', 6); };
+    EXPECT_EQ(dialog->selectionText(),
+              v(5, 2) + "\t" + v(6, 2) + "\n" + v(5, 3) + "\t" + v(6, 3) + "\n");
+    delete dialog;
+}
+
+TEST_F(UniformityPageTest, BatchRunHonoursEveryParameter)
+{
+    const QString picture = m_temp.filePath("flat.png");
+    ASSERT_TRUE(shaded(400, 300).save(picture));
+    UniformityBatchSettings settings = m_page.currentSettings();
+    settings.imagePath = picture;
+    settings.centerPercent = 30;
+    settings.cornerPercent = 20;
+    settings.colorMapName = "jet"; // the report reads names in any case
+    settings.showContour = true;
+    settings.contourLow = 100;
+    settings.contourStepSize = 50;
+    settings.contourHigh = 200;
+    settings.chartSize = 400;
+    settings.subSampleSize = 20;
+    m_page.setBatchSettingsProvider([&] { return settings; });
+    ASSERT_TRUE(m_page.runUniformity());
+    const QString html = m_page.uniformityHtml();
+    EXPECT_TRUE(html.contains("SubSampling Rate : 20</p><p>Center Percentage : 30 %\tCorner "
+                              "Percentage : 20 %</p>"));
+    EXPECT_TRUE(html.contains("<img width=\"400\" height=\"300\""));
+    const UniformityReportSettings used = m_page.reportSettings();
+    EXPECT_EQ(used.colorMapName, "Jet");
+    EXPECT_TRUE(used.contour.shown);
+    EXPECT_EQ(used.contour.low, 100);
+    EXPECT_EQ(used.contour.step, 50);
+    EXPECT_EQ(used.contour.high, 200);
+    EXPECT_EQ(QImage(m_temp.filePath("UniformityG.png")).width(), 1339); // 400 px at 85 dpi
+
+    // Refusals leave no report.
+    settings.subSampleSize = 0;
+    EXPECT_FALSE(m_page.runUniformity());
+    EXPECT_TRUE(m_page.uniformityHtml().isEmpty());
+    settings.subSampleSize = 20;
+    settings.imagePath = m_temp.filePath("missing.png");
+    EXPECT_FALSE(m_page.runUniformity());
+    EXPECT_TRUE(m_page.uniformityHtml().isEmpty());
+}
