@@ -1,0 +1,115 @@
+// The uniformity report opens in a real browser engine with every picture:
+// as the page writes it (pictures by their paths on disk) and as the batch
+// test writes it (pictures copied beside the report, linked with
+// backslashes).
+
+#include "measure/uniformity/gui/qspectrogramplot.h"
+#include "measure/uniformity/gui/uniformityreport.h"
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QEventLoop>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <unistd.h>
+
+#if __has_include(<QWebEngineView>)
+#include <QWebEnginePage>
+#include <QWebEngineView>
+#define KESTRO_TEST_WEBENGINE 1
+#endif
+
+using namespace kestro;
+
+namespace {
+
+QImage shaded(int width, int height)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            image.setPixel(x, y, qRgb(200 - x / 4, 190, 180 - y / 4));
+    return image;
+}
+
+#ifdef KESTRO_TEST_WEBENGINE
+// The natural widths of the pictures of an HTML file once the browser has
+// loaded it (0 for a picture that did not load); empty when the page did
+// not load.
+QList<int> pictureWidths(const QString &path)
+{
+    // The engine does not start as root with its sandbox on.
+    if (::geteuid() == 0)
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    QWebEngineView view;
+    view.resize(1000, 800);
+    QEventLoop loop;
+    bool loaded = false;
+    QObject::connect(&view, &QWebEngineView::loadFinished, [&](bool ok) {
+        loaded = ok;
+        loop.quit();
+    });
+    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+    view.load(QUrl::fromLocalFile(path));
+    loop.exec();
+    if (!loaded)
+        return {};
+    QList<int> widths;
+    view.page()->runJavaScript(
+            "Array.from(document.images).map(function (i) { return i.naturalWidth; })",
+            [&](const QVariant &result) {
+                for (const QVariant &w : result.toList())
+                    widths.append(w.toInt());
+                loop.quit();
+            });
+    loop.exec();
+    return widths;
+}
+#endif
+
+} // namespace
+
+TEST(UniformityReportInBrowser, EveryPictureLoads)
+{
+#ifndef KESTRO_TEST_WEBENGINE
+    GTEST_SKIP() << "built without the browser engine";
+#else
+    QTemporaryDir dir;
+    const QString picture = dir.filePath("flat field.png");
+    ASSERT_TRUE(shaded(300, 200).save(picture));
+
+    // As the page writes it: charts in a folder of their own.
+    UniformityReportSettings settings;
+    settings.imagePath = QDir::toNativeSeparators(picture);
+    settings.subsample = 10;
+    settings.centerPercent = 10;
+    settings.cornerPercent = 10;
+    settings.cpiq = true;
+    UniformityPass pass;
+    UniformityReportData data;
+    ASSERT_TRUE(computeUniformityReport(UniformityImage(shaded(300, 200)), settings, pass, data,
+                                        nullptr));
+    ASSERT_TRUE(QDir().mkpath(dir.filePath("charts")));
+    const QString charts = QDir::toNativeSeparators(dir.filePath("charts")) + QDir::separator();
+    QSpectrogramPlot plot;
+    ASSERT_EQ(renderUniformityCharts(plot, pass, settings, charts), 4);
+    const QString direct = dir.filePath("direct.html");
+    ASSERT_TRUE(writeUniformityTextFile(direct, uniformityReportHtml(settings, data, charts)));
+    EXPECT_EQ(pictureWidths(direct), QList<int>({300, 1841, 1841, 1841, 1841}));
+
+    // As the batch test writes it.
+    ASSERT_TRUE(QDir().mkpath(dir.filePath("tmp")));
+    const QString report = dir.filePath("batch report.html");
+    const test::ProcessResult r = test::runProcess(test::buildPath("app/KestroLoader"),
+                                                   {"Uniformity", picture, report, "ChartSize=700"},
+                                                   120000,
+                                                   {"TMPDIR=" + dir.filePath("tmp"),
+                                                    "QT_QPA_PLATFORM=offscreen"});
+    ASSERT_EQ(r.exitCode, 0) << r.err.constData();
+    if (r.err.contains("export is not available"))
+        GTEST_SKIP() << "no report export in this build";
+    EXPECT_EQ(pictureWidths(report), QList<int>({300, 2343, 2343, 2343, 2343}));
+#endif
+}
