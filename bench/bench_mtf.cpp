@@ -13,6 +13,7 @@
 #include <benchmark/benchmark.h>
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QImage>
 #include <QImageReader>
@@ -69,7 +70,7 @@ void calculate(benchmark::State &state, int w, int h)
     std::vector<double> f(1000), g(1000), r(1000), gr(1000), b(1000);
     double m[6][4];
     char error[1024];
-    const QByteArray name = picture().toLatin1();
+    const QByteArray name = QFile::encodeName(picture());
     const QRect rect = regionOf(w, h);
     unsigned n = 0;
     auto once = [&] {
@@ -95,8 +96,11 @@ void regionOnly(benchmark::State &state, int w, int h)
         kestro::sfr::measureImageRegion(image, rect, 0.45, result);
         benchmark::DoNotOptimize(result.mtf50[3]);
     }
-    if (!result.error.empty())
-        state.SkipWithError(result.error.c_str());
+    static std::string why;
+    if (!result.ok()) {
+        why = result.errorText();
+        state.SkipWithError(why.c_str());
+    }
 }
 
 void extractOnly(benchmark::State &state, int w, int h)

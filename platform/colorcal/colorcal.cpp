@@ -3,10 +3,10 @@
 #include "imagecache.h"
 #include "sfr_measure.h"
 
+#include <QFile>
 #include <QRect>
 #include <QString>
 #include <algorithm>
-#include <string>
 
 #include <cstdio>
 #include <cstdlib>
@@ -49,7 +49,8 @@ bool CColorCalibrate::CalculateMTF(unsigned int &pointCount, double *frequencies
                                    double *mtf50, double *mtf50Peak, double *mtf10,
                                    double *mtf10Peak, double *slopeDegrees, double *contrast,
                                    char *errorText, int errorSize, const char *fileName,
-                                   double gamma, int left, int top, int width, int height, int mode)
+                                   double gamma, int left, int top, int width, int height, int mode,
+                                   MtfQuality *quality)
 {
     (void) mode;
     pointCount = 0;
@@ -57,26 +58,28 @@ bool CColorCalibrate::CalculateMTF(unsigned int &pointCount, double *frequencies
         || !mtf10 || !mtf10Peak || !slopeDegrees || !contrast || !errorText || errorSize <= 0
         || !fileName)
         return false;
-    auto setError = [&](const std::string &text) {
-        const std::size_t n = std::min(text.size(), static_cast<std::size_t>(errorSize - 1));
-        std::memcpy(errorText, text.data(), n);
+    auto setError = [&](const kestro::sfr::Failure &failure) {
+        const QByteArray text = QString::fromStdString(kestro::sfr::failureText(failure))
+                                        .toLocal8Bit();
+        const int n = std::min(static_cast<int>(text.size()), errorSize - 1);
+        std::memcpy(errorText, text.constData(), static_cast<std::size_t>(n));
         errorText[n] = '\0';
     };
     try {
-        const QString path = QString::fromLatin1(fileName);
+        const QString path = QFile::decodeName(fileName);
         QString why;
         const QImage image = kestro::colorcal::loadImageCached(path, &why);
         if (image.isNull()) {
-            setError(QString("Cannot read the image file %1 (%2): check that it exists and is a "
-                             "supported image format.")
-                             .arg(path, why)
-                             .toStdString());
+            kestro::sfr::Failure failure(kestro::sfr::FailureCode::UnreadableImage);
+            failure.text[0] = path.toStdString();
+            failure.text[1] = why.toStdString();
+            setError(failure);
             return true;
         }
         kestro::sfr::Result r;
         kestro::sfr::measureImageRegion(image, QRect(left, top, width, height), gamma, r);
-        if (!r.error.empty()) {
-            setError(r.error);
+        if (!r.ok()) {
+            setError(r.failure);
             return true;
         }
         const int n = static_cast<int>(r.frequencies.size());
@@ -94,8 +97,14 @@ bool CColorCalibrate::CalculateMTF(unsigned int &pointCount, double *frequencies
             slopeDegrees[c] = r.slopeDegrees[c];
             contrast[c] = r.contrast[c];
         }
+        if (quality) {
+            for (int c = 0; c < 4; ++c) {
+                quality->cnr[c] = r.cnr[c];
+                quality->samplesPerBin[c] = r.samplesPerBin[c];
+            }
+        }
         pointCount = static_cast<unsigned int>(n);
-        setError(std::string());
+        setError(kestro::sfr::Failure());
         return true;
     } catch (...) {
         pointCount = 0;

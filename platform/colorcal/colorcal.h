@@ -26,8 +26,21 @@ public:
     // names one (used by tests to exercise a missing runtime).
     static const char *RequiredRuntime();
 
+    // How far the result of each channel (red 0, green 1, blue 2, gray 3) can
+    // be trusted: the edge's contrast-to-noise ratio (light minus dark over
+    // the noise of one pixel, in linear light; infinite for a noise-free
+    // picture) and the mean number of pixels behind each quarter-pixel value
+    // of the edge profile across the edge. NaN for a channel that could not
+    // be measured.
+    struct MtfQuality
+    {
+        double cnr[4];
+        double samplesPerBin[4];
+    };
+
     // Slanted-edge MTF of one region of an image file. The library reads the
-    // file itself (decoded images are cached by path and modification time).
+    // file itself (decoded images are cached by path and modification time);
+    // `fileName` is in the platform's file-name encoding (QFile::encodeName).
     // Outputs: the number of frequency points (at most 1000, up to 1 cycle per
     // pixel along the edge normal), the frequencies, the gray, red, green and
     // blue curves, and per channel (red 0, green 1, blue 2, gray 3) MTF50,
@@ -37,12 +50,16 @@ public:
     // passed through and not interpreted.
     // Returns true when the computation ran; `errorText` then holds a
     // terminated text, empty on success, else what is wrong with the region
-    // or file. Returns false on an internal fault (missing buffers).
+    // or file (in the local 8-bit encoding, as file names are; plain ASCII
+    // unless it quotes such a name). Returns false on an internal fault
+    // (missing buffers). `quality`, when given, receives the quality figures
+    // of a successful computation.
     bool CalculateMTF(unsigned int &pointCount, double *frequencies, double *grayCurve,
                       double *redCurve, double *greenCurve, double *blueCurve, double *mtf50,
                       double *mtf50Peak, double *mtf10, double *mtf10Peak, double *slopeDegrees,
                       double *contrast, char *errorText, int errorSize, const char *fileName,
-                      double gamma, int left, int top, int width, int height, int mode);
+                      double gamma, int left, int top, int width, int height, int mode,
+                      MtfQuality *quality = nullptr);
 
     // Colour-correction output, from the matrices of the last processed
     // chart; without one, each call fails and LastErrorState gives the text.

@@ -14,6 +14,7 @@ void extractRegion(const QImage &image, const QRect &rect, double gamma, RegionP
         p.resize(h, w);
     long long clip[3] = {0, 0, 0};
     const bool gray8 = image.format() == QImage::Format_Grayscale8;
+    bool neutral = true;
     for (int y = 0; y < h; ++y) {
         float *pr = planes.channel[0].row(y);
         float *pg = planes.channel[1].row(y);
@@ -38,13 +39,16 @@ void extractRegion(const QImage &image, const QRect &rect, double gamma, RegionP
             pb[x] = lut[b];
             // A neutral pixel keeps its value exactly, so that a gray picture
             // is recognised as one channel.
-            py[x] = (r == g && g == b) ? lut[r]
-                                       : 0.299f * lut[r] + 0.587f * lut[g] + 0.114f * lut[b];
+            const bool same = r == g && g == b;
+            neutral = neutral && same;
+            py[x] = same ? lut[r] : 0.299f * lut[r] + 0.587f * lut[g] + 0.114f * lut[b];
         }
     }
     const double n = std::max(1.0, double(w) * h);
     for (int c = 0; c < 3; ++c)
         planes.clipped[c] = clip[c] / n;
+    for (int c = 0; c < 4; ++c)
+        planes.quantisation[c] = {c < 3 || neutral, gamma};
     planes.transposed = false;
     if (isHorizontalEdge(planes.channel[3])) {
         for (Plane &p : planes.channel)

@@ -3,6 +3,7 @@
 // luminance), with the clipping statistics the measurement needs.
 
 #include "sfr_plane.h"
+#include "sfr_quantised.h"
 
 #include <QImage>
 #include <QRect>
@@ -14,6 +15,9 @@ struct RegionPlanes
     Plane channel[4];        // red, green, blue, gray (luminance)
     double clipped[3] = {};  // fraction of pixels at 0 or 255, per colour channel
     bool transposed = false; // a horizontal edge: rows of the planes are image columns
+    // How each plane's values came from 8-bit codes (gray only when every
+    // pixel is neutral, else it mixes three codes).
+    Quantisation quantisation[4];
 };
 
 // Fills the planes from `rect` of the image (which must lie inside it), each

@@ -29,8 +29,27 @@ Lsf differentiate(const Esf &esf);
 // Centroid of the LSF within `halfWidth` of `around` (distances in pixels).
 double lsfCentroid(const Lsf &lsf, double around, double halfWidth);
 
-// Multiplies by a Hamming window of the given half-width centred at `centre`;
-// samples beyond the half-width become zero.
-void applyHammingWindow(Lsf &lsf, double centre, double halfWidth);
+// A window that leaves the edge's transition untouched: flat over
+// [centre - flatBefore, centre + flatAfter], then a cosine taper of length
+// `taper` down to zero on each side.
+struct LsfWindow
+{
+    double centre = 0;
+    double flatBefore = 0;
+    double flatAfter = 0;
+    double taper = 1;
+};
+
+// The window from the data: flat over the transition (1.6 rise distances and
+// a quarter pixel each side of the centre), and on each side widened a step
+// at a time while the ESF over the next step still differs from the level of
+// the side's far end by more than their noise explains, so that long tails
+// of the line spread (a halo) stay inside while flat, noisy plateaus stay
+// out. `sampleNoise` is the noise of one sample (negative when unknown: no
+// widening).
+LsfWindow chooseLsfWindow(const Esf &esf, double centre, double rise, double sampleNoise);
+
+// Multiplies by the window; samples where it is zero become zero.
+void applyWindow(Lsf &lsf, const LsfWindow &window);
 
 } // namespace kestro::sfr

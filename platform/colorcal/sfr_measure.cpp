@@ -23,12 +23,13 @@ const double kMaxRms = 3.0;
 const double kMinAngle = 1.0;
 const double kMaxAngle = 40.0;
 const double kMaxClipped = 0.05;
+const double kNoiseFloor = 1e-6; // linear units (1 is full scale)
 // Four float planes of this many pixels take 128 MB.
 const qint64 kMaxRegionPixels = 8000000;
 
 struct Channel
 {
-    std::string error;
+    Failure failure;
     EdgeFit first; // the first-pass fit
     EdgeFit fit;
     double slope = 0;
@@ -36,23 +37,11 @@ struct Channel
     double cosAngle = 1;
     double contrast = 0;
     double rise = 0;
+    double cnr = 0;
+    double samplesPerBin = 0;
     Esf esf;
     Lsf lsf;
 };
-
-std::string text(const QString &s)
-{
-    return s.toStdString();
-}
-
-// Half-width of the Hamming window on the LSF: wide against the edge's blur
-// (the taper then barely weights the LSF's wings, which would raise the MTF),
-// narrow enough to leave out most of the noise of the plateaus. It may reach
-// past the data, where the LSF is zero.
-double windowHalfWidth(double rise)
-{
-    return std::max(8.0, 20.0 * rise);
-}
 
 // Distance from the edge of a second transition in the LSF (smoothed over a
 // pixel) at least 30 % as strong as the edge's own peak and farther than
@@ -86,7 +75,8 @@ double secondTransition(const Lsf &lsf, double centre, double exclude)
 
 // `guess`: a first-pass fit from another channel of the same edge (the
 // colour channels start from the gray one's and skip their own first pass).
-bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
+bool analyse(const Plane &p, const Quantisation &quantisation, Channel &ch,
+             const EdgeFit *guess = nullptr)
 {
     const int rows = p.rows, cols = p.cols;
     // Column means: their range tells whether there is anything to locate,
@@ -112,22 +102,14 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
     const double roughContrast = highest + lowest > 0 ? (highest - lowest) / (highest + lowest)
                                                       : 0.0;
     if (!(roughContrast >= kMinContrast)) {
-        ch.error = text(QString("The edge is too faint to locate (contrast %1 %, at least %2 % "
-                                "needed): draw the region across a clear dark-to-light edge, "
-                                "or raise the exposure.")
-                                .arg(roughContrast * 100, 0, 'f', 1)
-                                .arg(kMinContrast * 100, 0, 'f', 0));
+        ch.failure = Failure(FailureCode::EdgeTooFaint, roughContrast, kMinContrast);
         return false;
     }
     if (std::fabs(b - a) < 0.5 * (highest - lowest)) {
-        ch.error = "The region holds more than one edge (both ends are alike, with a bar or a "
-                   "line between them): draw it over a single edge between two even areas.";
+        ch.failure = Failure(FailureCode::BarOrLine);
         return false;
     }
     const double sign = b >= a ? 1.0 : -1.0;
-    const std::string noEdge = "No edge found in the region: draw the region across one "
-                               "straight slanted edge, with both the dark and the light side "
-                               "inside it.";
 
     LocateOptions lo;
     lo.rowBegin = 0;
@@ -143,36 +125,27 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
         points = locateEdgePoints(p, lo);
         if (static_cast<int>(points.size()) < std::max(10, rows / 2)
             || !fitEdge(points, false, first)) {
-            ch.error = noEdge;
+            ch.failure = Failure(FailureCode::NoEdge);
             return false;
         }
     }
     const double s = first.slope();
     const double angle = std::atan(s) * 180 / kPi;
     if (std::fabs(angle) > kMaxAngle) {
-        ch.error = text(QString("The edge angle (%1 degrees) is too close to 45 degrees to be "
-                                "measured reliably: use an edge tilted by 2 to 10 degrees from "
-                                "the vertical or the horizontal.")
-                                .arg(angle, 0, 'f', 1));
+        ch.failure = Failure(FailureCode::AngleNearDiagonal, angle);
         return false;
     }
     if (std::fabs(angle) < kMinAngle || rows * std::fabs(s) < 1.0) {
-        ch.error = text(QString("The edge angle (%1 degrees) is too close to 0 degrees to be "
-                                "measured reliably: tilt the chart so that the edge leans by "
-                                "2 to 10 degrees, or draw a longer region.")
-                                .arg(angle, 0, 'f', 2));
+        ch.failure = Failure(FailureCode::AngleNearAxis, angle);
         return false;
     }
-    // Use a whole number of phase cycles, so that every quarter-pixel bin
-    // receives samples evenly from all phases.
-    const double cycles = std::floor(rows * std::fabs(s));
-    const int used = std::min(rows, std::max(kMinLength,
-                                             static_cast<int>(std::lround(cycles / std::fabs(s)))));
-    const int rowBegin = (rows - used) / 2, rowEnd = rowBegin + used;
+    // Every row: the bins' values are centred on their bins whatever the
+    // spread of phases, so no row needs to be left out to even them.
+    const int used = rows, rowBegin = 0, rowEnd = rows;
 
     Esf esf;
-    if (!binEdgeSpread(p, rowBegin, rowEnd, first, kBinWidth, kMaxBins, esf)) {
-        ch.error = noEdge;
+    if (!binEdgeSpread(p, rowBegin, rowEnd, first, kBinWidth, kMaxBins, esf, false)) {
+        ch.failure = Failure(FailureCode::NoEdge);
         return false;
     }
     double lo0, hi0;
@@ -187,26 +160,21 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
     points = locateEdgePoints(p, lo);
     EdgeFit fit;
     if (static_cast<int>(points.size()) < used / 2 || !fitEdge(points, true, fit)) {
-        ch.error = noEdge;
+        ch.failure = Failure(FailureCode::NoEdge);
         return false;
     }
     if (fit.rms > kMaxRms) {
-        ch.error = text(QString("The edge is not straight (fit error %1 pixels RMS, at most %2 "
-                                "allowed): the region may hold more than one edge or a badly "
-                                "curved one; draw it over a single straight edge.")
-                                .arg(fit.rms, 0, 'f', 2)
-                                .arg(kMaxRms, 0, 'f', 0));
+        ch.failure = Failure(FailureCode::EdgeNotStraight, fit.rms, kMaxRms);
         return false;
     }
     const double margin = 2.0;
     const double x0 = fit.at(rowBegin), x1 = fit.at(rowEnd - 1);
     if (std::min(x0, x1) < margin || std::max(x0, x1) > cols - 1 - margin) {
-        ch.error = "The edge leaves the region: draw the region so that the edge crosses it "
-                   "from one end to the other, with both sides of the edge inside it.";
+        ch.failure = Failure(FailureCode::EdgeLeavesRegion);
         return false;
     }
     if (!binEdgeSpread(p, rowBegin, rowEnd, fit, kBinWidth, kMaxBins, esf)) {
-        ch.error = noEdge;
+        ch.failure = Failure(FailureCode::NoEdge);
         return false;
     }
     esfPlateaus(esf, std::max(2.0, 2.5 * rise + 1.0), lo0, hi0);
@@ -215,24 +183,41 @@ bool analyse(const Plane &p, Channel &ch, const EdgeFit *guess = nullptr)
     ch.contrast = light + dark > 0 ? (light - dark) / (light + dark) : 0.0;
 
     if (rise > cols / 3.0) {
-        ch.error = text(QString("The edge is too wide for the region (it rises over %1 pixels in a "
-                                "region %2 pixels across): widen the region, or draw it over a "
-                                "sharper edge.")
-                                .arg(rise, 0, 'f', 1)
-                                .arg(cols));
+        ch.failure = Failure(FailureCode::EdgeTooWide, rise, cols);
         return false;
     }
     Lsf lsf = differentiate(esf);
     const double centre = lsfCentroid(lsf, 0.0, std::max(2.0, 2.0 * rise));
     const double second = secondTransition(lsf, centre, 2.0 * rise + 2.0);
     if (second > 0) {
-        ch.error = text(QString("The region holds more than one edge (another transition %1 pixels "
-                                "from the measured one): draw it over a single edge between two "
-                                "even areas.")
-                                .arg(second, 0, 'f', 0));
+        ch.failure = Failure(FailureCode::SecondEdge, second);
         return false;
     }
-    applyHammingWindow(lsf, centre, windowHalfWidth(rise));
+    // Noise of single samples where the edge has settled: it decides how far
+    // the window may reach, whether the plateaus need smoothing and how far
+    // the result can be trusted. The sums of a bin of equal samples differ
+    // from a perfect square by rounding only: below kNoiseFloor there is no
+    // noise, and an 8-bit picture's tails are then read from its code
+    // boundaries.
+    double noise = esfSampleNoise(esf, centre, 1.6 * rise + 1.5);
+    const bool noiseFree = noise >= 0 && noise < kNoiseFloor;
+    if (noiseFree)
+        restoreQuantisedTails(p, rowBegin, rowEnd, fit, quantisation, centre, esf);
+    const LsfWindow window = chooseLsfWindow(esf, centre, rise, noiseFree ? 0.0 : noise);
+    const double settled = std::max(window.flatBefore, window.flatAfter) + window.taper;
+    if (const double outside = esfSampleNoise(esf, centre, settled); outside >= 0)
+        noise = outside;
+    if (!(noise >= 0))
+        ch.cnr = std::numeric_limits<double>::quiet_NaN();
+    else if (noise < kNoiseFloor)
+        ch.cnr = std::numeric_limits<double>::infinity();
+    else
+        ch.cnr = (light - dark) / noise;
+    ch.samplesPerBin = esfSamplesPerBin(esf, centre - window.flatBefore, centre + window.flatAfter);
+    if (!noiseFree)
+        smoothEsfTails(esf, centre, window.flatBefore, window.flatAfter, 2.0);
+    lsf = differentiate(esf);
+    applyWindow(lsf, window);
 
     ch.first = first;
     ch.fit = fit;
@@ -257,31 +242,21 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
     result = Result();
     const Plane &gray = planes.channel[Gray];
     if (gray.rows < kMinLength) {
-        result.error = text(QString("The region is too short along the edge (%1 pixels, at least "
-                                    "%2 needed): draw a longer region over the edge.")
-                                    .arg(gray.rows)
-                                    .arg(kMinLength));
+        result.failure = Failure(FailureCode::RegionTooShort, gray.rows, kMinLength);
         return;
     }
     if (gray.cols < kMinAcross) {
-        result.error = text(QString("The region is too narrow across the edge (%1 pixels, at "
-                                    "least %2 needed): widen it so that both sides of the edge "
-                                    "are inside.")
-                                    .arg(gray.cols)
-                                    .arg(kMinAcross));
+        result.failure = Failure(FailureCode::RegionTooNarrow, gray.cols, kMinAcross);
         return;
     }
     Channel ch[4];
-    if (!analyse(gray, ch[Gray])) {
-        result.error = ch[Gray].error;
+    if (!analyse(gray, planes.quantisation[Gray], ch[Gray])) {
+        result.failure = ch[Gray].failure;
         return;
     }
     const double clipped = std::max({planes.clipped[0], planes.clipped[1], planes.clipped[2]});
     if (clipped > kMaxClipped) {
-        result.error = text(QString("The edge is clipped (%1 % of the pixels at 0 or 255): lower "
-                                    "the exposure or the gain so that both sides of the edge "
-                                    "stay within range.")
-                                    .arg(clipped * 100, 0, 'f', 1));
+        result.failure = Failure(FailureCode::EdgeClipped, clipped);
         return;
     }
     const bool monochrome = samePlane(planes.channel[Red], gray)
@@ -293,7 +268,7 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
             ch[c] = ch[Gray];
             ok[c] = true;
         } else {
-            ok[c] = analyse(planes.channel[c], ch[c], &ch[Gray].first);
+            ok[c] = analyse(planes.channel[c], planes.quantisation[c], ch[c], &ch[Gray].first);
         }
     }
 
@@ -317,6 +292,7 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
         if (!ok[c]) {
             result.mtf50[c] = result.mtf50Peak[c] = result.mtf10[c] = result.mtf10Peak[c] = nan;
             result.slopeDegrees[c] = result.contrast[c] = nan;
+            result.cnr[c] = result.samplesPerBin[c] = nan;
             continue;
         }
         if (monochrome && c != Gray)
@@ -331,6 +307,8 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
         result.mtf10Peak[c] = m.mtf10Peak;
         result.slopeDegrees[c] = ch[c].angleDegrees;
         result.contrast[c] = ch[c].contrast;
+        result.cnr[c] = ch[c].cnr;
+        result.samplesPerBin[c] = ch[c].samplesPerBin;
     }
     if (monochrome) {
         for (int c = Red; c <= Blue; ++c) {
@@ -341,37 +319,33 @@ void measurePlanes(const RegionPlanes &planes, Result &result)
             result.mtf10Peak[c] = result.mtf10Peak[Gray];
             result.slopeDegrees[c] = result.slopeDegrees[Gray];
             result.contrast[c] = result.contrast[Gray];
+            result.cnr[c] = result.cnr[Gray];
+            result.samplesPerBin[c] = result.samplesPerBin[Gray];
         }
     }
+}
+
+bool usableGamma(double gamma)
+{
+    return gamma > 0.05 && gamma < 20;
 }
 
 void measureImageRegion(const QImage &image, const QRect &rect, double gamma, Result &result)
 {
     result = Result();
-    if (!(gamma > 0.05 && gamma < 20)) {
-        result.error = text(QString("The gamma %1 cannot be used: give a positive value such as "
-                                    "0.45 for sRGB-like images or 1.0 for linear ones.")
-                                    .arg(gamma));
+    if (!usableGamma(gamma)) {
+        result.failure = Failure(FailureCode::BadGamma, gamma);
         return;
     }
     const QRect bounds = image.rect();
     if (rect.width() <= 0 || rect.height() <= 0 || !bounds.contains(rect)) {
-        result.error = text(QString("The region (left %1, top %2, width %3, height %4) does not lie "
-                                    "inside the image (%5 x %6 pixels): draw it on the picture.")
-                                    .arg(rect.left())
-                                    .arg(rect.top())
-                                    .arg(rect.width())
-                                    .arg(rect.height())
-                                    .arg(image.width())
-                                    .arg(image.height()));
+        result.failure = Failure(FailureCode::RegionOutsideImage, rect.left(), rect.top(),
+                                 rect.width(), rect.height(), image.width(), image.height());
         return;
     }
     if (qint64(rect.width()) * rect.height() > kMaxRegionPixels) {
-        result.error = text(QString("The region is too large (%1 x %2 pixels, at most %3 million "
-                                    "pixels): draw a smaller region around one edge.")
-                                    .arg(rect.width())
-                                    .arg(rect.height())
-                                    .arg(kMaxRegionPixels / 1000000));
+        result.failure = Failure(FailureCode::RegionTooLarge, rect.width(), rect.height(),
+                                 kMaxRegionPixels / 1000000);
         return;
     }
     RegionPlanes planes;

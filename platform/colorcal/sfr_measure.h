@@ -3,6 +3,7 @@
 // channel, ESF, LSF, spectrum and figures of merit.
 
 #include "sfr_extract.h"
+#include "sfr_failure.h"
 
 #include <QImage>
 #include <QRect>
@@ -23,15 +24,27 @@ struct Result
     double mtf10Peak[4] = {};
     double slopeDegrees[4] = {};
     double contrast[4] = {};
-    std::string error; // empty when the region was measured
+    // How far each channel's result can be trusted: the edge's contrast
+    // (light minus dark, linear) over the noise of one pixel (infinite for a
+    // noise-free picture), and the mean number of pixels behind each
+    // quarter-pixel ESF value across the edge.
+    double cnr[4] = {};
+    double samplesPerBin[4] = {};
+    Failure failure; // FailureCode::None when the region was measured
+
+    bool ok() const { return !failure.isFailure(); }
+    std::string errorText() const { return failureText(failure); }
 };
 
 // Largest number of frequency points returned (up to 1 cycle per pixel).
 constexpr int kMaxPoints = 1000;
 
-// Measures extracted planes. The error text names what is wrong and what to
-// do about it; results are filled only when it is empty.
+// Measures extracted planes; results are filled only when no failure is
+// recorded.
 void measurePlanes(const RegionPlanes &planes, Result &result);
+
+// Gammas the measurement accepts (0.05 to 20, exclusive).
+bool usableGamma(double gamma);
 
 // Checks the region and gamma, extracts the planes and measures them.
 void measureImageRegion(const QImage &image, const QRect &rect, double gamma, Result &result);

@@ -129,7 +129,7 @@ inline QImage makeEdgeImage(const EdgeParams &params)
             // Generated as a vertical edge at (i, j); transposed on request.
             const int i = params.horizontal ? y : x;
             const int j = params.horizontal ? x : y;
-            int v[3];
+            int v[3] = {0, 0, 0};
             for (int ch = 0; ch < channels; ++ch) {
                 double t = cover[ch][static_cast<std::size_t>(j) * params.width + i];
                 if (!params.darkLeft)

@@ -1,5 +1,5 @@
-// CColorCalibrate::CalculateMTF on image files: argument order, error texts,
-// the decoded-image cache.
+// CColorCalibrate::CalculateMTF on image files: argument order, quality
+// figures, file names in any script, error texts, the decoded-image cache.
 
 #include "slantededge.h"
 
@@ -28,16 +28,18 @@ struct Call
     std::vector<double> gray = std::vector<double>(1000, -1), red = gray, green = gray, blue = gray;
     double m50[5] = {}, m50p[5] = {}, m10[5] = {}, m10p[5] = {}, slope[5] = {}, contrast[5] = {};
     char error[1024];
+    CColorCalibrate::MtfQuality quality = {{-1, -1, -1, -1}, {-1, -1, -1, -1}};
     bool ok = false;
 
     Call() { std::memset(error, 'x', sizeof error); }
 
     bool run(CColorCalibrate &cal, const QString &file, double gamma, QRect r)
     {
-        const QByteArray name = file.toLatin1();
+        const QByteArray name = QFile::encodeName(file);
         ok = cal.CalculateMTF(count, freq.data(), gray.data(), red.data(), green.data(),
                               blue.data(), m50, m50p, m10, m10p, slope, contrast, error, 1024,
-                              name.constData(), gamma, r.left(), r.top(), r.width(), r.height(), 3);
+                              name.constData(), gamma, r.left(), r.top(), r.width(), r.height(), 3,
+                              &quality);
         return ok;
     }
     std::string text() const { return std::string(error); }
@@ -48,6 +50,7 @@ struct Call
 TEST(ColorcalMtf, ColourFileGivesCurvesInTheLibraryOrder)
 {
     QTemporaryDir dir;
+    // A name outside Latin-1 and with a space reaches the library intact.
     EdgeParams s;
     s.colour = true;
     s.sigma[0] = 0.6;
@@ -63,8 +66,9 @@ TEST(ColorcalMtf, ColourFileGivesCurvesInTheLibraryOrder)
     for (int y = 0; y < edge.height(); ++y)
         for (int x = 0; x < edge.width(); ++x)
             picture.setPixel(40 + x, 30 + y, edge.pixel(x, y));
-    const QString path = dir.filePath("edge.png");
-    ASSERT_TRUE(picture.save(path));
+    const QString path = dir.filePath(QString::fromUtf8("\xd0\xba\xd1\x80\xd0\xb0\xd0\xb9 "
+                                                        "\xe8\xbe\xb9\xe7\xbc\x98.png"));
+    ASSERT_TRUE(picture.save(path, "PNG"));
 
     CColorCalibrate cal(nullptr);
     Call c;
@@ -83,6 +87,11 @@ TEST(ColorcalMtf, ColourFileGivesCurvesInTheLibraryOrder)
     EXPECT_GT(c.gray[i], c.blue[i]);
     EXPECT_NEAR(c.slope[3], 6.0, 0.05);
     EXPECT_GT(c.contrast[3], 0.8);
+    // Noise-free: no noise to compare the contrast with.
+    for (int ch = 0; ch < 4; ++ch) {
+        EXPECT_TRUE(std::isinf(c.quality.cnr[ch])) << ch;
+        EXPECT_NEAR(c.quality.samplesPerBin[ch], 160 * 0.25, 2) << ch;
+    }
 }
 
 TEST(ColorcalMtf, FailuresComeBackAsTexts)
@@ -93,6 +102,7 @@ TEST(ColorcalMtf, FailuresComeBackAsTexts)
     ASSERT_TRUE(c.run(cal, dir.filePath("missing.png"), 1.0, QRect(0, 0, 50, 50)));
     EXPECT_NE(c.text().find("Cannot read the image file"), std::string::npos);
     EXPECT_EQ(c.count, 0u);
+    EXPECT_EQ(c.quality.cnr[3], -1.0); // untouched on failure
 
     // A truncated PNG.
     EdgeParams s;
@@ -184,5 +194,7 @@ TEST(ColorcalMtf, ConcurrentCallsOnOneFileAgree)
         EXPECT_TRUE(c.ok);
         EXPECT_EQ(c.text(), "");
         EXPECT_EQ(c.m50[3], calls[0].m50[3]);
+        EXPECT_EQ(c.quality.cnr[3], calls[0].quality.cnr[3]);
     }
+    EXPECT_NEAR(calls[0].quality.cnr[3] / ((0.8 - 0.05) * 255), 1.0, 0.1);
 }

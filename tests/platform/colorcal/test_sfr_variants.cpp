@@ -1,9 +1,10 @@
 // The slanted-edge measurement across orientations, polarities, encodings and
-// colour channels, and its refusals.
+// colour channels, the tails of noise-free 8-bit edges, and its refusals.
 
 #include "slantededge.h"
 
 #include "platform/colorcal/sfr_measure.h"
+#include "platform/colorcal/sfr_quantised.h"
 
 #include <gtest/gtest.h>
 
@@ -53,7 +54,7 @@ TEST(SfrVariants, OrientationAndPolarityGiveTheSameResult)
                     s.horizontal = horizontal;
                     s.darkLeft = darkLeft;
                     const sfr::Result r = measure(makeEdgeImage(s));
-                    ASSERT_EQ(r.error, "");
+                    ASSERT_TRUE(r.ok()) << r.errorText();
                     EXPECT_LT(relErr(r.mtf50[sfr::Gray], truth), 0.005)
                             << angle << " " << sigma << " h" << horizontal << " d" << darkLeft;
                     EXPECT_NEAR(std::fabs(r.slopeDegrees[sfr::Gray]), angle, 0.05);
@@ -66,26 +67,58 @@ TEST(SfrVariants, OrientationAndPolarityGiveTheSameResult)
     }
 }
 
-TEST(SfrVariants, CurveFollowsTheTrueMtfAndTheAxisIsAlongTheNormal)
+TEST(SfrVariants, AxisIsAlongTheNormalUpToOneCyclePerPixel)
 {
     const double angle = 9, sigma = 0.8;
     const sfr::Result r = measure(makeEdgeImage(params(angle, sigma)));
-    ASSERT_EQ(r.error, "");
+    ASSERT_TRUE(r.ok()) << r.errorText();
     ASSERT_GT(r.frequencies.size(), 20u);
     ASSERT_LE(r.frequencies.size(), 1000u);
     EXPECT_EQ(r.frequencies.front(), 0.0);
     EXPECT_LE(r.frequencies.back(), 1.0);
     EXPECT_GT(r.frequencies.back(), 0.97);
-    for (std::size_t i = 0; i < r.frequencies.size(); ++i) {
-        const double f = r.frequencies[i];
-        if (f > 0.6)
-            break;
-        EXPECT_NEAR(r.curve[sfr::Gray][i], trueMtf(sigma, angle, f), 0.006) << f;
-    }
-    EXPECT_LT(relErr(r.mtf10[sfr::Gray], trueCrossing(sigma, angle, 0.1)), 0.01);
+    // Normalised at zero frequency, and a noise-free Gaussian edge never
+    // rises above it.
+    EXPECT_NEAR(r.curve[sfr::Gray].front(), 1.0, 1e-12);
+    EXPECT_LE(*std::max_element(r.curve[sfr::Gray].begin(), r.curve[sfr::Gray].end()), 1.0 + 1e-9);
+    EXPECT_LT(relErr(r.mtf10[sfr::Gray], trueCrossing(sigma, angle, 0.1)), 0.005);
     // A monotonic curve peaks at zero frequency: the peak figures agree.
     EXPECT_NEAR(r.mtf50Peak[sfr::Gray], r.mtf50[sfr::Gray], 1e-9);
     EXPECT_NEAR(r.mtf10Peak[sfr::Gray], r.mtf10[sfr::Gray], 1e-9);
+}
+
+// Noise-free, the plateaus read 38 and 217 where the true levels are 38.25
+// and 216.75; the tails rebuilt from the code boundaries reach the true ones.
+TEST(SfrVariants, NoiseFreeTailsReachTheTrueLevels)
+{
+    const double angle = 7, sigma = 1.2;
+    const int w = 90, h = 120;
+    const std::vector<double> cover = test::edgeCoverage(w, h, angle, sigma, 0);
+    sfr::Plane plane;
+    plane.resize(h, w);
+    for (std::size_t i = 0; i < cover.size(); ++i)
+        plane.v[i] = static_cast<float>(std::round(255 * (0.15 + 0.7 * cover[i])) / 255);
+    sfr::EdgeFit fit; // the generator's edge, in pixel-centre coordinates
+    fit.coeffs = {w / 2.0 - 0.5, std::tan(angle * test::edgePi() / 180)};
+    fit.centre = h / 2.0 - 0.5;
+    sfr::Esf esf;
+    ASSERT_TRUE(sfr::binEdgeSpread(plane, 0, h, fit, 0.25, 4000, esf));
+    const auto code = [&esf](int k) { return 255 * esf.values[static_cast<std::size_t>(k)]; };
+    const int last = esf.size() - 1;
+    EXPECT_NEAR(code(0), 38.0, 1e-4);
+    EXPECT_NEAR(code(last), 217.0, 1e-4);
+
+    sfr::Esf unchanged = esf;
+    EXPECT_EQ(sfr::restoreQuantisedTails(plane, 0, h, fit, {false, 1.0}, 0.0, unchanged), 0);
+    EXPECT_EQ(unchanged.values, esf.values);
+
+    ASSERT_EQ(sfr::restoreQuantisedTails(plane, 0, h, fit, {true, 1.0}, 0.0, esf), 2);
+    EXPECT_NEAR(code(0), 38.25, 0.03);
+    EXPECT_NEAR(code(last), 216.75, 0.03);
+    // Where the edge itself runs the values stay the data's.
+    const int middle = esf.binAt(0.0);
+    EXPECT_EQ(esf.values[static_cast<std::size_t>(middle)],
+              unchanged.values[static_cast<std::size_t>(middle)]);
 }
 
 TEST(SfrVariants, GammaEncodedImagesAreLinearised)
@@ -99,11 +132,11 @@ TEST(SfrVariants, GammaEncodedImagesAreLinearised)
         const QImage image = makeEdgeImage(s);
         const double truth = trueCrossing(sigma, 5, 0.5);
         const sfr::Result r = measure(image, 0.45);
-        ASSERT_EQ(r.error, "");
+        ASSERT_TRUE(r.ok()) << r.errorText();
         EXPECT_LT(relErr(r.mtf50[sfr::Gray], truth), 0.01) << sigma;
         // Read as linear, the encoded edge looks markedly different.
         const sfr::Result wrong = measure(image, 1.0);
-        ASSERT_EQ(wrong.error, "");
+        ASSERT_TRUE(wrong.ok());
         EXPECT_GT(relErr(wrong.mtf50[sfr::Gray], truth), 0.03) << sigma;
     }
 }
@@ -117,7 +150,7 @@ TEST(SfrVariants, ColourChannelsCarryTheirOwnBlur)
     s.sigma[2] = 1.8;
     s.noise = 1;
     const sfr::Result r = measure(makeEdgeImage(s));
-    ASSERT_EQ(r.error, "");
+    ASSERT_TRUE(r.ok()) << r.errorText();
     for (int c = sfr::Red; c <= sfr::Blue; ++c)
         EXPECT_LT(relErr(r.mtf50[c], trueCrossing(s.sigma[c], 6, 0.5)), 0.008) << c;
     // Luminance mixes the three: between the sharpest and the softest.
@@ -132,7 +165,7 @@ TEST(SfrVariants, EdgeOffCentreAndSmallRegionStillMeasure)
     s.width = 100;
     s.height = 60;
     const sfr::Result r = measure(makeEdgeImage(s));
-    ASSERT_EQ(r.error, "");
+    ASSERT_TRUE(r.ok()) << r.errorText();
     EXPECT_LT(relErr(r.mtf50[sfr::Gray], trueCrossing(0.9, 4, 0.5)), 0.01);
 }
 
@@ -145,37 +178,40 @@ TEST(SfrVariants, CurvedEdgeIsFittedWithAPolynomial)
     s.width = 140;
     s.bow = 2;
     const sfr::Result r = measure(makeEdgeImage(s));
-    ASSERT_EQ(r.error, "");
+    ASSERT_TRUE(r.ok()) << r.errorText();
     EXPECT_LT(relErr(r.mtf50[sfr::Gray], trueCrossing(0.8, 5, 0.5)), 0.01);
 }
 
-TEST(SfrVariants, RefusalsSayWhatIsWrong)
+TEST(SfrVariants, RefusalsNameTheirCause)
 {
+    using sfr::FailureCode;
+    const auto code = [](const QImage &image, double gamma = 1.0, QRect rect = QRect()) {
+        return measure(image, gamma, rect).failure.code;
+    };
     QImage flat(100, 100, QImage::Format_Grayscale8);
     flat.fill(128);
-    EXPECT_NE(measure(flat).error.find("too faint"), std::string::npos);
+    EXPECT_EQ(code(flat), FailureCode::EdgeTooFaint);
 
     EdgeParams faint = params(5, 1);
     faint.dark = 0.50;
     faint.light = 0.52;
-    EXPECT_NE(measure(makeEdgeImage(faint)).error.find("too faint"), std::string::npos);
+    EXPECT_EQ(code(makeEdgeImage(faint)), FailureCode::EdgeTooFaint);
 
     EdgeParams clipped = params(5, 1);
     clipped.dark = 0;
     clipped.light = 1.2;
-    EXPECT_NE(measure(makeEdgeImage(clipped)).error.find("clipped"), std::string::npos);
+    EXPECT_EQ(code(makeEdgeImage(clipped)), FailureCode::EdgeClipped);
 
-    EXPECT_NE(measure(makeEdgeImage(params(0.3, 1))).error.find("too close to 0"),
-              std::string::npos);
+    EXPECT_EQ(code(makeEdgeImage(params(0.3, 1))), FailureCode::AngleNearAxis);
 
     EdgeParams steep = params(44, 1);
     steep.width = 200;
     steep.height = 200;
-    EXPECT_NE(measure(makeEdgeImage(steep)).error.find("45 degrees"), std::string::npos);
+    EXPECT_EQ(code(makeEdgeImage(steep)), FailureCode::AngleNearDiagonal);
 
     EdgeParams wide = params(5, 10);
     wide.width = 60;
-    EXPECT_NE(measure(makeEdgeImage(wide)).error.find("too wide"), std::string::npos);
+    EXPECT_EQ(code(makeEdgeImage(wide)), FailureCode::EdgeTooWide);
 
     // A step up and, 30 pixels on, a step down.
     EdgeParams up = params(5, 0.8);
@@ -188,19 +224,16 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
     for (int y = 0; y < twoEdges.height(); ++y)
         for (int x = 60; x < twoEdges.width(); ++x)
             twoEdges.scanLine(y)[x] = second.constScanLine(y)[x];
-    EXPECT_NE(measure(twoEdges).error.find("more than one edge"), std::string::npos)
-            << measure(twoEdges).error;
+    EXPECT_EQ(code(twoEdges), FailureCode::BarOrLine);
 
     const QImage ok = makeEdgeImage(params(5, 1));
-    EXPECT_NE(measure(ok, 1.0, QRect(0, 0, 120, 30)).error.find("too short"), std::string::npos);
-    EXPECT_NE(measure(ok, 1.0, QRect(50, 0, 80, 160)).error.find("inside the image"),
-              std::string::npos);
-    EXPECT_NE(measure(ok, 1.0, QRect(-1, 0, 80, 160)).error.find("inside the image"),
-              std::string::npos);
-    EXPECT_NE(measure(QImage(4000, 2100, QImage::Format_Grayscale8)).error.find("too large"),
-              std::string::npos);
-    EXPECT_NE(measure(ok, 0.0).error.find("gamma"), std::string::npos);
-    EXPECT_NE(measure(ok, std::nan("")).error.find("gamma"), std::string::npos);
+    EXPECT_EQ(code(ok, 1.0, QRect(0, 0, 120, 30)), FailureCode::RegionTooShort);
+    EXPECT_EQ(code(ok, 1.0, QRect(0, 0, 8, 160)), FailureCode::RegionTooNarrow);
+    EXPECT_EQ(code(ok, 1.0, QRect(50, 0, 80, 160)), FailureCode::RegionOutsideImage);
+    EXPECT_EQ(code(ok, 1.0, QRect(-1, 0, 80, 160)), FailureCode::RegionOutsideImage);
+    EXPECT_EQ(code(QImage(4000, 2100, QImage::Format_Grayscale8)), FailureCode::RegionTooLarge);
+    EXPECT_EQ(code(ok, 0.0), FailureCode::BadGamma);
+    EXPECT_EQ(code(ok, std::nan("")), FailureCode::BadGamma);
 
     // A jagged edge: every eighth row band shifted far sideways.
     QImage jagged = ok.copy();
@@ -209,10 +242,9 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
         for (int x = 0; x < jagged.width(); ++x)
             jagged.scanLine(y)[x] = ok.constScanLine(y)[std::clamp(x - shift, 0, ok.width() - 1)];
     }
-    const std::string e = measure(jagged).error;
-    EXPECT_NE(e, "");
+    EXPECT_NE(code(jagged), FailureCode::None);
 
-    // Two edges (a bar) confuse the location: the region is refused, not measured.
+    // A bar leaning across the region: refused, not measured.
     QImage bar(120, 160, QImage::Format_Grayscale8);
     bar.fill(30);
     QPainter p(&bar);
@@ -220,5 +252,72 @@ TEST(SfrVariants, RefusalsSayWhatIsWrong)
     p.setBrush(QColor(200, 200, 200));
     p.drawPolygon(QPolygonF({QPointF(30, 0), QPointF(90, 0), QPointF(80, 160), QPointF(20, 160)}));
     p.end();
-    EXPECT_NE(measure(bar).error, "");
+    EXPECT_NE(code(bar), FailureCode::None);
+}
+
+TEST(SfrVariants, FailureTextsTellTheUserWhatToDo)
+{
+    using sfr::Failure;
+    using sfr::FailureCode;
+    Failure unreadable(FailureCode::UnreadableImage);
+    unreadable.text[0] = "/tmp/chart%1 copy.png";
+    unreadable.text[1] = "Unsupported image format";
+    const struct
+    {
+        Failure failure;
+        const char *text;
+    } cases[] = {
+            {Failure(), ""},
+            {unreadable,
+             "Cannot read the image file /tmp/chart%1 copy.png (Unsupported image format): check "
+             "that it exists and is a supported image format."},
+            {Failure(FailureCode::BadGamma, 0.0),
+             "The gamma 0 cannot be used: give a positive value such as 0.45 for sRGB-like images "
+             "or 1.0 for linear ones."},
+            {Failure(FailureCode::RegionOutsideImage, 50, 0, 80, 160, 120, 160),
+             "The region (left 50, top 0, width 80, height 160) does not lie inside the image "
+             "(120 x 160 pixels): draw it on the picture."},
+            {Failure(FailureCode::RegionTooLarge, 4000, 2100, 8),
+             "The region is too large (4000 x 2100 pixels, at most 8 million pixels): draw a "
+             "smaller region around one edge."},
+            {Failure(FailureCode::RegionTooShort, 30, 35),
+             "The region is too short along the edge (30 pixels, at least 35 needed): draw a "
+             "longer region over the edge."},
+            {Failure(FailureCode::RegionTooNarrow, 8, 10),
+             "The region is too narrow across the edge (8 pixels, at least 10 needed): widen it "
+             "so that both sides of the edge are inside."},
+            {Failure(FailureCode::EdgeTooFaint, 0.0196, 0.05),
+             "The edge is too faint to locate (contrast 2.0 %, at least 5 % needed): draw the "
+             "region across a clear dark-to-light edge, or raise the exposure."},
+            {Failure(FailureCode::BarOrLine),
+             "The region holds more than one edge (both ends are alike, with a bar or a line "
+             "between them): draw it over a single edge between two even areas."},
+            {Failure(FailureCode::NoEdge),
+             "No edge found in the region: draw the region across one straight slanted edge, "
+             "with both the dark and the light side inside it."},
+            {Failure(FailureCode::AngleNearDiagonal, 44.04),
+             "The edge angle (44.0 degrees) is too close to 45 degrees to be measured reliably: "
+             "use an edge tilted by 2 to 10 degrees from the vertical or the horizontal."},
+            {Failure(FailureCode::AngleNearAxis, -0.304),
+             "The edge angle (-0.30 degrees) is too close to 0 degrees to be measured reliably: "
+             "tilt the chart so that the edge leans by 2 to 10 degrees, or draw a longer region."},
+            {Failure(FailureCode::EdgeNotStraight, 3.456, 3),
+             "The edge is not straight (fit error 3.46 pixels RMS, at most 3 allowed): the region "
+             "may hold more than one edge or a badly curved one; draw it over a single straight "
+             "edge."},
+            {Failure(FailureCode::EdgeLeavesRegion),
+             "The edge leaves the region: draw the region so that the edge crosses it from one "
+             "end to the other, with both sides of the edge inside it."},
+            {Failure(FailureCode::EdgeTooWide, 25.63, 60),
+             "The edge is too wide for the region (it rises over 25.6 pixels in a region 60 "
+             "pixels across): widen the region, or draw it over a sharper edge."},
+            {Failure(FailureCode::SecondEdge, 29.6),
+             "The region holds more than one edge (another transition 30 pixels from the "
+             "measured one): draw it over a single edge between two even areas."},
+            {Failure(FailureCode::EdgeClipped, 0.4567),
+             "The edge is clipped (45.7 % of the pixels at 0 or 255): lower the exposure or the "
+             "gain so that both sides of the edge stay within range."},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(sfr::failureText(c.failure), c.text);
 }
