@@ -187,26 +187,23 @@ void QSpectrogramPlot::showContour(bool show)
 
 void QSpectrogramPlot::setUniContourLow(int low)
 {
-    UniformityContour c = m_raster->contour();
-    c.low = low;
-    m_raster->setContour(c);
-    applyContour();
-    replot();
+    changeContour(&UniformityContour::low, low);
 }
 
 void QSpectrogramPlot::setUniContourHigh(int high)
 {
-    UniformityContour c = m_raster->contour();
-    c.high = high;
-    m_raster->setContour(c);
-    applyContour();
-    replot();
+    changeContour(&UniformityContour::high, high);
 }
 
 void QSpectrogramPlot::setUniContourSS(int step)
 {
+    changeContour(&UniformityContour::step, step);
+}
+
+void QSpectrogramPlot::changeContour(int UniformityContour::*field, int value)
+{
     UniformityContour c = m_raster->contour();
-    c.step = step;
+    c.*field = value;
     m_raster->setContour(c);
     applyContour();
     replot();

@@ -78,6 +78,7 @@ public slots:
     void setUniContourSS(int step);
 
 private:
+    void changeContour(int kestro::UniformityContour::*field, int value);
     void applyColorMap();
     void applyContour();
 

@@ -2,6 +2,7 @@
 
 #include "app/messages.h"
 #include "imaging/gui/filedialogs.h"
+#include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
 #include "measure/uniformity/gui/uniformitydatadialog.h"
 #include "measure/uniformity/gui/uniformitypictureview.h"
@@ -640,7 +641,7 @@ bool UniformityPage::saveUniformityCsv(const QString &path)
     UniformityReportData data;
     if (!computeUniformityReport(*m_calc.image(), reportSettings(), m_reportPass, data, nullptr))
         return false;
-    return writeUniformityTextFile(path, uniformityCsv(data));
+    return saveTextFile(path, uniformityCsv(data));
 }
 
 bool UniformityPage::saveCpiqFile(const QString &path)
@@ -651,7 +652,7 @@ bool UniformityPage::saveCpiqFile(const QString &path)
                                     ? m_calc.cpiq()
                                     : computeCpiq(*m_calc.image(), m_cpiqRows->value(),
                                                   m_cpiqCols->value());
-    return writeUniformityTextFile(path, uniformityCpiqText(cpiq));
+    return saveTextFile(path, uniformityCpiqText(cpiq));
 }
 
 void UniformityPage::saveUniCpiq()

@@ -1,9 +1,9 @@
 #include "measure/uniformity/gui/uniformityreport.h"
 
+#include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
 
 #include <QDir>
-#include <QSaveFile>
 #include <cmath>
 #include <future>
 #include <vector>
@@ -26,18 +26,6 @@ QString truncated(double v)
     if (!std::isfinite(v))
         return QString::number(v);
     return QString::number(static_cast<qint64>(std::trunc(v)));
-}
-
-// Head of the report document, as the merged reports start.
-QString reportHead(const QString &title)
-{
-    return QStringLiteral("<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
-                          "\"http://www.w3.org/TR/REC-html40/strict.dtd\">"
-                          "<html><head><meta name=\"qrichtext\" content=\"1\" /><style "
-                          "type=\"text/css\">p, li { white-space: pre-wrap; }</style>")
-           + QLatin1String("<title>") + title + QLatin1String("</title></head>")
-           + QLatin1String("<body style=\" font-family:'MS Shell Dlg 2'; font-size:8.25pt; "
-                           "font-weight:400; font-style:normal;\">");
 }
 
 // The values of one channel in the column order of the table: Max, Mean,
@@ -215,7 +203,8 @@ QString uniformityReportHtml(const UniformityReportSettings &settings,
                              const UniformityReportData &data, const QString &chartFolder)
 {
     const int s = settings.subsample;
-    QString out = reportHead(QStringLiteral("Uniformity Test Report"));
+    // The document head of the merged reports (nothing merged into it).
+    QString out = mergeHtmlStreams(QStringList(), QStringLiteral("Uniformity Test Report"));
     out += QLatin1String("<h1>Uniformity Test Report</h1>");
     out += QLatin1String("<p>Minimum, maximum and mean value of each color channel (component) is "
                          "based on subsampled data of the image. </p>");
@@ -295,21 +284,6 @@ QString uniformityCsv(const UniformityReportData &data)
                + QLatin1Char('\n');
     }
     return out;
-}
-
-bool writeUniformityTextFile(const QString &path, const QString &text)
-{
-    if (path.isEmpty())
-        return false;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
-        return false;
-    const QByteArray bytes = text.toUtf8();
-    if (file.write(bytes) != bytes.size()) {
-        file.cancelWriting();
-        return false;
-    }
-    return file.commit();
 }
 
 } // namespace kestro

@@ -86,8 +86,4 @@ QString uniformityCpiqText(const CpiqResult &cpiq);
 // computed. Numbers with 6 significant digits.
 QString uniformityCsv(const UniformityReportData &data);
 
-// Writes text through a temporary file renamed into place (an existing file
-// is untouched on failure); false when it cannot be written.
-bool writeUniformityTextFile(const QString &path, const QString &text);
-
 } // namespace kestro

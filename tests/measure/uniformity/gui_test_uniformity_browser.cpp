@@ -3,6 +3,7 @@
 // test writes it (pictures copied beside the report, linked with
 // backslashes).
 
+#include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
 #include "measure/uniformity/gui/uniformityreport.h"
 #include "testsupport.h"
@@ -96,7 +97,7 @@ TEST(UniformityReportInBrowser, EveryPictureLoads)
     QSpectrogramPlot plot;
     ASSERT_EQ(renderUniformityCharts(plot, pass, settings, charts), 4);
     const QString direct = dir.filePath("direct.html");
-    ASSERT_TRUE(writeUniformityTextFile(direct, uniformityReportHtml(settings, data, charts)));
+    ASSERT_TRUE(saveTextFile(direct, uniformityReportHtml(settings, data, charts)));
     EXPECT_EQ(pictureWidths(direct), QList<int>({300, 1841, 1841, 1841, 1841}));
 
     // As the batch test writes it.
