@@ -403,6 +403,7 @@ bool UniformityPage::loadPicture(const QString &path)
     }
     m_imagePath = path.isEmpty() ? path
                                  : QDir::toNativeSeparators(QFileInfo(path).absoluteFilePath());
+    ++m_pictureNumber;
     m_picture->setPicture(m_calc.image()->image());
     m_picture->clearWindows();
     // A report of the previous picture no longer applies.
@@ -419,6 +420,7 @@ bool UniformityPage::setPicture(const QImage &image, const QString &path)
         return false;
     }
     m_imagePath = path;
+    ++m_pictureNumber;
     m_picture->setPicture(image);
     m_picture->clearWindows();
     m_html.clear();
@@ -554,7 +556,14 @@ void UniformityPage::showResults()
     m_maximum->setText(truncatedText(s.maximum));
     m_mean->setText(truncatedText(s.mean));
     m_center->setText(QString::number(s.center, 'g', 6));
-    m_chart->setGrid(m_calc.data());
+    // A new grid resets the chart's zoom; a change of the windows alone
+    // keeps the view the user zoomed to.
+    const ChartSource source{m_pictureNumber, static_cast<int>(m_calc.channel()),
+                             m_calc.subsampleSize()};
+    if (!(source == m_chartSource)) {
+        m_chart->setGrid(m_calc.data());
+        m_chartSource = source;
+    }
 
     // Windows are kept in grid cells; the picture shows them in pixels.
     const double scale = m_calc.subsampleSize();
@@ -714,6 +723,7 @@ bool UniformityPage::runUniformity()
         warn(m_calc.errorTitle(), m_calc.errorText());
         return false;
     }
+    ++m_pictureNumber;
     m_imagePath = QDir::toNativeSeparators(QFileInfo(settings.imagePath).absoluteFilePath());
     return buildReport(true);
 }

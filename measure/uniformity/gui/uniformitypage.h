@@ -117,6 +117,20 @@ private:
     void warn(const QString &title, const QString &text);
 
     UniformityCalculation m_calc;
+    // What the chart shows: the picture (counted on each load), channel and
+    // subsample size of its grid.
+    struct ChartSource
+    {
+        quint64 picture = 0;
+        int channel = -1;
+        int subsample = 0;
+        bool operator==(const ChartSource &o) const
+        {
+            return picture == o.picture && channel == o.channel && subsample == o.subsample;
+        }
+    };
+    quint64 m_pictureNumber = 0;
+    ChartSource m_chartSource;
     UniformityPass m_reportPass;
     CaptureFunction m_capture;
     std::function<UniformityBatchSettings()> m_settingsProvider;
