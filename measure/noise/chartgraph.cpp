@@ -198,12 +198,12 @@ QSize ChartGraph::minimumSizeHint() const
     return QSize(120, 80);
 }
 
-ChartGraph::Grid ChartGraph::grid() const
+ChartGraph::Grid ChartGraph::grid(const QSize &size) const
 {
     Grid g;
-    g.margin = width() / 50;
-    g.cellWidth = (width() - 2 * g.margin) / 6;
-    g.cellHeight = (height() - 2 * g.margin) / 4;
+    g.margin = size.width() / 50;
+    g.cellWidth = (size.width() - 2 * g.margin) / 6;
+    g.cellHeight = (size.height() - 2 * g.margin) / 4;
     return g;
 }
 
@@ -238,7 +238,7 @@ QColor ChartGraph::patchColor(int k) const
 
 int ChartGraph::patchAt(const QPoint &pos) const
 {
-    const Grid g = grid();
+    const Grid g = grid(size());
     if (g.cellWidth < 1 || g.cellHeight < 1 || pos.x() < g.margin || pos.y() < g.margin)
         return -1;
     const int col = (pos.x() - g.margin) / g.cellWidth;
@@ -261,11 +261,27 @@ void ChartGraph::mousePressEvent(QMouseEvent *event)
 void ChartGraph::paintEvent(QPaintEvent *)
 {
     QPainter p(this);
+    paintChart(p, size());
+}
+
+QImage ChartGraph::renderImage(const QSize &size) const
+{
+    QImage image(size.expandedTo(QSize(1, 1)), QImage::Format_RGB32);
+    if (image.isNull())
+        return image;
+    image.fill(kBackground);
+    QPainter p(&image);
+    paintChart(p, size);
+    return image;
+}
+
+void ChartGraph::paintChart(QPainter &p, const QSize &size) const
+{
     p.setPen(kBackground);
     p.setBrush(kBackground);
-    p.drawRect(0, 0, width() - 1, height() - 1);
+    p.drawRect(0, 0, size.width() - 1, size.height() - 1);
 
-    const Grid g = grid();
+    const Grid g = grid(size);
     if (g.cellWidth < 4 || g.cellHeight < 4)
         return;
     const double s = scale();

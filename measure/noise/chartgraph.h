@@ -9,8 +9,11 @@
 // the empty rows above them.
 
 #include <QColor>
+#include <QImage>
 #include <QVector>
 #include <QWidget>
+
+class QPainter;
 
 class ChartGraph : public QWidget
 {
@@ -44,6 +47,10 @@ public:
     // Patch under a widget position, or -1.
     int patchAt(const QPoint &pos) const;
 
+    // The chart painted at `size`, whatever the widget's own size and
+    // visibility (report pictures).
+    QImage renderImage(const QSize &size) const;
+
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
 
@@ -62,7 +69,8 @@ private:
         QRect cell(int k) const;
         QRect inner(const QRect &cell) const;
     };
-    Grid grid() const;
+    Grid grid(const QSize &size) const;
+    void paintChart(QPainter &p, const QSize &size) const;
     double scale() const;
     QColor patchColor(int k) const;
 

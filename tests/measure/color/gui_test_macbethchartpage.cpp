@@ -1,0 +1,276 @@
+// The chart page: processing with its messages, the metric selector, the
+// noise side, auto run, capture and the reports it writes.
+
+#include "measure/color/gui/macbethchartpage.h"
+
+#include "chartimage.h"
+#include "imaging/frame.h"
+#include "imaging/gui/macbethframeview.h"
+#include "measure/color/graychartplot.h"
+#include "measure/noise/chartgraph.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QImageReader>
+#include <QSpinBox>
+#include <QTemporaryDir>
+#include <QTextBrowser>
+#include <gtest/gtest.h>
+
+using namespace kestro;
+
+namespace {
+
+const std::array<QRgb, 24> kColours
+        = {qRgb(115, 82, 68),   qRgb(194, 150, 130), qRgb(98, 122, 157),  qRgb(87, 108, 67),
+           qRgb(133, 128, 177), qRgb(103, 189, 170), qRgb(214, 126, 44),  qRgb(80, 91, 166),
+           qRgb(193, 90, 99),   qRgb(94, 60, 108),   qRgb(157, 188, 64),  qRgb(224, 163, 46),
+           qRgb(56, 61, 150),   qRgb(70, 148, 73),   qRgb(175, 54, 60),   qRgb(231, 199, 31),
+           qRgb(187, 86, 149),  qRgb(8, 133, 161),   qRgb(243, 243, 242), qRgb(200, 200, 200),
+           qRgb(160, 160, 160), qRgb(122, 122, 121), qRgb(85, 85, 85),    qRgb(52, 52, 52)};
+
+struct Message
+{
+    QString title, text;
+};
+
+// A page with recorded messages and a generated chart as its frame set.
+struct PageFixture
+{
+    QTemporaryDir dir;
+    MacbethChartPage page;
+    QVector<Message> messages;
+    test::GeneratedChart chart = test::makeChart(kColours, 20, 6);
+
+    PageFixture()
+    {
+        page.setMessageFunction([this](QMessageBox::Icon, const QString &t, const QString &m) {
+            messages.append({t, m});
+        });
+        page.resize(1400, 900);
+    }
+    QString addFrame(const QImage &image, const QString &name)
+    {
+        const QString path = dir.filePath(name);
+        image.save(path);
+        CFrame frame;
+        EXPECT_TRUE(frame.load(path));
+        page.frameView()->addFrame(frame);
+        return path;
+    }
+    void placeRegions(int count)
+    {
+        page.frameView()->view()->removeAllRegions();
+        for (int i = 0; i < count; ++i)
+            page.frameView()->view()->addRegion(QRectF(chart.rects[i % 24]).adjusted(2, 2, -2, -2));
+    }
+    QString lastText() const { return messages.isEmpty() ? QString() : messages.last().text; }
+};
+
+} // namespace
+
+TEST(MacbethChartPage, ProcessingMessagesAndResults)
+{
+    PageFixture f;
+    // The selector before any processing changes nothing.
+    f.page.metricSelector()->setCurrentIndex(4);
+    EXPECT_EQ(f.page.colorChart()->mode(), ChartGraph::ValueMode);
+    EXPECT_EQ(f.page.colorGrayPlot()->curve(0)->dataSize(), 0u);
+    f.page.metricSelector()->setCurrentIndex(0);
+
+    f.placeRegions(24);
+    EXPECT_FALSE(f.page.processMacbethChart());
+    EXPECT_EQ(f.lastText(), "Color difference process error : No valid image to do processing.");
+
+    f.addFrame(f.chart.image, "chart.png");
+    for (int n : {23, 25}) {
+        f.placeRegions(n);
+        EXPECT_FALSE(f.page.processMacbethChart()) << n;
+        EXPECT_EQ(f.messages.last().title, "Error");
+        EXPECT_EQ(f.lastText(), "Color difference process error : not enough regions to do "
+                                "Macbeth chart processing.");
+    }
+    EXPECT_TRUE(f.page.colorDifferenceHtml().isEmpty());
+
+    // Two regions off the picture: handled, both texts run together.
+    f.placeRegions(24);
+    const int w = f.chart.image.width();
+    f.page.frameView()->view()->region(3)->setRect(QRectF(w - 4, 10, 8, 5));
+    f.page.frameView()->view()->region(7)->setRect(QRectF(-3.5, 2, 4, 4));
+    f.messages.clear();
+    EXPECT_TRUE(f.page.processMacbethChart());
+    EXPECT_EQ(f.lastText(), QString("Color difference process error : Invalid region:((%1, 10), "
+                                    "(%2, 14))Invalid region:((-4, 2), (0, 5))")
+                                    .arg(w - 4)
+                                    .arg(w + 3));
+    EXPECT_TRUE(f.page.colorDifferenceHtml().isEmpty());
+
+    f.placeRegions(24);
+    f.messages.clear();
+    ASSERT_TRUE(f.page.processMacbethChart());
+    EXPECT_TRUE(f.messages.isEmpty());
+    const QString html = f.page.colorDifferenceHtml();
+    const int argmax = f.page.colorDifference().summary().dE00MaximumIndex;
+    ASSERT_GE(argmax, 0);
+    EXPECT_TRUE(html.contains(QString("<tr><td align=\"center\">%1</td><td align=\"right\"><font "
+                                      "color=\"red\">")
+                                      .arg(argmax + 1)));
+    EXPECT_TRUE(html.contains("<a href=\"" + QDir::toNativeSeparators(f.dir.filePath("chart.png"))));
+    EXPECT_TRUE(f.page.colorReportView()->toPlainText().contains("Color Difference Results"));
+    EXPECT_EQ(f.page.colorDifference().patch(5).region, f.chart.rects[5].adjusted(2, 2, -2, -2));
+
+    // The selector switches the bar chart between all patches and the gray row.
+    f.page.metricSelector()->setCurrentIndex(5);
+    EXPECT_EQ(f.page.colorChart()->mode(), ChartGraph::GrayMode);
+    EXPECT_EQ(f.page.colorGrayPlot()->curve(0)->dataSize(), 6u);
+    f.page.metricSelector()->setCurrentIndex(1);
+    EXPECT_EQ(f.page.colorChart()->mode(), ChartGraph::ValueMode);
+}
+
+TEST(MacbethChartPage, NoiseOverTheFrameSet)
+{
+    PageFixture f;
+    f.page.initNoiseCharts();
+    EXPECT_FALSE(f.page.calculateNoise());
+    EXPECT_EQ(f.messages.last().title, "Noise calculation");
+    EXPECT_EQ(f.lastText(), "Invalid frame data. Calculation cannot be performed.");
+
+    f.addFrame(f.chart.image, "a.png");
+    f.addFrame(f.chart.image.copy(0, 0, f.chart.image.width() - 2, f.chart.image.height()),
+               "narrow.png");
+    f.placeRegions(24);
+    EXPECT_FALSE(f.page.calculateNoise());
+    EXPECT_EQ(f.lastText(), "Frames in the frameset do not have the same format. Calculation "
+                            "cannot be performed.");
+    EXPECT_TRUE(f.page.noiseHtml().isEmpty());
+
+    f.page.frameView()->clearFrames();
+    QImage brighter = f.chart.image;
+    brighter.setPixel(f.chart.rects[0].center(), qRgb(200, 90, 80));
+    const QString a = f.addFrame(f.chart.image, "a.png");
+    f.addFrame(brighter, "b.png");
+    ASSERT_TRUE(f.page.calculateNoise());
+    ASSERT_EQ(f.page.noiseResults().size(), 24);
+    EXPECT_EQ(f.page.noiseResults()[0].frames, 2);
+    EXPECT_GT(f.page.noiseResults()[0].channels[0].overall, 0.0);
+    EXPECT_TRUE(f.page.noiseHtml().contains("<caption>Patch 24&nbsp;"));
+    EXPECT_TRUE(f.page.noiseHtml().contains(QDir::toNativeSeparators(a)));
+
+    f.page.noisePatchSelector()->setCurrentIndex(5);
+    EXPECT_TRUE(f.page.noiseHtml().contains("<caption>Patch 5&nbsp;"));
+    EXPECT_FALSE(f.page.noiseHtml().contains("<caption>Patch 1&nbsp;"));
+    EXPECT_EQ(f.page.noiseChart()->selectedPatch(), 4);
+    f.page.noisePatchSelector()->setCurrentIndex(0);
+    EXPECT_TRUE(f.page.noiseHtml().contains("<caption>Patch 1&nbsp;"));
+}
+
+TEST(MacbethChartPage, AutoRunMeasuresAgainAfterARegionEdit)
+{
+    PageFixture f;
+    f.addFrame(f.chart.image, "a.png");
+    f.addFrame(f.chart.image, "b.png");
+    f.placeRegions(24);
+    auto *view = f.page.frameView()->view();
+    emit view->regionResized(view->region(0));
+    EXPECT_TRUE(f.page.colorDifferenceHtml().isEmpty()); // auto run is off
+
+    f.page.updateNoiseColorDiffAutoRun(true);
+    view->region(0)->setRect(QRectF(f.chart.rects[1]).adjusted(3, 3, -3, -3));
+    emit view->regionResized(view->region(0));
+    EXPECT_FALSE(f.page.colorDifferenceHtml().isEmpty());
+    ASSERT_EQ(f.page.noiseResults().size(), 24);
+    // Patch 1 now measures the colour of patch 2.
+    EXPECT_NEAR(f.page.colorDifference().patch(0).R, qRed(kColours[1]) / 255.0, 1e-4);
+    EXPECT_TRUE(f.messages.isEmpty());
+
+    // An incomplete placement is not measured (no error box at every edit).
+    view->selectRegion(view->region(0));
+    view->removeSelectedRegion();
+    emit view->regionResized(view->region(0));
+    EXPECT_TRUE(f.messages.isEmpty());
+}
+
+TEST(MacbethChartPage, CaptureSeries)
+{
+    PageFixture f;
+    f.page.captureChartImage(); // no capture service
+    EXPECT_EQ(f.messages.last().title, "Error");
+    EXPECT_EQ(f.lastText(), captureFailureText());
+
+    int calls = 0;
+    f.page.setCaptureFunction([&](QImage &picture) {
+        ++calls;
+        picture = calls == 3 ? QImage() : QImage(64, 48, QImage::Format_RGB888);
+        if (!picture.isNull())
+            picture.fill(QColor(10 * calls, 20, 30));
+        return true;
+    });
+    f.page.findChild<QSpinBox *>("spinBoxCaptureCount")->setValue(3);
+    f.page.captureChartImage();
+    EXPECT_EQ(f.lastText(), captureConversionFailureText());
+    ASSERT_EQ(f.page.frameView()->frameCount(), 2);
+    const CFrame *second = f.page.frameView()->frameSet().at(1);
+    EXPECT_EQ(QFileInfo(second->fileName()).fileName(), "from_strobix_to_kestro2.png");
+    EXPECT_EQ(second->image().pixelColor(5, 5), QColor(20, 20, 30));
+
+    // Failing after the first frame stops the series.
+    calls = 0;
+    f.page.setCaptureFunction([&](QImage &picture) {
+        picture = QImage(8, 8, QImage::Format_RGB32);
+        return ++calls < 2;
+    });
+    f.page.captureChartImage();
+    EXPECT_EQ(f.page.frameView()->frameCount(), 1);
+    EXPECT_EQ(f.lastText(), captureFailureText());
+}
+
+TEST(MacbethChartPage, ReportsWithTheirPictures)
+{
+    PageFixture f;
+    f.addFrame(f.chart.image, "a.png");
+    f.addFrame(f.chart.image, "b.png");
+    f.placeRegions(24);
+    ASSERT_TRUE(f.page.processMacbethChart());
+    ASSERT_TRUE(f.page.calculateNoise());
+
+    QTemporaryDir out;
+    const QString path = out.filePath("run.1.html");
+    QString error;
+    ASSERT_TRUE(f.page.writeColorDifferenceReport(path, true, &error)) << error.toStdString();
+    const QString files = out.filePath("run_files/");
+    for (const char *picture : {"run_macbethRegions.png", "run.png", "run_GrayChart.png",
+                                "run_noise.png", "run_GrayChart_noise.png"})
+        EXPECT_TRUE(QFileInfo(files + picture).size() > 0) << picture;
+    const QSize plot = f.page.colorGrayPlot()->size();
+    EXPECT_EQ(QImageReader(files + "run.png").size(), plot - QSize(1, 1));
+    EXPECT_EQ(QImageReader(files + "run_GrayChart.png").size(), plot);
+    QFile report(path);
+    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
+    const QString html = QString::fromUtf8(report.readAll());
+    EXPECT_TRUE(html.contains("<title>Macbeth Color Chart Results</title>"));
+    EXPECT_TRUE(html.contains("<img src=\".\\run_files\\run_macbethRegions.png\">"));
+    EXPECT_TRUE(html.contains("Signal Noise Results"));
+    EXPECT_TRUE(html.contains(".\\run_files\\run_GrayChart_noise.png"));
+    EXPECT_FALSE(html.contains("</html>")); // the merged document is left open
+
+    // The noise report is written as it stands, with its own picture names.
+    ASSERT_TRUE(f.page.writeNoiseReport(out.filePath("noise.html"), &error));
+    QFile noise(out.filePath("noise.html"));
+    ASSERT_TRUE(noise.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(noise.readAll().startsWith("<center><H1>Noise Measurement Results</H1></center>"));
+    EXPECT_TRUE(QFileInfo::exists(out.filePath("noise_files/noise_GrayChart.png")));
+
+    // A folder that does not exist: the reason, and nothing written.
+    EXPECT_FALSE(f.page.writeColorDifferenceReport(out.filePath("none/x.html"), true, &error));
+    EXPECT_FALSE(error.isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(out.filePath("none")));
+    EXPECT_FALSE(QFileInfo::exists(out.filePath("x_files")));
+
+    // The CSV data are the measured ones.
+    const MeasurementCsvData data = f.page.csvData();
+    EXPECT_EQ(data.frameFiles.size(), 2);
+    EXPECT_EQ(data.noise->size(), 24);
+    EXPECT_EQ(data.imageFileName, QDir::toNativeSeparators(f.dir.filePath("b.png")));
+}
