@@ -106,6 +106,35 @@ void CMarkers::rebuildHandleSquares()
         m_handleSquares.append(QRectF(p.x() - m_handleRadius, p.y() - m_handleRadius, side, side));
 }
 
+bool CMarkers::placeCornersOnDetection()
+{
+    const QVector<QRectF> rects = detectedPatchRects();
+    if (rects.size() != kestro::chartdetect::kPatchCount)
+        return false;
+    // The grid's outer corner next to patch `corner`, one half pitch beyond
+    // its centre along the row and the column (the pitches measured towards
+    // the neighbours `alongRow` and `alongColumn`).
+    auto outer = [&](int corner, int alongRow, int alongColumn) {
+        const QPointF c = rects[corner].center();
+        return c - 0.5 * (rects[alongRow].center() - c) - 0.5 * (rects[alongColumn].center() - c);
+    };
+    QReadLocker locker(&m_lock);
+    const bool keep = m_pointsFromDetection;
+    m_pointsFromDetection = false;
+    initLocked();
+    m_pointsFromDetection = keep;
+    m_points[0] = outer(0, 1, 6);
+    m_points[2] = outer(5, 4, 11);
+    m_points[3] = outer(23, 22, 17);
+    m_points[5] = outer(18, 19, 12);
+    m_middleMoved = false;
+    // Moving point 0 and point 3 brings both middle points along.
+    computeCornerGeometry(0);
+    computeCornerGeometry(3);
+    rebuildHandleSquares();
+    return true;
+}
+
 bool CMarkers::hasControlPoints() const
 {
     QReadLocker locker(&m_lock);

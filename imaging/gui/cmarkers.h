@@ -49,6 +49,12 @@ public:
     // is set, which keeps the points), then the derived sizes and handle
     // squares. Clears middleMoved.
     void initControlPoints();
+    // After a successful detection: the default layout's reference with its
+    // corners moved onto the detected chart (points 0, 2, 3, 5 at the outer
+    // corners of patches 1, 6, 24 and 19, the middle points between them),
+    // so that corner-assisted placement starts from the chart found. False
+    // (layout unchanged) without a valid detection.
+    bool placeCornersOnDetection();
     // Initialises the layout when the points were cleared.
     void ensureControlPoints();
     bool hasControlPoints() const;

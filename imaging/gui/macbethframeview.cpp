@@ -388,6 +388,8 @@ void macbethFrameView::completeAutoDetect()
     m_view->removeAllRegions();
     m_view->removeHandles();
     placeRegions(m_markers->patchRects());
+    // Corner-assisted placement then starts from the chart found.
+    m_markers->placeCornersOnDetection();
 }
 
 void macbethFrameView::useCornerInfo()

@@ -297,15 +297,21 @@ TEST(MacbethFrameView, DetectionPlacesTheChartOrLeavesTheCornerLayout)
         EXPECT_TRUE(scene.patches[i].containsPoint(rects[i].center(), Qt::OddEvenFill))
                 << "patch " << i + 1;
 
+    // Corner-assisted placement then starts from the chart found.
+    view.useCornerInfo();
+    const QVector<QRectF> fromCorners = view.regionRects();
+    ASSERT_EQ(fromCorners.size(), 24);
+    for (int i = 0; i < 24; ++i)
+        EXPECT_TRUE(scene.patches[i].containsPoint(fromCorners[i].center(), Qt::OddEvenFill))
+                << "corner layout patch " << i + 1;
+
     // A result of 23 leaves the default corner layout.
-    ColorCheckerROI partial[24] = {};
     view.markers()->discardDetection();
     view.markers()->setImage(plain(600, 400));
     view.loadBackGroundImage(plain(600, 400));
     view.completeAutoDetect();
     ASSERT_EQ(view.regionRects().size(), 24);
     expectNear(view.regionRects().at(0).topLeft(), QPointF(210, 143.333));
-    Q_UNUSED(partial);
 }
 
 TEST(MacbethFrameView, DetectionRestartedOrCancelled)
