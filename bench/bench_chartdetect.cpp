@@ -150,22 +150,6 @@ void BM_CancelLatency(benchmark::State &state)
 }
 BENCHMARK(BM_CancelLatency)->Iterations(14)->Unit(benchmark::kMillisecond);
 
-// The fields of a CSV line; commas inside double quotes belong to the field.
-QStringList csvFields(const QString &line)
-{
-    QStringList fields{QString()};
-    bool quoted = false;
-    for (const QChar c : line) {
-        if (c == '"')
-            quoted = !quoted;
-        else if (c == ',' && !quoted)
-            fields.append(QString());
-        else
-            fields.last().append(c);
-    }
-    return fields;
-}
-
 void BM_Photographs(benchmark::State &state)
 {
     const Method method = state.range(0) ? Method::PlainMcc : Method::Refined;
@@ -183,7 +167,7 @@ void BM_Photographs(benchmark::State &state)
     };
     std::vector<Entry> photos;
     while (!in.atEnd()) {
-        const QStringList fields = csvFields(in.readLine());
+        const QStringList fields = kestro::test::csvFields(in.readLine());
         photos.push_back(
                 {QImage(kCharts + "/" + fields.value(0)).convertToFormat(QImage::Format_RGB32),
                  !fields.value(6).startsWith("no")});

@@ -62,13 +62,19 @@ bool askYes(QWidget *parent, const QString &title, const QString &text)
            == QMessageBox::Yes;
 }
 
-QToolButton *toolButton(QToolBar *bar, const char *name, const char *icon, const QString &tip)
+QToolButton *iconButton(QWidget *parent, const char *name, const char *icon, const QString &tip)
 {
-    auto *button = new QToolButton(bar);
+    auto *button = new QToolButton(parent);
     button->setObjectName(QLatin1String(name));
     button->setIcon(QIcon(QLatin1String(kIconRoot) + QLatin1String(icon)));
     button->setToolTip(tip);
     button->setAutoRaise(true);
+    return button;
+}
+
+QToolButton *toolButton(QToolBar *bar, const char *name, const char *icon, const QString &tip)
+{
+    QToolButton *button = iconButton(bar, name, icon, tip);
     bar->addWidget(button);
     return button;
 }
@@ -197,11 +203,8 @@ void macbethFrameView::buildUi()
     m_fileNameLabel = new QLabel(m_browserGroup);
     m_fileNameLabel->setObjectName(QStringLiteral("labelFileName"));
     m_fileNameLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_previousButton = new QToolButton(m_browserGroup);
-    m_previousButton->setObjectName(QStringLiteral("toolButtonPrevious"));
-    m_previousButton->setToolTip(QStringLiteral("Previous frame in frameset"));
-    m_previousButton->setIcon(QIcon(QLatin1String(kIconRoot) + "navigate_left.png"));
-    m_previousButton->setAutoRaise(true);
+    m_previousButton = iconButton(m_browserGroup, "toolButtonPrevious", "navigate_left.png",
+                                  QStringLiteral("Previous frame in frameset"));
     m_frameSpinBox = new QSpinBox(m_browserGroup);
     m_frameSpinBox->setObjectName(QStringLiteral("spinBoxCurrentCount"));
     m_frameSpinBox->setToolTip(QStringLiteral("Current frameindex"));
@@ -209,11 +212,8 @@ void macbethFrameView::buildUi()
     m_totalCountLabel = new QLabel(m_browserGroup);
     m_totalCountLabel->setObjectName(QStringLiteral("labelTotalCount"));
     m_totalCountLabel->setToolTip(QStringLiteral("Total frame count in frameset"));
-    m_nextButton = new QToolButton(m_browserGroup);
-    m_nextButton->setObjectName(QStringLiteral("toolButtonNext"));
-    m_nextButton->setToolTip(QStringLiteral("Next frame in frameset"));
-    m_nextButton->setIcon(QIcon(QLatin1String(kIconRoot) + "navigate_right.png"));
-    m_nextButton->setAutoRaise(true);
+    m_nextButton = iconButton(m_browserGroup, "toolButtonNext", "navigate_right.png",
+                              QStringLiteral("Next frame in frameset"));
     browserLayout->addWidget(m_fileNameLabel, 1);
     browserLayout->addWidget(m_previousButton);
     browserLayout->addWidget(m_frameSpinBox);

@@ -165,8 +165,9 @@ TEST(MacbethFrameView, DraggingAHandleMovesItsPointAndTheRegions)
     for (QGraphicsCornerEllipseItem *h : graphics->handles()) {
         if (h->cornerNumber() == 1)
             expectNear(h->rect().center(), view.markers()->controlPoint(1) + QPointF(0.5, 0.5));
-        if (h->cornerNumber() == 0)
+        if (h->cornerNumber() == 0) {
             EXPECT_LT(h->rect().center().x(), 200);
+        }
     }
 
     // Leaving corner mode hides the handles.

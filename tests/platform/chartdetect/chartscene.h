@@ -11,6 +11,7 @@
 #include <QImage>
 #include <QPainter>
 #include <QPolygonF>
+#include <QStringList>
 #include <QTransform>
 
 #include <algorithm>
@@ -339,6 +340,23 @@ inline PlacementCheck checkPlacement(const QImage &picture, const ColorCheckerRO
             check.grayOrdered = false;
     }
     return check;
+}
+
+// The fields of a line of the photographs' table (charts.csv); commas inside
+// double quotes belong to the field.
+inline QStringList csvFields(const QString &line)
+{
+    QStringList fields{QString()};
+    bool quoted = false;
+    for (const QChar c : line) {
+        if (c == '"')
+            quoted = !quoted;
+        else if (c == ',' && !quoted)
+            fields.append(QString());
+        else
+            fields.last().append(c);
+    }
+    return fields;
 }
 
 // A varied scene for sweeps: rotation a quarter turn times `index` plus up
