@@ -1,4 +1,4 @@
-#include "app/messages.h"
+#include "imaging/gui/messages.h"
 
 #include <QGuiApplication>
 #include <QRegularExpression>
