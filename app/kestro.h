@@ -1,32 +1,48 @@
 #pragma once
 // Kestro: the main window. It holds the four measurement pages as tabs, the
-// sensor type and revision lists, the colour-calibration library object and
-// the fields that batch mode runs from.
+// menus and tool bar, the settings file, window layouts, the quick-start
+// help, the camera with the sensor type and revision lists, the
+// colour-calibration library object and the fields that batch mode runs
+// from.
 
+#include <QDockWidget>
 #include <QMainWindow>
+#include <QPointer>
 #include <QRect>
 #include <QString>
+#include <QVector>
 #include <memory>
 
+class CCamera;
 class CColorCalibrate;
 class KestroMtfBatch;
 class KestroReportExport;
 class KestroUniformityBatch;
 class MatlabInitialization;
+class QAction;
 class QComboBox;
 class QImage;
+class QLabel;
 class QLineEdit;
 class QPushButton;
 class QSettings;
 class QSplashScreen;
 class QTabWidget;
 class QTextBrowser;
+class QToolBar;
 
 // The MATLAB runtime probe: loads the numerical runtime that the colour
 // calibration library names (nothing to load when it names none). When it
 // does not load, a warning with the installer link is shown and false is
 // returned.
 bool isMatlabRuntimeInstalled();
+
+namespace kestro {
+// The settings file: "Kestro.ini" appended to the application directory path
+// as it stands (so it lands beside that directory) when that file can be
+// written, else "Kestro.ini" in `userConfigDir`.
+QString settingsFileLocation(const QString &applicationDir, const QString &userConfigDir);
+} // namespace kestro
 
 class Kestro : public QMainWindow
 {
@@ -48,6 +64,7 @@ public:
     // True when start-up must end the process at once (status in exitCode()).
     bool startupFailed() const { return m_startupFailed; }
     bool isCameraOpen() const;
+    CCamera *camera() const { return m_camera.get(); }
 
     // Batch fields.
     bool commandLineMode() const { return m_commandLineMode; }
@@ -98,28 +115,78 @@ public:
     QComboBox *sensorTypeBox() const { return m_sensorType; }
     QComboBox *sensorRevisionBox() const { return m_sensorRevision; }
     QSettings *settings() const { return m_settings.get(); }
+    QToolBar *toolBar() const { return m_toolBar; }
+    QDockWidget *quickStartDock() const { return m_quickStartDock; }
+    QTextBrowser *quickStartBrowser() const { return m_quickStart; }
+    // The loaded sensor tuning configuration file (native separators), as
+    // chosen in loadUserConfig(); an empty path (a cancelled dialog) clears
+    // it but leaves the field as it was.
+    QString userConfigPath() const { return m_userConfigPath; }
+    void setUserConfigPath(const QString &path);
 
     // The pages that the batch runner drives (set by their wiring).
     void setMtfBatch(KestroMtfBatch *page) { m_mtfBatch = page; }
     void setUniformityBatch(KestroUniformityBatch *page) { m_uniformityBatch = page; }
     void setReportExport(KestroReportExport *exporter) { m_reportExport = exporter; }
 
+    // A report view or other dock of a page: added in `area`, where
+    // dockWindows() puts it back. Give it an object name, so that layouts
+    // keep its place.
+    void addDockView(QDockWidget *dock, Qt::DockWidgetArea area);
+
+    // The quick-start page a tab shows: the colour difference page for the
+    // Initialization and Macbeth tabs, the MTF and uniformity pages for
+    // theirs.
+    static int quickStartPageForTab(int tab);
+    // The user manual installed beside the program; empty when not found.
+    static QString manualPath();
+
+    // Layout files: one byte with the length of the geometry block, the
+    // geometry, then the window state. Loading checks the whole file before
+    // anything changes. False (after its warning) on failure.
+    bool saveLayoutTo(const QString &path);
+    bool loadLayoutFrom(const QString &path);
+
+    // Writes the colour-correction result into an INI file (registers and
+    // white-balance gains); with `showMessages` it reports the outcome in
+    // a box.
+    bool writeColorCorrection(const QString &path, bool showMessages);
+    // Loads every preset group of an INI file into the open sensor, in
+    // file order; false at the first that fails.
+    bool loadPresetsIntoSensor(const QString &iniPath);
+
 public slots:
     void setSensorType(int index);
     void setSensorRev(int index);
+    // Enables the colour-correction panel when `state` is non-zero.
+    void matrixPanel(int state);
     void loadUserConfig();
     void currentTabChanged(int index);
+    void loadLayout();
+    void saveLayout();
+    void showAbout();
+    void showHelp();
     void quickStart(bool show);
+    void saveToDefaultIni();
+    void saveToNewIni();
+    void saveToHTMLFile();
+    void saveToCSVFile();
+    void applySettingsToSensor();
+    void showToolbar(bool checked);
+    void dockWindows();
+    void probeCameras();
     void matlabLoaded();
     void setCommandLineMode(bool mode);
     void setCommandLineType(QString command);
-    void saveToHTMLFile();
-    void saveToCSVFile();
 
 private:
     void buildForm();
+    QWidget *buildInitializationPage();
+    void buildActions();
     void fillSensorTypes();
     void fillSensorRevisions();
+    void updateCameraStatus();
+    void updateTabActions(int tab);
     void wireColorDifferencePage();
     void wireNoisePage();
     void wireMtfPage();
@@ -135,6 +202,7 @@ private:
     bool runUniformityCalculation();
 
     std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<CCamera> m_camera;
     std::unique_ptr<CColorCalibrate> m_colorCal;
     MatlabInitialization *m_matlabInit = nullptr;
     QSplashScreen *m_splash = nullptr;
@@ -142,10 +210,24 @@ private:
     QTabWidget *m_workflow = nullptr;
     QComboBox *m_sensorType = nullptr;
     QComboBox *m_sensorRevision = nullptr;
+    QLabel *m_cameraStatus = nullptr;
     QLineEdit *m_configFile = nullptr;
     QPushButton *m_loadConfig = nullptr;
     QWidget *m_matrixPanel = nullptr;
     QTextBrowser *m_quickStart = nullptr;
+    QDockWidget *m_quickStartDock = nullptr;
+    QToolBar *m_toolBar = nullptr;
+    QAction *m_saveHtmlAction = nullptr;
+    QAction *m_saveCsvAction = nullptr;
+    QAction *m_quickStartAction = nullptr;
+    QAction *m_probeAction = nullptr;
+    QAction *m_showToolBarAction = nullptr;
+    struct DockPlace
+    {
+        QPointer<QDockWidget> dock;
+        Qt::DockWidgetArea area;
+    };
+    QVector<DockPlace> m_docks;
 
     KestroMtfBatch *m_mtfBatch = nullptr;
     KestroUniformityBatch *m_uniformityBatch = nullptr;

@@ -9,12 +9,17 @@
 
 #include <QApplication>
 #include <QProxyStyle>
+#include <QScreen>
 #include <QWidget>
 #include <memory>
 
 int main(int argc, char **argv)
 {
+    // Sharp icons and layouts on high-density screens.
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     auto app = std::make_unique<QApplication>(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("Kestro"));
     const bool batch = argc > 1;
     kestro::setBatchRun(batch);
     auto window = std::make_unique<Kestro>();
@@ -42,7 +47,13 @@ int main(int argc, char **argv)
         const QList<QWidget *> children = window->findChildren<QWidget *>();
         for (QWidget *child : children)
             child->setStyle(style.get());
-        window->show();
+        // On a laptop screen the pages need all of it.
+        const QScreen *screen = QGuiApplication::primaryScreen();
+        if (screen
+            && (screen->availableSize().width() < 1500 || screen->availableSize().height() < 950))
+            window->showMaximized();
+        else
+            window->show();
     }
 
     window->checkSensorSelected();

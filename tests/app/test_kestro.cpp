@@ -1,15 +1,27 @@
-// The main window in-process: start-up in both modes and the parsing rules of
-// the batch runner that do not show on stdout.
+// The main window in-process: start-up in both modes, the window's actions,
+// settings and layouts, the camera probe and the parsing rules of the batch
+// runner that do not show on stdout.
+#include "acquisition/camera.h"
 #include "app/kestro.h"
 #include "app/messages.h"
+#include "platform/colorcal/colorcal.h"
+#include "platform/tarnlib/tarnlib.h"
 
 #include "testsupport.h"
 
+#include <QAction>
+#include <QApplication>
 #include <QComboBox>
 #include <QDir>
-#include <QSignalSpy>
+#include <QDockWidget>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QRegularExpression>
+#include <QSettings>
 #include <QTabWidget>
 #include <QTest>
+#include <QTextBrowser>
+#include <QToolBar>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -38,53 +50,371 @@ std::unique_ptr<Kestro> batchWindow(const char *test)
     return window;
 }
 
-} // namespace
-
-TEST(KestroWindow, FormAndSensorListFromTheSensorData)
+// The message boxes a call printed (on a non-interactive display they go
+// to stderr as "Title: text").
+template<typename F>
+QString boxesOf(F &&call)
 {
-    Kestro window;
-    ASSERT_FALSE(window.noSensorData());
-    QTabWidget *tabs = window.workflow();
-    EXPECT_EQ(tabs->objectName(), "Workflow");
-    ASSERT_EQ(tabs->count(), 4);
-    const QStringList titles = {"Initialization", "Macbeth Chart Image Tests", "MTF",
-                                "Color Uniformity"};
-    const QStringList names = {"initTab", "tabColorEval", "tabMTF", "tabIUni"};
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(tabs->tabText(i), titles[i]);
-        EXPECT_EQ(tabs->widget(i)->objectName(), names[i]);
-    }
-    EXPECT_EQ(tabs->currentIndex(), 3); // the form's default, before start-up
-    for (const char *inner : {"colorDifferenceTabs", "noiseTabs"}) {
-        auto *t = window.findChild<QTabWidget *>(inner);
-        ASSERT_TRUE(t);
-        EXPECT_EQ(t->tabText(0), "Color Patch");
-        EXPECT_EQ(t->tabText(1), "Gray Patch");
-        EXPECT_EQ(t->currentIndex(), 0);
-    }
-    // The demo sensor data of the repository.
-    EXPECT_GE(window.sensorTypeBox()->count(), 1);
-    EXPECT_GE(window.sensorTypeBox()->findText("KSD644"), 0);
+    testing::internal::CaptureStderr();
+    call();
+    return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
 }
 
-TEST(KestroWindow, WindowedStartUpInitialisesTheLibraryOnAThread)
+QByteArray readAll(const QString &path)
 {
-    Kestro window;
-    window.setCommandLineMode(false);
-    window.initialize();
-    EXPECT_FALSE(window.startupFailed());
-    EXPECT_TRUE(window.matlabRuntimeInstalled());
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// Per-user files (settings fallback, default INI files) go to a temporary
+// home; the window's own settings file starts empty; no board is plugged in.
+class WindowTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME"}) {
+            m_saved.append({name, qgetenv(name)});
+            qputenv(name, QFile::encodeName(m_home.filePath(name)));
+        }
+        qunsetenv("KESTRO_DEMO_CAMERA");
+        QFile::remove(kestro::settingsFileLocation(QCoreApplication::applicationDirPath(),
+                                                   m_home.filePath("config")));
+    }
+    void TearDown() override
+    {
+        qunsetenv("KESTRO_DEMO_CAMERA");
+        for (const auto &saved : m_saved) {
+            if (saved.second.isEmpty())
+                qunsetenv(saved.first);
+            else
+                qputenv(saved.first, saved.second);
+        }
+    }
+    std::unique_ptr<Kestro> windowed()
+    {
+        auto window = std::make_unique<Kestro>();
+        window->setCommandLineMode(false);
+        window->initialize();
+        return window;
+    }
+
+    QTemporaryDir m_home;
+    QList<QPair<const char *, QByteArray>> m_saved;
+};
+
+} // namespace
+
+TEST_F(WindowTest, WindowedStartUp)
+{
+    auto window = windowed();
+    EXPECT_FALSE(window->startupFailed());
+    EXPECT_TRUE(window->matlabRuntimeInstalled());
     // The library becomes ready when the initialisation thread ends.
-    QTRY_VERIFY_WITH_TIMEOUT(window.colorCalibrationReady(), 10000);
-    EXPECT_EQ(window.workflow()->currentIndex(), 0);
-    EXPECT_EQ(window.commandLineType(), "Initialization");
-    EXPECT_EQ(window.lastOpenDirectory(), QDir::homePath());
-    EXPECT_EQ(window.lastSaveDirectory(), QDir::homePath());
-    EXPECT_GE(window.sensorRevisionBox()->count(), 1);
-    EXPECT_TRUE(window.sensorRevisionBox()->itemText(0).startsWith("Revision "));
-    // Changing tabs updates the current test name.
-    window.workflow()->setCurrentIndex(2);
-    EXPECT_EQ(window.commandLineType(), "MTF");
+    QTRY_VERIFY_WITH_TIMEOUT(window->colorCalibrationReady(), 10000);
+    EXPECT_EQ(window->workflow()->currentIndex(), 0);
+    EXPECT_EQ(window->commandLineType(), "Initialization");
+    EXPECT_EQ(window->lastOpenDirectory(), QDir::homePath());
+    EXPECT_EQ(window->lastSaveDirectory(), QDir::homePath());
+    EXPECT_FALSE(window->findChild<QWidget *>("matrixPanel")->isEnabled());
+    EXPECT_TRUE(window->quickStartDock()->isHidden());
+    EXPECT_FALSE(window->isCameraOpen());
+
+    // Only supported sensors with data files are offered: not KSV800.
+    QComboBox *types = window->sensorTypeBox();
+    EXPECT_GE(types->findText("KSD644"), 0);
+    EXPECT_EQ(types->findText("KSV800"), -1);
+    types->setCurrentIndex(types->findText("KSD644"));
+    QComboBox *revisions = window->sensorRevisionBox();
+    ASSERT_EQ(revisions->count(), 2);
+    EXPECT_EQ(revisions->itemText(1), "Revision 2");
+    revisions->setCurrentIndex(1);
+    EXPECT_TRUE(boxesOf([&] {
+                    window->checkSensorSelected();
+                }).startsWith("No Camera Detected: Before starting"));
+
+    // The choice is remembered by the next start; a corrupt settings file
+    // gives the defaults.
+    window.reset();
+    window = windowed();
+    EXPECT_EQ(window->sensorTypeBox()->currentText(), "KSD644");
+    EXPECT_EQ(window->sensorRevisionBox()->currentText(), "Revision 2");
+    const QString settingsFile = window->settings()->fileName();
+    window.reset();
+    {
+        QFile f(settingsFile);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("\xff\xfe[Kestro\x00\x01=\n\n[[[]]=\xc3", 16);
+    }
+    window = windowed();
+    EXPECT_EQ(window->sensorTypeBox()->currentIndex(), 0);
+}
+
+TEST_F(WindowTest, SettingsFileBesideTheProgramOrPerUser)
+{
+    QTemporaryDir dir;
+    QDir(dir.path()).mkdir("bin");
+    // Appended as it stands: "bin" + "Kestro.ini" lands beside bin.
+    EXPECT_EQ(kestro::settingsFileLocation(dir.filePath("bin"), "/u/cfg"),
+              dir.filePath("binKestro.ini"));
+    // The folder that would hold it does not exist (or cannot be written).
+    EXPECT_EQ(kestro::settingsFileLocation("/no/such/dir/bin", "/u/cfg"), "/u/cfg/Kestro.ini");
+    QDir(dir.path()).mkdir("binKestro.ini"); // a folder in the way
+    EXPECT_EQ(kestro::settingsFileLocation(dir.filePath("bin"), "/u/cfg"), "/u/cfg/Kestro.ini");
+}
+
+TEST_F(WindowTest, MenusAndToolBar)
+{
+    auto window = windowed();
+    window->show();
+    struct Entry
+    {
+        const char *text;
+        QKeySequence key;
+    };
+    const QList<QPair<QString, QList<Entry>>> menus = {
+            {"&File", {{"Save layout...", {}}, {"Load layout...", {}}, {"", {}}, {"&Quit", {}}}},
+            {"&View", {{"Show Tool &Bar", QKeySequence("Ctrl+B")}, {"&Dock Windows", {}}}},
+            {"&Help", {{"&Show Help...", QKeySequence("F1")}, {"&About", {}}}},
+    };
+    const QList<QAction *> bar = window->menuBar()->actions();
+    ASSERT_EQ(bar.size(), menus.size());
+    for (int m = 0; m < menus.size(); ++m) {
+        EXPECT_EQ(bar[m]->text(), menus[m].first);
+        const QList<QAction *> entries = bar[m]->menu()->actions();
+        ASSERT_EQ(entries.size(), menus[m].second.size());
+        for (int e = 0; e < entries.size(); ++e) {
+            EXPECT_EQ(entries[e]->text(), menus[m].second[e].text);
+            EXPECT_EQ(entries[e]->shortcut(), menus[m].second[e].key);
+        }
+    }
+
+    QToolBar *tools = window->toolBar();
+    EXPECT_EQ(tools->windowTitle(), "Tool Bar");
+    EXPECT_EQ(tools->iconSize(), QSize(20, 20));
+    QList<QAction *> actions = tools->actions();
+    ASSERT_GE(actions.size(), 6);
+    const QStringList texts = {"Save to HTML report (Ctrl+S)",
+                               "Save to CSV (ALT+S)",
+                               "",
+                               "Quick Start (Ctrl+H)",
+                               "",
+                               "Probe"};
+    const QList<QKeySequence> keys
+            = {QKeySequence("Ctrl+S"), QKeySequence(Qt::ALT), {}, QKeySequence("Ctrl+H"), {}, {}};
+    for (int i = 0; i < texts.size(); ++i) {
+        EXPECT_EQ(actions[i]->text(), texts[i]);
+        EXPECT_EQ(actions[i]->shortcut(), keys[i]) << i;
+        EXPECT_EQ(actions[i]->isSeparator(), texts[i].isEmpty());
+    }
+    EXPECT_EQ(actions[0]->toolTip(), "Save current report into an HTML file");
+    EXPECT_EQ(actions[1]->toolTip(), "Save current report to a comma separated file");
+    EXPECT_EQ(actions[3]->toolTip(), "Open a step-by-step help window");
+    EXPECT_FALSE(actions[0]->icon().isNull());
+    EXPECT_TRUE(actions[1]->icon().isNull());
+    EXPECT_FALSE(actions[3]->icon().isNull());
+    EXPECT_TRUE(actions[3]->isCheckable());
+
+    // The tool bar's view entry and the help action follow their windows.
+    window->showToolbar(false);
+    EXPECT_TRUE(tools->isHidden());
+    EXPECT_FALSE(bar[1]->menu()->actions()[0]->isChecked());
+    actions[3]->trigger();
+    EXPECT_FALSE(window->quickStartDock()->isHidden());
+    window->quickStartDock()->close();
+    EXPECT_FALSE(actions[3]->isChecked());
+}
+
+TEST_F(WindowTest, TabsChooseHelpPageTestNameAndCsv)
+{
+    auto window = windowed();
+    QAction *csv = window->toolBar()->actions()[1];
+    EXPECT_FALSE(csv->isEnabled()); // nothing to save on the Initialization tab
+    const QStringList pages = {"ColorDifference_QuickStart.html", "ColorDifference_QuickStart.html",
+                               "MTF_QuickStart.html", "ColorUniformity_QuickStart.html"};
+    const QStringList names = {"Initialization", "Macbeth Chart Image Tests", "MTF",
+                               "Color Uniformity"};
+    const bool hasCsv[] = {false, true, false, true};
+    for (int tab : {1, 2, 3, 0, 3}) {
+        window->workflow()->setCurrentIndex(tab);
+        EXPECT_EQ(window->commandLineType(), names[tab]);
+        EXPECT_EQ(window->quickStartBrowser()->source().toString(), pages[tab]);
+        EXPECT_FALSE(window->quickStartBrowser()->toPlainText().isEmpty());
+        EXPECT_EQ(csv->isEnabled(), hasCsv[tab]) << tab;
+    }
+}
+
+TEST_F(WindowTest, LayoutRoundTripAndBadLayouts)
+{
+    auto window = windowed();
+    window->show();
+    QDockWidget *help = window->quickStartDock();
+    window->quickStart(true);
+    QTemporaryDir dir;
+    const QString good = dir.filePath("layout.ini");
+    ASSERT_TRUE(window->saveLayoutTo(good));
+    const QByteArray bytes = readAll(good);
+    ASSERT_GT(bytes.size(), 2);
+    EXPECT_EQ(static_cast<unsigned char>(bytes[0]), window->saveGeometry().size());
+
+    window->quickStart(false);
+    window->showToolbar(false);
+    ASSERT_TRUE(window->loadLayoutFrom(good));
+    EXPECT_FALSE(help->isHidden());
+    EXPECT_FALSE(window->toolBar()->isHidden());
+
+    // Bad files leave the window as it was.
+    const QByteArray geometryOnly = bytes.left(1 + static_cast<unsigned char>(bytes[0]));
+    const QList<QPair<QString, QByteArray>> bad = {
+            {"empty.ini", QByteArray()},
+            {"one byte.ini", bytes.left(1)},
+            {"cut in the geometry.ini", bytes.left(10)},
+            {"no state.ini", geometryOnly},
+            {"cut in the state.ini", bytes.left(geometryOnly.size() + 5)},
+            {"text.ini", "[General]\nGeometry=1\n"},
+            {"bad state.ini", geometryOnly + QByteArray(40, '\x5a')},
+    };
+    window->showToolbar(false);
+    const QByteArray state = window->saveState();
+    const QByteArray geometry = window->saveGeometry();
+    for (const auto &file : bad) {
+        const QString path = kestro::test::writeFile(dir, file.first, file.second);
+        EXPECT_EQ(boxesOf([&] { EXPECT_FALSE(window->loadLayoutFrom(path)); }),
+                  "Error: Error reading " + path + "\n");
+        EXPECT_EQ(window->saveState(), state) << file.first.toStdString();
+        EXPECT_EQ(window->saveGeometry(), geometry) << file.first.toStdString();
+    }
+    const QString missing = dir.filePath("missing.ini");
+    EXPECT_TRUE(boxesOf([&] {
+                    window->loadLayoutFrom(missing);
+                }).startsWith("Error: Failed to open " + missing + "\n"));
+    EXPECT_TRUE(boxesOf([&] {
+                    window->saveLayoutTo(dir.filePath("no/such/dir.ini"));
+                }).startsWith("Error: Failed to open "));
+
+    // Docks float and come back to their places.
+    help->setFloating(true);
+    window->dockWindows();
+    EXPECT_FALSE(help->isFloating());
+    EXPECT_EQ(window->dockWidgetArea(help), Qt::RightDockWidgetArea);
+}
+
+TEST_F(WindowTest, ConfigurationPathWithNativeSeparators)
+{
+    auto window = windowed();
+    const QString chosen = QDir::homePath() + "/tuning files/sensor 1.cfg";
+    window->setUserConfigPath(chosen);
+    EXPECT_EQ(window->userConfigPath(), QDir::toNativeSeparators(chosen));
+    EXPECT_EQ(window->findChild<QLineEdit *>("configFile")->text(),
+              QDir::toNativeSeparators(chosen));
+    // A cancelled dialog forgets the file but leaves the field.
+    window->setUserConfigPath(QString());
+    EXPECT_TRUE(window->userConfigPath().isEmpty());
+    EXPECT_EQ(window->findChild<QLineEdit *>("configFile")->text(),
+              QDir::toNativeSeparators(chosen));
+}
+
+TEST_F(WindowTest, ColorCorrectionActionsNeedASensor)
+{
+    auto window = windowed();
+    const QString temporary = QDir(QDir::tempPath()).filePath(".mirelon_tmp.ini");
+    QFile::remove(temporary);
+    for (auto action :
+         {&Kestro::applySettingsToSensor, &Kestro::saveToDefaultIni, &Kestro::saveToNewIni})
+        EXPECT_EQ(boxesOf([&] { (window.get()->*action)(); }), "Error: No Sensor Selected.\n");
+    EXPECT_FALSE(QFile::exists(temporary));
+    EXPECT_FALSE(QDir(m_home.filePath("XDG_DATA_HOME")).exists());
+
+    // With a sensor, the library refuses until a chart has been processed.
+    qputenv("KESTRO_DEMO_CAMERA", "KSD644");
+    boxesOf([&] { window->probeCameras(); });
+    ASSERT_TRUE(window->isCameraOpen());
+    const QString boxes = boxesOf([&] { window->applySettingsToSensor(); });
+    EXPECT_TRUE(boxes.startsWith("Error: Internal Error - unable to apply settings to sensor.\n"
+                                 "Error: No color chart has been processed"))
+            << boxes.toStdString();
+    EXPECT_FALSE(QFile::exists(temporary));
+    const QString defaultIni = window->camera()->defaultIniFile();
+    const QByteArray before = readAll(defaultIni);
+    EXPECT_TRUE(boxesOf([&] { window->saveToDefaultIni(); })
+                        .startsWith("Error: Unable to write into " + defaultIni
+                                    + ".\n\nNo color chart has been processed"));
+    EXPECT_EQ(readAll(defaultIni), before);
+    EXPECT_FALSE(window->colorCalibration()->CalibResSaved());
+
+    // Applying loads every preset of the file into the sensor, in order.
+    QTemporaryDir dir;
+    const QString ini = kestro::test::writeFile(
+            dir, "ccm.ini",
+            "; colour correction\n[Color Correction]\nCCM_RR=0x180\n[AWB]\nDIGITAL_GAIN_RED=300\n");
+    ASSERT_TRUE(window->loadPresetsIntoSensor(ini));
+    unsigned value = 0;
+    tl_ReadRegister(window->camera()->handle(), 0x3400, &value);
+    EXPECT_EQ(value, 0x180u);
+    tl_ReadRegister(window->camera()->handle(), 0x3058, &value);
+    EXPECT_EQ(value, 300u);
+    const QString bad = kestro::test::writeFile(dir, "bad.ini", "[Gains]\nDIGITAL_GAIN_RED=9999\n");
+    EXPECT_FALSE(window->loadPresetsIntoSensor(bad));
+}
+
+TEST_F(WindowTest, ProbeIdentifiesBoards)
+{
+    auto window = windowed();
+    EXPECT_EQ(boxesOf([&] { window->probeCameras(); }),
+              "Camera Not Found: Unable to detect a camera.\n\nSelect a camera on the "
+              "Initialization page if desired.\n");
+
+    qputenv("KESTRO_DEMO_CAMERA", "KSD644-REV2-DEV3");
+    EXPECT_EQ(boxesOf([&] { window->probeCameras(); }),
+              "Camera Found: Detected KSD644 - KSD644C Rev 2\n");
+    EXPECT_TRUE(window->isCameraOpen());
+    EXPECT_EQ(window->sensorTypeBox()->currentText(), "KSD644");
+    EXPECT_EQ(window->sensorRevisionBox()->currentText(), "Revision 2");
+    EXPECT_TRUE(boxesOf([&] { window->checkSensorSelected(); }).isEmpty());
+
+    qputenv("KESTRO_DEMO_CAMERA", "KSV800");
+    EXPECT_EQ(boxesOf([&] { window->probeCameras(); }),
+              "Camera Found: Detected KSV800 - KSV800C Rev 1\n\nThis sensor is currently not "
+              "supported by Kestro.\n");
+    EXPECT_FALSE(window->isCameraOpen());
+
+    // A part number of the previous generation is shown under the current
+    // prefix.
+    QTemporaryDir dir;
+    kestro::test::writeFile(dir, "TSQ100-REV1.sdat",
+                            "[Sensor]\nName=TSQ100\nAlternateName=TSQ100C\nPartId=0x99\n"
+                            "Revision=1\n[Frame]\nWidth=16\nHeight=8\nBitsPerPixel=10\n");
+    const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(dir.path()));
+    qputenv("KESTRO_DEMO_CAMERA", "1");
+    const QString text = boxesOf([&] { window->probeCameras(); });
+    qputenv("KESTRO_SENSOR_DATA", saved);
+    EXPECT_TRUE(text.contains("Camera Found: Detected KSQ100 - KSQ100C Rev 1\n\nThis sensor"))
+            << text.toStdString();
+}
+
+TEST_F(WindowTest, ManualAndHelpPagesAreComplete)
+{
+    const QString manual = Kestro::manualPath();
+    ASSERT_FALSE(manual.isEmpty());
+    QStringList pages = {manual};
+    for (const char *page : {"ColorDifference_QuickStart.html", "MTF_QuickStart.html",
+                             "ColorUniformity_QuickStart.html"})
+        pages << QStringLiteral(":/Kestro/Resources/") + page;
+    // Every picture a page shows is there.
+    const QRegularExpression image(QStringLiteral("<img[^>]*src=\"([^\"]+)\""));
+    for (const QString &page : pages) {
+        const QString text = QString::fromUtf8(readAll(page));
+        ASSERT_FALSE(text.isEmpty()) << page.toStdString();
+        const QDir base = QFileInfo(page).dir();
+        int pictures = 0;
+        for (auto it = image.globalMatch(text); it.hasNext(); ++pictures) {
+            const QString src = it.next().captured(1);
+            EXPECT_TRUE(QFileInfo::exists(base.filePath(src)))
+                    << page.toStdString() << ": " << src.toStdString();
+        }
+        EXPECT_GT(pictures, 0) << page.toStdString();
+    }
 }
 
 TEST(KestroWindow, BatchStartUpInitialisesSynchronously)
@@ -112,10 +442,14 @@ TEST(KestroWindow, MissingRuntimeLeavesTheLibraryUninitialised)
 
 TEST(KestroWindow, MtfKeysAndTheInlineRegion)
 {
+    // The runner sets the region only for a picture that loads.
+    QTemporaryDir dir;
+    const std::string in = kestro::test::saveImage(dir, "in.png", QImage(8, 8, QImage::Format_RGB32))
+                                   .toStdString();
     auto window = batchWindow("MTF");
-    run(*window, {"KestroLoader", "MTF", "in.png", "out.html", "X1=10", "Y1=20", "X2=5", "Y2=60"});
+    run(*window, {"KestroLoader", "MTF", in, "out.html", "X1=10", "Y1=20", "X2=5", "Y2=60"});
     EXPECT_EQ(window->mtfInlineRegion(), QRect(5, 20, 5, 40));
-    EXPECT_EQ(window->mtfImagePath(), "in.png");
+    EXPECT_EQ(window->mtfImagePath().toStdString(), in);
     EXPECT_EQ(window->mtfReportPath(), "out.html");
     EXPECT_EQ(window->exitCode(), 0);
 
@@ -124,19 +458,19 @@ TEST(KestroWindow, MtfKeysAndTheInlineRegion)
     // everything after the first "=".
     window = batchWindow("MTF");
     run(*window,
-        {"KestroLoader", "MTF", "a", "b", "x10=3", "y1=4", "X2", "x2=8=9", "Y2=12", "gAmMa=0.45"});
+        {"KestroLoader", "MTF", in, "b", "x10=3", "y1=4", "X2", "x2=8=9", "Y2=12", "gAmMa=0.45"});
     EXPECT_EQ(window->mtfInlineRegion(), QRect(0, 4, 3, 8)); // x2 = "8=9" does not convert: 0
     EXPECT_DOUBLE_EQ(window->mtfGamma(), 0.45);
 
     window = batchWindow("MTF");
     run(*window,
-        {"KestroLoader", "MTF", "a", "b", "x10=3", "y1=4", "X2", "x2=8", "Y2=12", "Gamma=abc"});
+        {"KestroLoader", "MTF", in, "b", "x10=3", "y1=4", "X2", "x2=8", "Y2=12", "Gamma=abc"});
     EXPECT_EQ(window->mtfInlineRegion(), QRect(3, 4, 5, 8));
     EXPECT_DOUBLE_EQ(window->mtfGamma(), 0.0);
 
     // ROI= switches the inline region off.
     window = batchWindow("MTF");
-    run(*window, {"KestroLoader", "MTF", "a", "b", "ROI=r.roi", "X1=1", "Y1=1", "X2=5", "Y2=5"});
+    run(*window, {"KestroLoader", "MTF", in, "b", "ROI=r.roi", "X1=1", "Y1=1", "X2=5", "Y2=5"});
     EXPECT_TRUE(window->roiFileGiven());
     EXPECT_EQ(window->roiFilePath(), "r.roi");
     EXPECT_TRUE(window->mtfInlineRegion().isNull());
@@ -144,7 +478,7 @@ TEST(KestroWindow, MtfKeysAndTheInlineRegion)
     // Extreme corners do not overflow.
     window = batchWindow("MTF");
     run(*window,
-        {"KestroLoader", "MTF", "a", "b", "X1=-2147483648", "Y1=0", "X2=2147483647", "Y2=1"});
+        {"KestroLoader", "MTF", in, "b", "X1=-2147483648", "Y1=0", "X2=2147483647", "Y2=1"});
     EXPECT_EQ(window->mtfInlineRegion().left(), -2147483647 - 1);
     EXPECT_EQ(window->mtfInlineRegion().width(), 2147483647);
 }
