@@ -2,6 +2,7 @@
 
 #include <QReadLocker>
 #include <QWriteLocker>
+#include <cmath>
 
 namespace kestro {
 
@@ -27,7 +28,35 @@ void UniformityRasterData::copyGrid(const UniformityData &source)
 
 double UniformityRasterData::value(double x, double y) const
 {
-    return valueAt(x, y);
+    if (!m_renderingActive || m_rendering.empty() || std::isnan(x) || std::isnan(y))
+        return valueAt(x, y);
+    auto clampIndex = [](double v, int count) {
+        if (!(v >= 0.0))
+            return 0;
+        return v >= count ? count - 1 : static_cast<int>(v);
+    };
+    const int col = clampIndex(x, m_renderingCols);
+    const int row = clampIndex(y, m_renderingRows);
+    return m_rendering[static_cast<std::size_t>(col) * m_renderingRows + row];
+}
+
+void UniformityRasterData::initRaster(const QRectF &area, const QSize &raster)
+{
+    QwtRasterData::initRaster(area, raster);
+    // The grid changes only on the thread that renders, never between these
+    // three reads.
+    m_rendering = grid();
+    m_renderingCols = cols();
+    m_renderingRows = rows();
+    m_renderingActive = m_rendering.size()
+                        == static_cast<std::size_t>(m_renderingCols) * m_renderingRows;
+}
+
+void UniformityRasterData::discardRaster()
+{
+    m_renderingActive = false;
+    std::vector<double>().swap(m_rendering);
+    QwtRasterData::discardRaster();
 }
 
 QRectF UniformityRasterData::pixelHint(const QRectF &) const

@@ -26,6 +26,11 @@ public:
 
     // The value of the cell containing (x, y), the index clamped to the grid.
     double value(double x, double y) const override;
+    // While the chart renders (between these two calls) values are read
+    // from a copy of the grid taken under the lock, so that the many
+    // lookups of one rendering do not each take the lock.
+    void initRaster(const QRectF &area, const QSize &raster) override;
+    void discardRaster() override;
     // One grid cell: the chart renders the grid at its own resolution and
     // scales it, instead of asking for a value per screen pixel.
     QRectF pixelHint(const QRectF &area) const override;
@@ -37,6 +42,10 @@ public:
     UniformityContour contour() const;
 
 private:
+    std::vector<double> m_rendering; // the copy read while rendering
+    int m_renderingCols = 0;
+    int m_renderingRows = 0;
+    bool m_renderingActive = false;
     UniformityColorMap m_colorMap = UniformityColorMap::Standard;
     UniformityContour m_contour;
 };
