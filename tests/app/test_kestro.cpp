@@ -215,6 +215,15 @@ TEST_F(WindowTest, MenusAndToolBar)
     EXPECT_FALSE(actions[3]->icon().isNull());
     EXPECT_TRUE(actions[3]->isCheckable());
 
+    // The shortcuts work from the window, also with the tool bar hidden.
+    QApplication::setActiveWindow(window.get());
+    QTest::keyClick(window.get(), Qt::Key_H, Qt::ControlModifier);
+    EXPECT_FALSE(window->quickStartDock()->isHidden());
+    QTest::keyClick(window.get(), Qt::Key_B, Qt::ControlModifier);
+    EXPECT_TRUE(tools->isHidden());
+    QTest::keyClick(window.get(), Qt::Key_H, Qt::ControlModifier);
+    EXPECT_TRUE(window->quickStartDock()->isHidden());
+
     // The tool bar's view entry and the help action follow their windows.
     window->showToolbar(false);
     EXPECT_TRUE(tools->isHidden());
