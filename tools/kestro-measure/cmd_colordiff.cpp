@@ -1,7 +1,10 @@
-// kestro-measure colordiff IMAGE ROIFILE: colour difference of a 24-patch
-// Macbeth chart. The image is loaded as a frame, the 24 regions of the ROI
-// file are rounded outwards to whole pixels and measured, and the per-patch
-// results and the summary print as one JSON object.
+// kestro-measure colordiff IMAGE ROIFILE [--report FILE.html] [--threshold T]:
+// colour difference of a 24-patch Macbeth chart. The image is loaded as a
+// frame, the 24 regions of the ROI file are rounded outwards to whole pixels
+// and measured, and the per-patch results and the summary print as one JSON
+// object. --report writes the HTML report with its picture folder as the
+// chart page does; --threshold T ends with status 3 when the largest dE00
+// exceeds T (a pass/fail check for test stations).
 
 #include "command.h"
 #include "json.h"
@@ -14,7 +17,15 @@
 #include <QFileInfo>
 #include <QVector>
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+
+#ifdef KESTRO_HAVE_COLOR_PAGE
+#include "imaging/gui/macbethframeview.h"
+#include "measure/color/gui/macbethchartpage.h"
+
+#include <QApplication>
+#endif
 
 namespace {
 
@@ -76,12 +87,74 @@ void writePatch(JsonWriter &w, const QStdMacbethChartColorDifference &model, int
     w.endObject();
 }
 
+struct Options
+{
+    QStringList positional;
+    QString report;
+    bool hasThreshold = false;
+    double threshold = 0.0;
+};
+
+bool parseOptions(const QStringList &args, Options *options)
+{
+    for (int i = 0; i < args.size(); ++i) {
+        const QString &arg = args[i];
+        if (arg == QLatin1String("--report") && i + 1 < args.size()) {
+            options->report = args[++i];
+            if (options->report.isEmpty())
+                return false;
+        } else if (arg == QLatin1String("--threshold") && i + 1 < args.size()) {
+            bool ok = false;
+            options->threshold = args[++i].toDouble(&ok);
+            if (!ok || !std::isfinite(options->threshold))
+                return false;
+            options->hasThreshold = true;
+        } else if (arg.startsWith(QLatin1String("--"))) {
+            return false;
+        } else {
+            options->positional << arg;
+        }
+    }
+    return options->positional.size() == 2;
+}
+
+// The chart page's report over the same picture and regions, drawn on the
+// offscreen platform.
+bool writeReport(const CFrame &frame, const QVector<QRect> &rects, const QString &path,
+                 QString *error)
+{
+#ifdef KESTRO_HAVE_COLOR_PAGE
+    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
+        *error = QStringLiteral("the report pictures cannot be drawn in this run");
+        return false;
+    }
+    MacbethChartPage page;
+    page.setBatchMode(true);
+    page.resize(1400, 900);
+    page.frameView()->addFrame(frame);
+    for (const QRect &r : rects)
+        page.frameView()->view()->addRegion(QRectF(r));
+    if (!page.processMacbethChart()) {
+        *error = QStringLiteral("the chart could not be processed");
+        return false;
+    }
+    return page.writeColorDifferenceReport(path, false, error);
+#else
+    Q_UNUSED(frame);
+    Q_UNUSED(rects);
+    Q_UNUSED(path);
+    *error = QStringLiteral("this build has no chart page to draw the report");
+    return false;
+#endif
+}
+
 int runColorDiff(const QStringList &args)
 {
-    if (args.size() != 2)
+    Options options;
+    if (!parseOptions(args, &options))
         return measure::usageError("colordiff");
-    const QString imagePath = args[0];
-    const QString roiPath = args[1];
+    const QString imagePath = options.positional[0];
+    const QString roiPath = options.positional[1];
 
     CFrame frame;
     if (!QFileInfo(imagePath).isFile() || !frame.load(imagePath) || frame.image().isNull())
@@ -109,6 +182,17 @@ int runColorDiff(const QStringList &args)
     const bool ok = model.setMeasuredRegions(frame.image(), patchRects);
     if (ok)
         model.calculateStatistics();
+    if (!options.report.isEmpty()) {
+        if (!ok) {
+            std::fprintf(stderr, "kestro-measure: no report written: %s\n",
+                         model.errorText().toLocal8Bit().constData());
+        } else if (!writeReport(frame, rects, options.report, &error)) {
+            return measure::fail(QStringLiteral("cannot write the report ") + options.report
+                                 + QStringLiteral(": ") + error);
+        }
+    }
+    const bool exceeded = ok && options.hasThreshold
+                          && double(model.summary().dE00Maximum) > options.threshold;
 
     w.beginObject().field("ok", ok).field("error", model.errorText());
     w.key("patches").beginArray();
@@ -132,12 +216,15 @@ int runColorDiff(const QStringList &args)
         w.field("grayROverGAverage", double(s.grayROverGAverage));
         w.field("grayBOverGAverage", double(s.grayBOverGAverage));
         w.endObject();
+        if (options.hasThreshold)
+            w.field("thresholdExceeded", exceeded);
     }
     w.endObject();
     measure::printJson(w.text());
-    return ok ? 0 : 2;
+    return !ok ? 2 : exceeded ? 3 : 0;
 }
 
 } // namespace
 
-KESTRO_MEASURE_COMMAND("colordiff", "IMAGE ROIFILE", runColorDiff);
+KESTRO_MEASURE_COMMAND("colordiff", "IMAGE ROIFILE [--report FILE.html] [--threshold T]",
+                       runColorDiff);

@@ -1,17 +1,28 @@
-// kestro-measure noise ROIFILE FRAME [FRAME...]: per-patch signal and noise
-// over a frame set. The frames are loaded and accumulated one at a time, so
-// a long set needs no more memory than two frames.
+// kestro-measure noise ROIFILE FRAME [FRAME...] [--report FILE.html]
+// [--csv FILE.csv]: per-patch signal and noise over a frame set. The frames
+// are loaded and accumulated one at a time, so a long set needs no more
+// memory than two frames. --report writes the noise report with its chart
+// pictures as the chart page does, --csv the noise section of the
+// measurement CSV.
 
 #include "command.h"
 #include "json.h"
 
 #include "imaging/frame.h"
 #include "imaging/roifile.h"
+#include "measure/color/macbethexport.h"
 #include "measure/noise/noiseengine.h"
 
+#include <QDir>
 #include <QVector>
 #include <cmath>
 #include <memory>
+
+#ifdef KESTRO_HAVE_COLOR_PAGE
+#include "measure/color/gui/macbethchartpage.h"
+
+#include <QApplication>
+#endif
 
 namespace {
 
@@ -51,16 +62,90 @@ void writeChannel(JsonWriter &w, const NoisePatchResult &patch, int c)
     w.endObject();
 }
 
+struct Options
+{
+    QStringList positional;
+    QString report;
+    QString csv;
+};
+
+bool parseOptions(const QStringList &args, Options *options)
+{
+    for (int i = 0; i < args.size(); ++i) {
+        const QString &arg = args[i];
+        QString *value = arg == QLatin1String("--report") ? &options->report
+                         : arg == QLatin1String("--csv")  ? &options->csv
+                                                          : nullptr;
+        if (value) {
+            if (i + 1 >= args.size() || args[i + 1].isEmpty())
+                return false;
+            *value = args[++i];
+        } else if (arg.startsWith(QLatin1String("--"))) {
+            return false;
+        } else {
+            options->positional << arg;
+        }
+    }
+    return options->positional.size() >= 2;
+}
+
+// The chart page's noise report over these results, drawn on the offscreen
+// platform.
+bool writeReport(const QVector<NoisePatchResult> &results, const QStringList &files,
+                 const QString &path, QString *error)
+{
+#ifdef KESTRO_HAVE_COLOR_PAGE
+    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
+        *error = QStringLiteral("the report pictures cannot be drawn in this run");
+        return false;
+    }
+    MacbethChartPage page;
+    page.setBatchMode(true);
+    page.resize(1400, 900);
+    page.showNoiseResults(results, files);
+    return page.writeNoiseReport(path, error);
+#else
+    Q_UNUSED(results);
+    Q_UNUSED(files);
+    Q_UNUSED(path);
+    *error = QStringLiteral("this build has no chart page to draw the report");
+    return false;
+#endif
+}
+
+// Writes the requested report and CSV; 0, or 1 after a message.
+int writeOutputs(const Options &options, const QVector<NoisePatchResult> &results,
+                 const QStringList &files)
+{
+    QStringList names;
+    for (const QString &file : files)
+        names << QDir::toNativeSeparators(file);
+    QString error;
+    if (!options.csv.isEmpty()) {
+        MeasurementCsvData data;
+        data.frameFiles = names;
+        data.noise = &results;
+        if (!saveTextFile(options.csv, measurementCsv(data, false, true), &error))
+            return measure::fail(QStringLiteral("cannot write ") + options.csv
+                                 + QStringLiteral(": ") + error);
+    }
+    if (!options.report.isEmpty() && !writeReport(results, names, options.report, &error))
+        return measure::fail(QStringLiteral("cannot write the report ") + options.report
+                             + QStringLiteral(": ") + error);
+    return 0;
+}
+
 int runNoise(const QStringList &args)
 {
-    if (args.size() < 2)
+    Options options;
+    if (!parseOptions(args, &options))
         return measure::usageError("noise");
     QVector<QRect> patches;
     QString error;
-    if (!readPatches(args[0], &patches, &error))
+    if (!readPatches(options.positional[0], &patches, &error))
         return measure::fail(error);
 
-    const QStringList files = args.mid(1);
+    const QStringList files = options.positional.mid(1);
     NoiseAccumulator acc;
     QString refusal;
     for (int i = 0; i < files.size(); ++i) {
@@ -74,6 +159,13 @@ int runNoise(const QStringList &args)
             refusal = acc.errorMessage();
     }
 
+    const QVector<NoisePatchResult> results = refusal.isEmpty() ? acc.results()
+                                                                : QVector<NoisePatchResult>();
+    if (refusal.isEmpty()) {
+        if (const int status = writeOutputs(options, results, files))
+            return status;
+    }
+
     JsonWriter w;
     w.beginObject();
     w.field("ok", refusal.isEmpty());
@@ -81,7 +173,6 @@ int runNoise(const QStringList &args)
     w.field("frames", static_cast<int>(files.size()));
     w.key("patches").beginArray();
     if (refusal.isEmpty()) {
-        const QVector<NoisePatchResult> results = acc.results();
         for (int p = 0; p < results.size(); ++p) {
             const NoisePatchResult &patch = results[p];
             w.beginObject();
@@ -102,4 +193,5 @@ int runNoise(const QStringList &args)
 
 } // namespace
 
-KESTRO_MEASURE_COMMAND("noise", "ROIFILE FRAME [FRAME...]", runNoise);
+KESTRO_MEASURE_COMMAND("noise", "ROIFILE FRAME [FRAME...] [--report FILE.html] [--csv FILE.csv]",
+                       runNoise);

@@ -3,12 +3,14 @@
 
 #include "command.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace kestro::measure {
@@ -69,6 +71,18 @@ static int finishOutput(int status)
     return 1;
 }
 
+// A run that writes a report (--report) draws its pictures with widgets, on
+// the offscreen platform unless another one is asked for: the tool never
+// needs a display.
+static bool drawsReportPictures(int argc, char **argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--report") == 0)
+            return true;
+    }
+    return false;
+}
+
 static void printUsage(FILE *out)
 {
     std::vector<Command> sorted = commands();
@@ -89,8 +103,15 @@ int main(int argc, char **argv)
     // a silent death by signal.
     std::signal(SIGPIPE, SIG_IGN);
 #endif
-    QCoreApplication app(argc, argv);
-    QStringList args = app.arguments();
+    std::unique_ptr<QCoreApplication> app;
+    if (drawsReportPictures(argc, argv)) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
+    QStringList args = app->arguments();
     args.removeFirst();
     if (args.isEmpty() || args.first() == QLatin1String("--help")
         || args.first() == QLatin1String("-h")) {

@@ -393,11 +393,18 @@ bool MacbethChartPage::calculateNoise()
         message(QMessageBox::Warning, tr(kNoiseTitle), error);
         return false;
     }
+    showNoiseResults(results, files);
+    return true;
+}
+
+void MacbethChartPage::showNoiseResults(const QVector<NoisePatchResult> &results,
+                                        const QStringList &frameFiles)
+{
+    initNoiseCharts();
     m_noiseResults = results;
-    m_noiseFrameFiles = files;
+    m_noiseFrameFiles = frameFiles;
     updateSnrCharts(m_noiseResults, m_noiseChart, m_noiseGrayPlot);
     showNoiseReport();
-    return true;
 }
 
 void MacbethChartPage::noiseGraphSelChanged(int curSel)

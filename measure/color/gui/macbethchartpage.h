@@ -57,6 +57,10 @@ public:
 
     // Clears the noise results and sets up the noise charts (once).
     void initNoiseCharts();
+    // Takes noise results measured elsewhere over `frameFiles`: charts and
+    // report as after calculateNoise.
+    void showNoiseResults(const QVector<kestro::NoisePatchResult> &results,
+                          const QStringList &frameFiles);
 
     macbethFrameView *frameView() const { return m_frameView; }
     QStdMacbethChartColorDifference &colorDifference() { return m_model; }

@@ -2,10 +2,10 @@
 // chart photograph.
 
 #include "chartimage.h"
-#include "measure/color/macbethcolordifference.h"
 #include "testsupport.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -69,7 +69,7 @@ CommandRun colordiff(const QString &image, const QString &roi)
 
 } // namespace
 
-TEST(ColordiffCommand, GeneratedChartMatchesTheModel)
+TEST(ColordiffCommand, GeneratedChartAgainstReferenceValues)
 {
     QTemporaryDir dir;
     auto chart = makeChart(kColours);
@@ -84,40 +84,48 @@ TEST(ColordiffCommand, GeneratedChartMatchesTheModel)
     EXPECT_TRUE(run.json["ok"].toBool());
     EXPECT_EQ(run.json["error"].toString(), "");
 
-    chart.rects[1] = QRect(int(rects[1].left()), int(rects[1].top()), 11, 10);
-    QStdMacbethChartColorDifference model;
-    ASSERT_TRUE(model.setMeasuredRegions(chart.image, chart.rects));
-    model.calculateStatistics();
-
+    // Reference values from an independent implementation of the sRGB
+    // decoding, the L*a*b* conversion (white 95.0, 100, 108.9) and CIEDE2000
+    // (dC00 with S_L x 1000, dH00 with S_L and S_C x 1000).
+    struct Reference
+    {
+        int patch;
+        double L, a, b, dE00, dC00, dH00, saturation, rOverG, bOverG;
+    };
+    const Reference references[] = {
+            {1, 38.0155681905, 11.8395810763, 13.6639463641, 0.527510430627, 0.33713769585,
+             0.336825617798, 0.662826300438, 2.03186535156, 0.685091557599},
+            {13, 30.3522176432, 26.4790211831, -49.6680457412, 2.96404719111, 2.90944654623,
+             3.22352119472, 0.870334819016, 0.847448025516, 6.53566376944},
+            {16, 80.7024727263, -3.59601309636, 77.555404608, 1.60690142961, 1.59558499396,
+             1.5059358971, 0.982853164687, 1.39917352002, 0.0239913979228},
+            {22, 51.1947408047, -0.149082633094, 0.545965235462, 0.863414878494, 0.800474603456,
+             0.734531545567, 0.0175531075084, 1.0, 0.982446892492},
+    };
     const QJsonArray patches = run.json["patches"].toArray();
     ASSERT_EQ(patches.size(), 24);
-    for (int i = 0; i < 24; ++i) {
-        const QJsonObject p = patches[i].toObject();
-        const MacbethPatch &m = model.patch(i);
-        EXPECT_EQ(p["patch"].toInt(), i + 1);
-        // %.17g round-trips: the numbers are the model's to the last bit.
-        EXPECT_EQ(p["R"].toDouble(), m.R);
-        EXPECT_EQ(p["L"].toDouble(), m.L);
-        EXPECT_EQ(p["b"].toDouble(), m.b);
-        EXPECT_EQ(p["refA"].toDouble(), m.refA);
-        EXPECT_EQ(p["dE00"].toDouble(), m.dE00);
-        EXPECT_EQ(p["dC00"].toDouble(), m.dC00);
-        EXPECT_EQ(p["dH00"].toDouble(), m.dH00);
-        EXPECT_EQ(p["saturation"].toDouble(), m.saturation);
-        EXPECT_EQ(p["chroma"].toDouble(), m.chroma);
-        EXPECT_EQ(p["rOverG"].toDouble(), m.rOverG);
-        EXPECT_EQ(p["bOverG"].toDouble(), m.bOverG);
-        EXPECT_EQ(p["pixels"].toInt(), i == 1 ? 110 : 144);
+    for (const Reference &r : references) {
+        const QJsonObject p = patches[r.patch - 1].toObject();
+        EXPECT_EQ(p["patch"].toInt(), r.patch);
+        const QPair<const char *, double> fields[] = {{"L", r.L},
+                                                      {"a", r.a},
+                                                      {"b", r.b},
+                                                      {"dE00", r.dE00},
+                                                      {"dC00", r.dC00},
+                                                      {"dH00", r.dH00},
+                                                      {"saturation", r.saturation},
+                                                      {"rOverG", r.rOverG},
+                                                      {"bOverG", r.bOverG}};
+        for (const auto &f : fields)
+            EXPECT_NEAR(p[f.first].toDouble(), f.second, 1e-9) << r.patch << " " << f.first;
     }
+    EXPECT_EQ(patches[0].toObject()["pixels"].toInt(), 144);
+    EXPECT_EQ(patches[1].toObject()["pixels"].toInt(), 110);
     const QJsonObject s = run.json["summary"].toObject();
-    const ColorDifferenceSummary &ms = model.summary();
-    EXPECT_EQ(s["dE00"]["average"].toDouble(), double(ms.dE00Average));
-    EXPECT_EQ(s["dE00"]["percentile95"].toDouble(), double(ms.dE00Percentile95));
-    EXPECT_EQ(s["dE00"]["maximumIndex"].toInt(), ms.dE00MaximumIndex);
-    EXPECT_EQ(s["dH00"]["minimumIndex"].toInt(), ms.dH00MinimumIndex);
+    EXPECT_NEAR(s["dE00"]["maximum"].toDouble(), 2.96404719111, 1e-6);
+    EXPECT_EQ(s["dE00"]["maximumIndex"].toInt(), 12);
+    EXPECT_NEAR(s["dE00"]["average"].toDouble(), 1.41652598396, 1e-6);
     EXPECT_EQ(s["saturation"]["maximumIndex"].toInt(), -1);
-    EXPECT_EQ(s["saturation"]["minimumIndex"].toInt(), ms.saturationMinimumIndex);
-    EXPECT_EQ(s["grayBOverGAverage"].toDouble(), double(ms.grayBOverGAverage));
 }
 
 TEST(ColordiffCommand, RefusalsPrintJsonAndExitTwo)
@@ -239,4 +247,55 @@ TEST(ColordiffCommand, RealChartPhotograph)
     EXPECT_LT(s["dE00"]["average"].toDouble(), 15.0);
     EXPECT_LT(s["dH00"]["average"].toDouble(), 6.0); // hues agree when the patch order is right
     EXPECT_GT(s["dE00"]["maximum"].toDouble(), s["dE00"]["percentile95"].toDouble() - 1e-6);
+}
+
+TEST(ColordiffCommand, ThresholdAndReport)
+{
+    QTemporaryDir dir;
+    const auto chart = makeChart(kColours, 24, 8);
+    const QString image = test::saveImage(dir, "chart.png", chart.image);
+    QVector<QRectF> rects = toF(chart.rects);
+    const QString roi = writeRoi(dir, "chart.roi", rects);
+    auto run = [&](const QStringList &extra) {
+        return test::runProcess(test::measureToolPath(),
+                                QStringList{"colordiff", image, roi} + extra);
+    };
+    // The largest dE00 of this chart is 2.964 (patch 13).
+    test::ProcessResult r = run({"--threshold", "3"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_FALSE(test::parseJsonOutput(r)["thresholdExceeded"].toBool());
+    r = run({"--threshold", "2.9"});
+    EXPECT_EQ(r.exitCode, 3);
+    EXPECT_TRUE(test::parseJsonOutput(r)["thresholdExceeded"].toBool());
+    for (const QStringList &bad : {QStringList{"--threshold", "abc"}, QStringList{"--threshold"},
+                                   QStringList{"--report"}, QStringList{"--colour"}}) {
+        r = run(bad);
+        EXPECT_EQ(r.exitCode, 1) << bad.join(' ').toStdString();
+        EXPECT_TRUE(r.out.isEmpty());
+    }
+
+    // The report and its pictures, as the chart page writes them.
+    const QString report = dir.filePath("run 1.a.html");
+    r = run({"--report", report, "--threshold", "2.9"});
+    ASSERT_EQ(r.exitCode, 3) << r.err.constData();
+    QFile html(report);
+    ASSERT_TRUE(html.open(QIODevice::ReadOnly));
+    const QByteArray text = html.readAll();
+    EXPECT_TRUE(text.contains("<title>Macbeth Color Chart Results</title>"));
+    EXPECT_TRUE(text.contains("<img src=\".\\run 1_files\\run 1_macbethRegions.png\">"));
+    for (const char *picture : {"run 1_macbethRegions.png", "run 1.png", "run 1_GrayChart.png"})
+        EXPECT_GT(QFileInfo(dir.filePath(QString("run 1_files/") + picture)).size(), 0) << picture;
+
+    // Nothing is written where it cannot be, nor when the chart is refused.
+    r = run({"--report", dir.filePath("missing/r.html")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.err.contains("cannot write the report"));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("missing")));
+    rects[4] = QRectF(-5, 0, 4, 4);
+    r = test::runProcess(test::measureToolPath(),
+                         {"colordiff", image, writeRoi(dir, "off.roi", rects), "--report",
+                          dir.filePath("off.html")});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("off.html")));
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("off_files")));
 }

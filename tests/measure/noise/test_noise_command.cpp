@@ -1,8 +1,9 @@
 // kestro-measure noise, run as a process.
-#include "imaging/srgb.h"
 #include "testsupport.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -49,15 +50,15 @@ TEST(NoiseCommand, MeasuresPatchesOfAFrameSet)
     EXPECT_EQ(red["name"].toString(), "R");
     EXPECT_EQ(channels[1].toObject()["name"].toString(), "G");
     EXPECT_EQ(channels[2].toObject()["name"].toString(), "B");
-    const double lo = kestro::srgbToLinear(100 / 255.0) * 255,
-                 hi = kestro::srgbToLinear(200 / 255.0) * 255;
-    EXPECT_NEAR(red["signal"].toDouble(), (lo + hi) / 2, 1e-9);
-    EXPECT_NEAR(red["overall"].toDouble(), (hi - lo) / 2, 1e-9);
-    EXPECT_NEAR(red["temporal"].toDouble(), (hi - lo) / 2, 1e-9);
-    EXPECT_NEAR(red["rowTemporal"].toDouble(), (hi - lo) / 2, 1e-9);
+    // sRGB 100 and 200 decode to 32.4966085111 and 147.283012310 on the
+    // 0..255 linear scale.
+    EXPECT_NEAR(red["signal"].toDouble(), 89.8898104103, 1e-9);
+    EXPECT_NEAR(red["overall"].toDouble(), 57.3932018992, 1e-9);
+    EXPECT_NEAR(red["temporal"].toDouble(), 57.3932018992, 1e-9);
+    EXPECT_NEAR(red["rowTemporal"].toDouble(), 57.3932018992, 1e-9);
     EXPECT_NEAR(red["fpn"].toDouble(), 0.0, 1e-9);
-    EXPECT_NEAR(red["snr"].toDouble(), (lo + hi) / (hi - lo), 1e-9);
-    EXPECT_NEAR(red["snrDb"].toDouble(), 20 * std::log10((lo + hi) / (hi - lo)), 1e-9);
+    EXPECT_NEAR(red["snr"].toDouble(), 1.56621006384, 1e-9);
+    EXPECT_NEAR(red["snrDb"].toDouble(), 3.89700020484, 1e-9);
     // Zero noise: the ratio is infinite and prints as a string.
     EXPECT_EQ(channels[1].toObject()["snr"].toString(), "inf");
 }
@@ -136,4 +137,51 @@ TEST(NoiseCommand, SingleGrayFrameUsesFpn)
     EXPECT_EQ(c["temporal"].toDouble(), 0.0);
     EXPECT_DOUBLE_EQ(c["snr"].toDouble(), 10.0);
     EXPECT_DOUBLE_EQ(c["snrDb"].toDouble(), 20.0);
+}
+
+TEST(NoiseCommand, ReportAndCsv)
+{
+    QTemporaryDir dir;
+    // Two flat gray frames, 90 and 110: every figure is exact.
+    auto grayFrame = [&](const char *name, int level) {
+        QImage gray(16, 12, QImage::Format_Grayscale8);
+        gray.fill(QColor(level, level, level));
+        return saveImage(dir, name, gray.convertToFormat(QImage::Format_Indexed8));
+    };
+    const QString a = grayFrame("a.bmp", 90);
+    const QString b = grayFrame("b.bmp", 110);
+    const QString roi = writeFile(dir, "chart.roi",
+                                  "[patches]\n1\\left=0\n1\\top=0\n1\\width=10\n1\\height=10\n"
+                                  "size=1\n");
+    const QString report = dir.filePath("noise.run.html");
+    const QString csv = dir.filePath("noise.csv");
+    ProcessResult r = runProcess(measureToolPath(),
+                                 {"noise", roi, a, b, "--report", report, "--csv", csv});
+    ASSERT_EQ(r.exitCode, 0) << r.err.constData();
+    QFile html(report);
+    ASSERT_TRUE(html.open(QIODevice::ReadOnly));
+    const QByteArray text = html.readAll();
+    EXPECT_TRUE(text.startsWith("<center><H1>Noise Measurement Results</H1></center>"));
+    EXPECT_TRUE(text.contains("<img src=\".\\noise_files\\noise_GrayChart.png\">"));
+    EXPECT_GT(QFileInfo(dir.filePath("noise_files/noise.png")).size(), 0);
+    QFile table(csv);
+    ASSERT_TRUE(table.open(QIODevice::ReadOnly));
+    EXPECT_EQ(table.readAll().toStdString(),
+              ("The file list:\n1, " + QDir::toNativeSeparators(a).toUtf8() + "\n2, "
+               + QDir::toNativeSeparators(b).toUtf8()
+               + "\n\n\nPatch , Channel , Signal, SNR , Overall, FPN, Column FPN, Row FPN, "
+                 "Temporal, Row Temporal, Column temporal\n"
+                 "1, Mono, 100, 10, 10, 0, 0, 0, 10, 10, 10, \n")
+                      .toStdString());
+
+    // Refused or unwritable: no files, the usual statuses.
+    r = runProcess(measureToolPath(), {"noise", roi, a, saveImage(dir, "w.png", rgbFrame(41, 30, 1)),
+                                       "--csv", dir.filePath("refused.csv")});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath("refused.csv")));
+    r = runProcess(measureToolPath(), {"noise", roi, a, "--csv", dir.filePath("no/x.csv")});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.out.isEmpty());
+    r = runProcess(measureToolPath(), {"noise", roi, a, "--report"});
+    EXPECT_EQ(r.exitCode, 1);
 }
