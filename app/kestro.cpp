@@ -67,8 +67,6 @@ const char kSensorRevisionKey[] = "Kestro/SensorRevision";
 const char kOldPartPrefix[] = "TS";
 const char kNewPartPrefix[] = "KS";
 
-const char kNoSensorText[] = "No Sensor Selected.";
-
 QString resourcePath(const char *name)
 {
     return QStringLiteral(":/Kestro/Resources/") + QLatin1String(name);
@@ -798,13 +796,19 @@ bool Kestro::writeColorCorrection(const QString &path, bool showMessages)
     return true;
 }
 
+bool Kestro::requireSensor()
+{
+    if (isCameraOpen())
+        return true;
+    kestro::showMessage(this, QMessageBox::Warning, QStringLiteral("Error"),
+                        QStringLiteral("No Sensor Selected."));
+    return false;
+}
+
 void Kestro::saveToDefaultIni()
 {
-    if (!isCameraOpen()) {
-        kestro::showMessage(this, QMessageBox::Warning, QStringLiteral("Error"),
-                            QLatin1String(kNoSensorText));
+    if (!requireSensor())
         return;
-    }
     const QString path = m_camera->defaultIniFile();
     if (path.isEmpty()) {
         kestro::showMessage(this, QMessageBox::Critical, QStringLiteral("Error"),
@@ -818,11 +822,8 @@ void Kestro::saveToDefaultIni()
 
 void Kestro::saveToNewIni()
 {
-    if (!isCameraOpen()) {
-        kestro::showMessage(this, QMessageBox::Warning, QStringLiteral("Error"),
-                            QLatin1String(kNoSensorText));
+    if (!requireSensor())
         return;
-    }
     const QString path = kestro::chooseSaveFile(this, QStringLiteral("Save Calibration Settings"),
                                                 QStringLiteral("INI (*.ini)"));
     if (!path.isEmpty() && writeColorCorrection(path, true))
@@ -857,11 +858,8 @@ bool Kestro::loadPresetsIntoSensor(const QString &iniPath)
 
 void Kestro::applySettingsToSensor()
 {
-    if (!isCameraOpen()) {
-        kestro::showMessage(this, QMessageBox::Warning, QStringLiteral("Error"),
-                            QLatin1String(kNoSensorText));
+    if (!requireSensor())
         return;
-    }
     // A settings file of our own in the temporary folder; an old one must
     // not bring its presets along.
     const QString path = QDir::toNativeSeparators(

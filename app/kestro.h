@@ -187,6 +187,8 @@ private:
     void fillSensorRevisions();
     void updateCameraStatus();
     void updateTabActions(int tab);
+    // True when a camera is open; otherwise says "No Sensor Selected.".
+    bool requireSensor();
     void wireColorDifferencePage();
     void wireNoisePage();
     void wireMtfPage();
