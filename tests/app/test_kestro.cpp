@@ -207,13 +207,9 @@ TEST_F(WindowTest, MenusAndToolBar)
         EXPECT_EQ(actions[i]->shortcut(), keys[i]) << i;
         EXPECT_EQ(actions[i]->isSeparator(), texts[i].isEmpty());
     }
-    EXPECT_EQ(actions[0]->toolTip(), "Save current report into an HTML file");
-    EXPECT_EQ(actions[1]->toolTip(), "Save current report to a comma separated file");
-    EXPECT_EQ(actions[3]->toolTip(), "Open a step-by-step help window");
+    // The icons are in the resources.
     EXPECT_FALSE(actions[0]->icon().isNull());
-    EXPECT_TRUE(actions[1]->icon().isNull());
     EXPECT_FALSE(actions[3]->icon().isNull());
-    EXPECT_TRUE(actions[3]->isCheckable());
 
     // The shortcuts work from the window, also with the tool bar hidden.
     QApplication::setActiveWindow(window.get());
