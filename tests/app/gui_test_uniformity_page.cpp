@@ -67,7 +67,7 @@ TEST_F(UniformityPageTest, SubsampleLineAndRefusedPictures)
 {
     ASSERT_TRUE(m_page.setPicture(shaded(100, 80), "a.png"));
     const UniformityCalculation &calc = m_page.calculation();
-    for (const char *bad : {"0", "11", "-2", "abc"}) {
+    for (const char *bad : {"0", "11", "abc"}) {
         enterSubsample(bad);
         EXPECT_FALSE(calc.isSubsampleValid()) << bad;
     }
