@@ -11,9 +11,7 @@
 
 #include <QComboBox>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QImageReader>
 #include <QSpinBox>
 #include <QTemporaryDir>
 #include <QTextBrowser>
@@ -224,53 +222,4 @@ TEST(MacbethChartPage, CaptureSeries)
     f.page.captureChartImage();
     EXPECT_EQ(f.page.frameView()->frameCount(), 1);
     EXPECT_EQ(f.lastText(), captureFailureText());
-}
-
-TEST(MacbethChartPage, ReportsWithTheirPictures)
-{
-    PageFixture f;
-    f.addFrame(f.chart.image, "a.png");
-    f.addFrame(f.chart.image, "b.png");
-    f.placeRegions(24);
-    ASSERT_TRUE(f.page.processMacbethChart());
-    ASSERT_TRUE(f.page.calculateNoise());
-
-    QTemporaryDir out;
-    const QString path = out.filePath("run.1.html");
-    QString error;
-    ASSERT_TRUE(f.page.writeColorDifferenceReport(path, true, &error)) << error.toStdString();
-    const QString files = out.filePath("run_files/");
-    for (const char *picture : {"run_macbethRegions.png", "run.png", "run_GrayChart.png",
-                                "run_noise.png", "run_GrayChart_noise.png"})
-        EXPECT_TRUE(QFileInfo(files + picture).size() > 0) << picture;
-    const QSize plot = f.page.colorGrayPlot()->size();
-    EXPECT_EQ(QImageReader(files + "run.png").size(), plot - QSize(1, 1));
-    EXPECT_EQ(QImageReader(files + "run_GrayChart.png").size(), plot);
-    QFile report(path);
-    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
-    const QString html = QString::fromUtf8(report.readAll());
-    EXPECT_TRUE(html.contains("<title>Macbeth Color Chart Results</title>"));
-    EXPECT_TRUE(html.contains("<img src=\".\\run_files\\run_macbethRegions.png\">"));
-    EXPECT_TRUE(html.contains("Signal Noise Results"));
-    EXPECT_TRUE(html.contains(".\\run_files\\run_GrayChart_noise.png"));
-    EXPECT_FALSE(html.contains("</html>")); // the merged document is left open
-
-    // The noise report is written as it stands, with its own picture names.
-    ASSERT_TRUE(f.page.writeNoiseReport(out.filePath("noise.html"), &error));
-    QFile noise(out.filePath("noise.html"));
-    ASSERT_TRUE(noise.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(noise.readAll().startsWith("<center><H1>Noise Measurement Results</H1></center>"));
-    EXPECT_TRUE(QFileInfo::exists(out.filePath("noise_files/noise_GrayChart.png")));
-
-    // A folder that does not exist: the reason, and nothing written.
-    EXPECT_FALSE(f.page.writeColorDifferenceReport(out.filePath("none/x.html"), true, &error));
-    EXPECT_FALSE(error.isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(out.filePath("none")));
-    EXPECT_FALSE(QFileInfo::exists(out.filePath("x_files")));
-
-    // The CSV data are the measured ones.
-    const MeasurementCsvData data = f.page.csvData();
-    EXPECT_EQ(data.frameFiles.size(), 2);
-    EXPECT_EQ(data.noise->size(), 24);
-    EXPECT_EQ(data.imageFileName, QDir::toNativeSeparators(f.dir.filePath("b.png")));
 }

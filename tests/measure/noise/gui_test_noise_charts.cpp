@@ -3,7 +3,6 @@
 
 #ifdef KESTRO_HAVE_GRAY_CHART_PLOT
 #include "measure/color/graychartplot.h"
-#include <qwt_text.h>
 #endif
 
 #include <QImage>
@@ -44,12 +43,9 @@ Cell cellOf(const QSize &size, int k)
     return c;
 }
 
-QImage shot(ChartGraph &chart, const char *name)
+QImage shot(ChartGraph &chart)
 {
-    const QImage img = chart.grab().toImage();
-    if (name)
-        img.save(QStringLiteral("/tmp/%1.png").arg(QLatin1String(name)));
-    return img;
+    return chart.grab().toImage();
 }
 
 int countPixels(const QImage &img, const QRect &r, QRgb rgb)
@@ -74,7 +70,7 @@ TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
         values[k] = k == 5 ? 8.0 : 2.0 + (k % 4); // scale is the largest value, 8
     chart.setValues(values, 24);
     chart.setSelectedPatch(7);
-    const QImage img = shot(chart, "chartgraph_mode0");
+    const QImage img = shot(chart);
 
     EXPECT_EQ(img.pixel(0, 0) & 0xffffff, qRgb(51, 51, 51) & 0xffffff);
     for (int k : {0, 5, 13, 23}) {
@@ -127,7 +123,7 @@ TEST(ChartGraph, NoiseAndGrayModes)
     }
     const double *series[4] = {r, g, b, nullptr};
     chart.setSeries(series, 24);
-    QImage img = shot(chart, "chartgraph_mode1");
+    QImage img = shot(chart);
     // Three used series: three bars side by side, red, green, blue.
     const Cell c = cellOf(img.size(), 3);
     const int third = c.right.width() / 3;
@@ -141,7 +137,7 @@ TEST(ChartGraph, NoiseAndGrayModes)
     chart.setMode(ChartGraph::GrayMode);
     const double gray[6] = {1.5, 2.5, 3.5, 0.5, 4.0, 2.0};
     chart.setGrayValues(gray, 6);
-    img = shot(chart, "chartgraph_mode2");
+    img = shot(chart);
     // Only the gray patches are drawn: the first cell holds the tall bar of
     // patch 19, not patch 1's colour.
     const Cell first = cellOf(img.size(), 0);
@@ -175,7 +171,7 @@ TEST(ChartGraph, AnySizeAndNonFiniteValues)
         values[k] = k * 1.25;
     chart.setValues(values, 24);
     chart.resize(330, 220);
-    const QImage small = shot(chart, "chartgraph_small");
+    const QImage small = shot(chart);
     const Cell c = cellOf(small.size(), 9); // mid-gray default colour: black text
     int dark = 0;
     for (int y = c.left.top(); y <= c.left.bottom(); ++y)
@@ -198,10 +194,6 @@ TEST(NoiseCharts, InitAndUpdate)
     EXPECT_EQ(plot->parentWidget(), &area);
     EXPECT_EQ(plot->minimumSize(), QSize(420, 260));
     EXPECT_EQ(plot->maximumSize(), QSize(420, 260));
-    EXPECT_EQ(plot->title().text(), "Gray Chart SNR");
-    EXPECT_EQ(plot->axisTitle(QwtPlot::yLeft).text(), "SNR");
-    EXPECT_EQ(plot->axisTitle(QwtPlot::xBottom).text(), "Gray Patch Index");
-    EXPECT_TRUE(plot->axisEnabled(QwtPlot::yLeft));
 
     // 24 RGB patches, two frames: SNR = signal / overall; patch 21 has no
     // noise in green and keeps a zero.
@@ -229,9 +221,5 @@ TEST(NoiseCharts, InitAndUpdate)
     EXPECT_DOUBLE_EQ(green->sample(2).y(), 0.0);
     EXPECT_DOUBLE_EQ(green->sample(3).y(), 121.0 / 2.0);
     EXPECT_EQ(plot->curve(GrayChartPlot::GrayCurve)->data()->size(), 0u); // no second green
-    area.show();
-    plot->grab().save("/tmp/noise_gray_chart_snr.png");
-    chart.resize(900, 600);
-    shot(chart, "chartgraph_noise_update");
 }
 #endif
