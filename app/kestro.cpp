@@ -32,6 +32,7 @@
 #include <QPushButton>
 #include <QSaveFile>
 #include <QScreen>
+#include <QScrollArea>
 #include <QSettings>
 #include <QSignalBlocker>
 #include <QSplashScreen>
@@ -167,7 +168,14 @@ void Kestro::buildForm()
     setWindowIcon(icon);
     m_workflow = new QTabWidget(this);
     m_workflow->setObjectName(QStringLiteral("Workflow"));
-    setCentralWidget(m_workflow);
+    // A page wider or taller than a small screen (or than what the help dock
+    // leaves) scrolls instead of pushing the window off the screen.
+    auto *scroll = new QScrollArea(this);
+    scroll->setObjectName(QStringLiteral("workflowScroll"));
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setWidget(m_workflow);
+    setCentralWidget(scroll);
 
     auto *colorTab = new QWidget;
     colorTab->setObjectName(QStringLiteral("tabColorEval"));
@@ -199,7 +207,7 @@ void Kestro::buildForm()
     m_quickStart->setObjectName(QStringLiteral("quickStart"));
     m_quickStart->setSearchPaths({QStringLiteral(":/Kestro/Resources")});
     m_quickStart->setOpenExternalLinks(true);
-    m_quickStart->setMinimumWidth(260);
+    m_quickStart->setMinimumWidth(320);
     m_quickStartDock->setWidget(m_quickStart);
     addDockView(m_quickStartDock, Qt::RightDockWidgetArea);
     m_quickStartDock->hide();
