@@ -1,6 +1,6 @@
 #include "measure/uniformity/gui/uniformitypage.h"
 
-#include "app/messages.h"
+#include "imaging/gui/messages.h"
 #include "imaging/gui/filedialogs.h"
 #include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"

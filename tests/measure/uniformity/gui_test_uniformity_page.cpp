@@ -2,7 +2,8 @@
 // subsample line, the windows on the picture, capture, the report, CSV and
 // CPIQ files, the data table, auto-run, and a batch run from its parameters.
 
-#include "app/messages.h"
+#include "imaging/gui/messages.h"
+#include "measure/uniformity/gui/qspectrogramplot.h"
 #include "measure/uniformity/gui/uniformitydatadialog.h"
 #include "measure/uniformity/gui/uniformitypage.h"
 #include "measure/uniformity/gui/uniformitypictureview.h"
@@ -75,10 +76,11 @@ TEST_F(UniformityPageTest, SubsampleLineAndRefusedPictures)
     ASSERT_TRUE(calc.isSubsampleValid());
     EXPECT_EQ(calc.data().cols(), 10);
     EXPECT_EQ(calc.data().rows(), 8);
-    // An invalid size leaves the grid (and the chart drawn from it) as it
-    // was.
+    EXPECT_EQ(m_page.chart()->raster()->cols(), 10);
+    // An invalid size leaves the grid and the chart as they were.
     enterSubsample("11");
     EXPECT_EQ(calc.data().cols(), 10);
+    EXPECT_EQ(m_page.chart()->raster()->cols(), 10);
 
     // A strip narrower than the block is dropped.
     ASSERT_TRUE(m_page.setPicture(shaded(103, 80), "b.png"));
@@ -123,9 +125,15 @@ TEST_F(UniformityPageTest, WindowsAndLabelsOnThePicture)
     EXPECT_TRUE(view->labelAlignment(2) & Qt::AlignRight);
     EXPECT_TRUE(view->labelAlignment(3) & Qt::AlignBottom);
 
-    // Larger windows follow the corner spin box.
+    // Larger windows follow the corner spin box; the chart keeps its zoom
+    // until the grid itself changes.
+    MyZoomer *zoomer = m_page.chart()->zoomer();
+    zoomer->zoom(QRectF(5, 5, 10, 10));
     m_page.findChild<QSpinBox *>("uniCornerPercent")->setValue(20);
     EXPECT_EQ(view->windowRect(2), QRectF(310, 0, 90, 70));
+    EXPECT_EQ(zoomer->zoomRectIndex(), 1u);
+    enterSubsample("20");
+    EXPECT_EQ(zoomer->zoomRectIndex(), 0u);
 }
 
 TEST_F(UniformityPageTest, CaptureKeepsThePreviousPictureOnFailure)
@@ -246,12 +254,8 @@ TEST_F(UniformityPageTest, BatchRunHonoursEveryParameter)
     EXPECT_TRUE(html.contains("SubSampling Rate : 20</p><p>Center Percentage : 30 %\tCorner "
                               "Percentage : 20 %</p>"));
     EXPECT_TRUE(html.contains("<img width=\"400\" height=\"300\""));
-    const UniformityReportSettings used = m_page.reportSettings();
-    EXPECT_EQ(used.colorMapName, "Jet");
-    EXPECT_TRUE(used.contour.shown);
-    EXPECT_EQ(used.contour.low, 100);
-    EXPECT_EQ(used.contour.step, 50);
-    EXPECT_EQ(used.contour.high, 200);
+    EXPECT_EQ(m_page.reportChart()->colorMapMode(), UniformityColorMap::Jet);
+    EXPECT_EQ(m_page.reportChart()->contourLevels(), QList<double>({100, 150}));
     EXPECT_EQ(QImage(m_temp.filePath("UniformityG.png")).width(), 1339); // 400 px at 85 dpi
 
     // Refusals leave no report.
