@@ -1,7 +1,7 @@
 #include "measure/uniformity/gui/uniformitypage.h"
 
-#include "imaging/gui/messages.h"
 #include "imaging/gui/filedialogs.h"
+#include "imaging/gui/messages.h"
 #include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
 #include "measure/uniformity/gui/uniformitydatadialog.h"
@@ -64,15 +64,17 @@ QSpinBox *spinBox(int minimum, int maximum, int value, const char *name)
 
 // The report view: pictures the page has in memory are shown from there,
 // the original one already scaled down, and always as rendered last (a
-// document would otherwise keep the first chart it read under a name).
+// document would otherwise keep the first chart it read under a name). The
+// charts, rendered for print, are shown no wider than the chart size.
 class ReportBrowser : public QTextBrowser
 {
 public:
     using QTextBrowser::QTextBrowser;
 
-    void setReport(const QString &html, QHash<QString, QImage> pictures)
+    void setReport(const QString &html, QHash<QString, QImage> pictures, int maxWidth)
     {
         m_pictures = std::move(pictures);
+        m_maxWidth = maxWidth;
         // A fresh document forgets the pictures the last one read; the
         // browser deletes the last one, its child.
         setDocument(new QTextDocument(this));
@@ -82,18 +84,27 @@ public:
 protected:
     QVariant loadResource(int type, const QUrl &name) override
     {
-        if (type == QTextDocument::ImageResource) {
-            for (auto it = m_pictures.constBegin(); it != m_pictures.constEnd(); ++it) {
-                if (QUrl::fromUserInput(it.key()) == QUrl::fromUserInput(name.toString())
-                    || it.key() == name.toString())
-                    return it.value();
-            }
+        if (type != QTextDocument::ImageResource)
+            return QTextBrowser::loadResource(type, name);
+        for (auto it = m_pictures.constBegin(); it != m_pictures.constEnd(); ++it) {
+            if (QUrl::fromUserInput(it.key()) == QUrl::fromUserInput(name.toString())
+                || it.key() == name.toString())
+                return it.value();
         }
-        return QTextBrowser::loadResource(type, name);
+        const QVariant loaded = QTextBrowser::loadResource(type, name);
+        QImage picture;
+        if (loaded.type() == QVariant::ByteArray)
+            picture.loadFromData(loaded.toByteArray());
+        else if (loaded.canConvert<QImage>())
+            picture = loaded.value<QImage>();
+        if (!picture.isNull() && m_maxWidth > 0 && picture.width() > m_maxWidth)
+            return picture.scaledToWidth(m_maxWidth, Qt::SmoothTransformation);
+        return loaded;
     }
 
 private:
     QHash<QString, QImage> m_pictures;
+    int m_maxWidth = 0;
 };
 
 } // namespace
@@ -610,7 +621,7 @@ bool UniformityPage::buildReport(bool announce)
         pictures.insert(settings.imagePath,
                         m_calc.image()->image().scaled(shown, Qt::IgnoreAspectRatio,
                                                        Qt::SmoothTransformation));
-        static_cast<ReportBrowser *>(m_reportView)->setReport(m_html, pictures);
+        static_cast<ReportBrowser *>(m_reportView)->setReport(m_html, pictures, settings.chartSize);
     }
     m_building = false;
     return true;
