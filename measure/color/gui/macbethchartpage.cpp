@@ -347,8 +347,10 @@ bool MacbethChartPage::processMacbethChart()
     if (!m_batchMode)
         m_colorReportView->clear();
     m_colorHtml = colorDifferenceReport(m_model, m_chartImageFile);
-    if (!m_batchMode)
+    if (!m_batchMode) {
         m_colorReportView->setHtml(m_colorHtml);
+        m_reportTabs->setCurrentWidget(m_colorReportView);
+    }
     return true;
 }
 
@@ -405,6 +407,8 @@ void MacbethChartPage::showNoiseResults(const QVector<NoisePatchResult> &results
     m_noiseFrameFiles = frameFiles;
     updateSnrCharts(m_noiseResults, m_noiseChart, m_noiseGrayPlot);
     showNoiseReport();
+    if (!m_batchMode)
+        m_reportTabs->setCurrentWidget(m_noiseReportArea);
 }
 
 void MacbethChartPage::noiseGraphSelChanged(int curSel)
