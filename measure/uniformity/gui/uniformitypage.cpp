@@ -45,12 +45,6 @@ const UniformityChannel kChannels[4] = {UniformityChannel::Y, UniformityChannel:
 // Size of the picture the page shows for a chart size choice.
 const char *const kChartSizeNames[3] = {"S", "M", "L"};
 
-QString truncatedText(double v)
-{
-    return std::isfinite(v) ? QString::number(static_cast<qint64>(std::trunc(v)))
-                            : QString::number(v);
-}
-
 QSpinBox *spinBox(int minimum, int maximum, int value, const char *name)
 {
     auto *box = new QSpinBox;
@@ -563,9 +557,9 @@ void UniformityPage::showResults()
     if (!m_calc.isSubsampleValid())
         return;
     const UniformitySummary &s = m_calc.summary();
-    m_minimum->setText(truncatedText(s.minimum));
-    m_maximum->setText(truncatedText(s.maximum));
-    m_mean->setText(truncatedText(s.mean));
+    m_minimum->setText(uniformityTruncatedText(s.minimum));
+    m_maximum->setText(uniformityTruncatedText(s.maximum));
+    m_mean->setText(uniformityTruncatedText(s.mean));
     m_center->setText(QString::number(s.center, 'g', 6));
     // A new grid resets the chart's zoom; a change of the windows alone
     // keeps the view the user zoomed to.

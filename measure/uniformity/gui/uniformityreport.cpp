@@ -20,14 +20,6 @@ QString g6(double v)
     return QString::number(v, 'g', 6);
 }
 
-// Truncated towards zero; the grid statistics are finite 8-bit means.
-QString truncated(double v)
-{
-    if (!std::isfinite(v))
-        return QString::number(v);
-    return QString::number(static_cast<qint64>(std::trunc(v)));
-}
-
 // The values of one channel in the column order of the table: Max, Mean,
 // Min (truncated in the report), Center, the four corners, the four
 // drop-offs (centre minus corner).
@@ -70,7 +62,7 @@ void appendChannelTable(QString &out, const UniformityReportData &data)
                + QLatin1String(uniformityChannelName(kChannels[c]));
         for (int i = 0; i < 12; ++i)
             out += QLatin1String("</th>\n<th align=\"center\">")
-                   + (i < 3 ? truncated(v[i]) : g6(v[i]));
+                   + (i < 3 ? uniformityTruncatedText(v[i]) : g6(v[i]));
         out += QLatin1String("</th></tr>\n");
     }
     out += QLatin1String("</table>\n");
@@ -141,6 +133,13 @@ bool computeUniformityReport(const UniformityImage &image, const UniformityRepor
                                         image.height());
     }
     return true;
+}
+
+QString uniformityTruncatedText(double value)
+{
+    if (!std::isfinite(value))
+        return QString::number(value);
+    return QString::number(static_cast<qint64>(std::trunc(value)));
 }
 
 QString uniformityReportColorMap(const QString &name)

@@ -54,6 +54,10 @@ struct UniformityReportData
 bool computeUniformityReport(const UniformityImage &image, const UniformityReportSettings &settings,
                              UniformityPass &pass, UniformityReportData &data, QString *error);
 
+// A statistic as the page and the report show minimum, maximum and mean:
+// truncated towards zero to an integer.
+QString uniformityTruncatedText(double value);
+
 // The report's colour map: "Standard", "Jet" or "Gray" in any letter case
 // (any other name: "Standard"), as the chart's name for it.
 QString uniformityReportColorMap(const QString &name);
