@@ -406,15 +406,8 @@ bool UniformityPage::loadPicture(const QString &path)
         warn(m_calc.errorTitle(), m_calc.errorText());
         return false;
     }
-    m_imagePath = path.isEmpty() ? path
-                                 : QDir::toNativeSeparators(QFileInfo(path).absoluteFilePath());
-    ++m_pictureNumber;
-    m_picture->setPicture(m_calc.image()->image());
-    m_picture->clearWindows();
-    // A report of the previous picture no longer applies.
-    m_html.clear();
-    m_reportView->clear();
-    recompute(true);
+    showNewPicture(path.isEmpty() ? path
+                                  : QDir::toNativeSeparators(QFileInfo(path).absoluteFilePath()));
     return true;
 }
 
@@ -424,14 +417,20 @@ bool UniformityPage::setPicture(const QImage &image, const QString &path)
         warn(m_calc.errorTitle(), m_calc.errorText());
         return false;
     }
+    showNewPicture(path);
+    return true;
+}
+
+void UniformityPage::showNewPicture(const QString &path)
+{
     m_imagePath = path;
     ++m_pictureNumber;
-    m_picture->setPicture(image);
+    m_picture->setPicture(m_calc.image()->image());
     m_picture->clearWindows();
+    // A report of the previous picture no longer applies.
     m_html.clear();
     m_reportView->clear();
     recompute(true);
-    return true;
 }
 
 void UniformityPage::newUniImage(QImage &image)

@@ -103,6 +103,8 @@ private:
     void buildWidgets();
     void connectWidgets();
     bool loadPicture(const QString &path);
+    // Shows the picture the calculation has just taken and measures it.
+    void showNewPicture(const QString &path);
     // Grid, statistics, centre and corners of the shown channel; the
     // subsampling message is shown when `announce` is set.
     void recompute(bool announce);
