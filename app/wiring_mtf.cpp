@@ -2,8 +2,34 @@
 
 #include "app/kestro.h"
 
+#include "measure/mtf/gui/mtfpage.h"
+
+#include <QTabWidget>
+#include <QVBoxLayout>
+
 void Kestro::wireMtfPage()
 {
-    // The page's custom gamma text, until the page exists: linear.
-    m_mtfGamma = 1.0;
+    QWidget *tab = m_workflow->widget(2);
+    auto *page = tab->findChild<MtfPage *>();
+    if (!page) {
+        auto *layout = new QVBoxLayout(tab);
+        layout->setContentsMargins(0, 0, 0, 0);
+        page = new MtfPage(tab);
+        layout->addWidget(page);
+    }
+    // Batch runs take their fields from the window as the runner left them.
+    page->setBatchSettings([this] {
+        MtfBatchSettings batch;
+        batch.commandLine = m_commandLineMode;
+        batch.gamma = m_mtfGamma;
+        batch.imagePath = m_mtfImagePath;
+        batch.inlineRegion = m_mtfInlineRegion;
+        batch.roiFile = m_roiFilePath;
+        batch.roiFileGiven = m_roiFileGiven;
+        return batch;
+    });
+    page->setCaptureFunction([this](QImage &picture) { return captureImage(picture); });
+    setMtfBatch(page);
+    // The batch gamma when the command line gives none.
+    m_mtfGamma = page->customGamma();
 }
