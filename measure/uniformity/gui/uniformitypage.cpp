@@ -562,15 +562,15 @@ void UniformityPage::showResults()
     m_center->setText(QString::number(s.center, 'g', 6));
     // A new grid resets the chart's zoom; a change of the windows alone
     // keeps the view the user zoomed to.
-    const ChartSource source{m_pictureNumber, static_cast<int>(m_calc.channel()),
-                             m_calc.subsampleSize()};
+    const int gridSubsample = m_calc.data().subsampleSize();
+    const ChartSource source{m_pictureNumber, static_cast<int>(m_calc.channel()), gridSubsample};
     if (!(source == m_chartSource)) {
         m_chart->setGrid(m_calc.data());
         m_chartSource = source;
     }
 
     // Windows are kept in grid cells; the picture shows them in pixels.
-    const double scale = m_calc.subsampleSize();
+    const double scale = gridSubsample;
     auto toPixels = [scale](const QRectF &r) {
         return QRectF(r.x() * scale, r.y() * scale, r.width() * scale, r.height() * scale);
     };
