@@ -325,6 +325,8 @@ void Kestro::buildActions()
         addAction(action);
         return action;
     };
+    // save_as.png is the program's one save icon, shared with the chart
+    // view's tool bar (resources/chartview.qrc).
     m_saveHtmlAction = makeAction(QStringLiteral("Save to HTML report (Ctrl+S)"), "save_as.png",
                                   QKeySequence(Qt::CTRL + Qt::Key_S),
                                   QStringLiteral("Save current report into an HTML file"));
