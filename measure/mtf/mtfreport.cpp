@@ -1,9 +1,9 @@
 #include "measure/mtf/mtfreport.h"
 
+#include "measure/color/macbethexport.h"
 #include "measure/mtf/regionbasedmtf.h"
 
-#include <QDir>
-#include <QFileInfo>
+#include <QStringList>
 #include <cmath>
 
 namespace kestro::mtf {
@@ -13,11 +13,6 @@ namespace {
 QString g3(double value)
 {
     return QString::number(value, 'g', 3);
-}
-
-QString baseName(const QString &outputPath)
-{
-    return QFileInfo(outputPath).baseName();
 }
 
 QString image(const QString &title, const QString &link)
@@ -79,17 +74,6 @@ void appendTable(QString &out, const regionBasedMTF &m)
 
 } // namespace
 
-QString reportHead(const QString &title)
-{
-    return QStringLiteral("<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
-                          "\"http://www.w3.org/TR/REC-html40/strict.dtd\">"
-                          "<html><head><meta name=\"qrichtext\" content=\"1\" /><style "
-                          "type=\"text/css\">p, li { white-space: pre-wrap; }</style>")
-           + QLatin1String("<title>") + title + QLatin1String("</title></head>")
-           + QLatin1String("<body style=\" font-family:'MS Shell Dlg 2'; font-size:8.25pt; "
-                           "font-weight:400; font-style:normal;\">");
-}
-
 QString slopeCell(double slopeDegrees)
 {
     const double slope = std::abs(slopeDegrees);
@@ -100,34 +84,20 @@ QString slopeCell(double slopeDegrees)
            + g3(slope) + QLatin1String(" </td>");
 }
 
-QString companionFolder(const QString &outputPath)
-{
-    const QFileInfo info(outputPath);
-    return QDir::toNativeSeparators(info.absolutePath() + QLatin1Char('/') + info.baseName()
-                                    + QLatin1String("_files"));
-}
-
-QString pictureLink(const QString &outputPath, const QString &fileName)
-{
-    return QLatin1String(".\\") + baseName(outputPath) + QLatin1String("_files\\") + fileName;
-}
-
 QString buildMtfReport(const MtfReportInput &input)
 {
-    QString out = reportHead(QStringLiteral(" MTF Report(Slanted edge based)"));
+    // The shared document head, with the report's title.
+    QString out = mergeHtmlStreams(QStringList(), QStringLiteral(" MTF Report(Slanted edge based)"));
     out += QLatin1String("<h1>MTF Report(Slanted edge based)</h1>\n\n");
     out += QLatin1String("<h4>Gamma</h4> ") + g3(input.gamma) + QLatin1String("</p>\n");
 
     MtfReportPictures *pictures = input.pictures;
-    QString folder;
-    const QString base = baseName(input.outputPath);
+    const ReportLocation location = reportLocation(input.outputPath);
     if (pictures) {
-        folder = companionFolder(input.outputPath);
-        QDir().mkpath(folder);
-        folder += QDir::separator();
-        const QString name = base + QLatin1String("_mtfRegions.png");
-        if (pictures->writeRegionsPicture(folder + name))
-            out += image(QStringLiteral("MTF regions"), pictureLink(input.outputPath, name));
+        location.makeCompanionFolder();
+        const QString suffix = QStringLiteral("_mtfRegions.png");
+        if (pictures->writeRegionsPicture(location.picturePath(suffix)))
+            out += image(QStringLiteral("MTF regions"), location.pictureLink(suffix));
     }
 
     for (int i = 0; i < input.regions.size(); ++i) {
@@ -138,19 +108,19 @@ QString buildMtfReport(const MtfReportInput &input)
         out += QLatin1String("<h4>Distance from center : ") + QString::number(m.roiDistance(), 'g')
                + QLatin1String("</h4>\n");
         if (pictures) {
-            const QString name = base + QLatin1String("_mtfRegion") + m.regionTag()
-                                 + QLatin1String(".png");
-            if (pictures->writeRegionCrop(m, folder + name))
-                out += image(QStringLiteral("MTF region"), pictureLink(input.outputPath, name));
+            const QString suffix = QLatin1String("_mtfRegion") + m.regionTag()
+                                   + QLatin1String(".png");
+            if (pictures->writeRegionCrop(m, location.picturePath(suffix)))
+                out += image(QStringLiteral("MTF region"), location.pictureLink(suffix));
         }
         if (m.isValid()) {
             appendFigures(out, m);
             appendTable(out, m);
             if (pictures) {
-                const QString name = base + QLatin1String("_mtfGraph_") + m.regionTag()
-                                     + QLatin1String(".png");
-                if (pictures->writeRegionGraph(m, folder + name))
-                    out += image(QStringLiteral("MTF results"), pictureLink(input.outputPath, name));
+                const QString suffix = QLatin1String("_mtfGraph_") + m.regionTag()
+                                       + QLatin1String(".png");
+                if (pictures->writeRegionGraph(m, location.picturePath(suffix)))
+                    out += image(QStringLiteral("MTF results"), location.pictureLink(suffix));
             }
         } else {
             out += QStringLiteral("<p>No valid result for this region. Last error message : "

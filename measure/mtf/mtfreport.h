@@ -38,18 +38,9 @@ struct MtfReportInput
     std::function<void(int)> progress;
 };
 
-// The document head shared by the reports, with its title.
-QString reportHead(const QString &title);
-
 // Slope cell: the absolute edge angle, red when outside 3..7 degrees, where
 // the slanted-edge estimate is least reliable.
 QString slopeCell(double slopeDegrees);
-
-// The companion folder of a report ("<folder>/<base>_files", native
-// separators) and the relative link to a picture in it as the report
-// writes it (".\<base>_files\<name>").
-QString companionFolder(const QString &outputPath);
-QString pictureLink(const QString &outputPath, const QString &fileName);
 
 // The whole report. With pictures, the companion folder is created first.
 QString buildMtfReport(const MtfReportInput &input);
