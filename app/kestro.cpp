@@ -73,6 +73,9 @@ QString resourcePath(const char *name)
     return QStringLiteral(":/Kestro/Resources/") + QLatin1String(name);
 }
 
+// The sensor-type list keeps each sensor's alternate name here.
+constexpr int kAlternateNameRole = Qt::UserRole + 1;
+
 // Tabs whose report has a CSV form (see the report export).
 bool tabHasCsv(int tab)
 {
@@ -253,6 +256,10 @@ QWidget *Kestro::buildInitializationPage()
     m_cameraStatus->setTextInteractionFlags(Qt::TextSelectableByMouse);
     sensorForm->addRow(QStringLiteral("Sensor &type:"), m_sensorType);
     sensorForm->addRow(QStringLiteral("&Revision:"), m_sensorRevision);
+    m_sensorFile = new QLabel(sensorBox);
+    m_sensorFile->setObjectName(QStringLiteral("sensorDataFile"));
+    m_sensorFile->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    sensorForm->addRow(QStringLiteral("Sensor data:"), m_sensorFile);
     sensorForm->addRow(QStringLiteral("Camera:"), m_cameraStatus);
     initLayout->addWidget(sensorBox);
 
@@ -443,8 +450,10 @@ void Kestro::fillSensorTypes()
         }
         const QString alternate = sensor.alternateName.isNull() ? QStringLiteral("")
                                                                 : sensor.alternateName;
-        if (CCamera::sensorDataExists(sensor.name, alternate, mask))
+        if (CCamera::sensorDataExists(sensor.name, alternate, mask)) {
             m_sensorType->addItem(sensor.name, QVariant::fromValue(mask));
+            m_sensorType->setItemData(m_sensorType->count() - 1, alternate, kAlternateNameRole);
+        }
     }
     const int index = m_sensorType->findText(stored);
     if (index >= 0)
@@ -467,6 +476,7 @@ void Kestro::fillSensorRevisions()
     if (index >= 0)
         m_sensorRevision->setCurrentIndex(index);
     m_sensorRevision->blockSignals(false);
+    updateSensorFile();
 }
 
 bool Kestro::isCameraOpen() const
@@ -637,6 +647,31 @@ void Kestro::setSensorRev(int index)
     if (index >= 0)
         m_settings->setValue(QLatin1String(kSensorRevisionKey),
                              m_sensorRevision->itemData(index).toInt());
+    updateSensorFile();
+}
+
+void Kestro::updateSensorFile()
+{
+    const QString name = m_sensorType->currentText();
+    const QString alternate = m_sensorType->currentData(kAlternateNameRole).toString();
+    const int revision = m_sensorRevision->currentData().toInt();
+    const QStringList files = CCamera::sensorDataFiles(name, alternate, revision);
+    tl_sensor_t sensor;
+    if (files.isEmpty()
+        || tl_ReadSensorDataFile(QFile::encodeName(
+                                         QDir(kestro::sensorDataFolder()).filePath(files.first()))
+                                         .constData(),
+                                 &sensor)
+                   != TL_OK) {
+        m_sensorFile->setText(QStringLiteral("none"));
+        return;
+    }
+    const bool mosaic = tl_IsBayerImageType(sensor.imageType);
+    m_sensorFile->setText(
+            QStringLiteral("%1 (%2 x %3, %4-bit %5)")
+                    .arg(files.first(), QString::number(sensor.width),
+                         QString::number(sensor.height), QString::number(sensor.bitsPerPixel),
+                         mosaic ? QStringLiteral("Bayer") : QStringLiteral("monochrome")));
 }
 
 void Kestro::matrixPanel(int state)

@@ -186,6 +186,8 @@ private:
     void fillSensorTypes();
     void fillSensorRevisions();
     void updateCameraStatus();
+    // Shows the data file of the chosen sensor type and revision.
+    void updateSensorFile();
     void updateTabActions(int tab);
     // True when a camera is open; otherwise says "No Sensor Selected.".
     bool requireSensor();
@@ -213,6 +215,7 @@ private:
     QComboBox *m_sensorType = nullptr;
     QComboBox *m_sensorRevision = nullptr;
     QLabel *m_cameraStatus = nullptr;
+    QLabel *m_sensorFile = nullptr;
     QLineEdit *m_configFile = nullptr;
     QPushButton *m_loadConfig = nullptr;
     QWidget *m_matrixPanel = nullptr;
@@ -241,6 +244,9 @@ private:
     int m_currentTab = 0;
     bool m_matlabRuntimeInstalled = false;
     bool m_colorCalibrationReady = false;
+    // Set until the first successful capture (captureImage readies the sensor
+    // and asks the user to set it up until then).
+    bool m_firstCapture = true;
     QString m_userConfigPath;
 
     bool m_commandLineMode = false;

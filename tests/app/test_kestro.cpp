@@ -14,6 +14,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QDockWidget>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QRegularExpression>
@@ -129,6 +130,8 @@ TEST_F(WindowTest, WindowedStartUp)
     ASSERT_EQ(revisions->count(), 2);
     EXPECT_EQ(revisions->itemText(1), "Revision 2");
     revisions->setCurrentIndex(1);
+    EXPECT_EQ(window->findChild<QLabel *>("sensorDataFile")->text(),
+              "KSD644-REV2-DEV3.xsdat (644 x 484, 10-bit Bayer)");
     EXPECT_TRUE(boxesOf([&] {
                     window->checkSensorSelected();
                 }).startsWith("No Camera Detected: Before starting"));
