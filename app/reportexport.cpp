@@ -8,15 +8,9 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 #include <cstdio>
 
 namespace {
-
-QString tr(const char *text)
-{
-    return QCoreApplication::translate("Kestro", text);
-}
 
 const char kHtmlFilter[] = "HTML (*.html *.htm)";
 const char kCsvFilter[] = "CSV (*.csv *.txt)";
@@ -51,6 +45,31 @@ void copyReplacing(const QString &from, const QString &to)
         return;
     QFile::remove(to);
     QFile::copy(from, to);
+}
+
+// The uniformity report for a file at `path`: its picture and the four maps
+// copied into the companion folder, the text referring to the copies.
+QString uniformityReportText(const KestroUniformityBatch &uni, const QString &path)
+{
+    QString html = uni.uniformityHtml();
+    const kestro::ReportLocation location = kestro::reportLocation(path);
+    location.makeCompanionFolder();
+    const QString imagePath = uni.uniformityImagePath();
+    const QString imageFolder = uni.uniformityImageFolder();
+    copyReplacing(imagePath, location.picturePath(QStringLiteral(".png")));
+    for (const char *map :
+         {"UniformityY.png", "UniformityR.png", "UniformityG.png", "UniformityB.png"}) {
+        if (!imageFolder.isEmpty())
+            copyReplacing(QDir(imageFolder).filePath(QLatin1String(map)),
+                          QDir(location.companionFolder()).filePath(QLatin1String(map)));
+    }
+    // The text refers to the copies, relative to the report. An empty name
+    // would match between every character, so only real names are replaced.
+    if (!imagePath.isEmpty())
+        html.replace(imagePath, location.pictureLink(QStringLiteral(".png")));
+    if (!imageFolder.isEmpty())
+        html.replace(imageFolder, QLatin1String(".\\") + location.base + QLatin1String("_files\\"));
+    return QStringLiteral("<center><H1>Color Uniformity Results</H1></center>") + html;
 }
 
 } // namespace
@@ -156,18 +175,11 @@ void KestroReportExporter::saveChartReport(bool withNoise)
         std::fprintf(stderr, "Kestro: the colour difference report is not available.\n");
         return;
     }
-    if (!m_host->batchMode() && m_charts->colorDifferenceHtml().isEmpty()) {
-        message(QMessageBox::Warning, tr("Warning"),
-                tr("Color Difference table is empty. Please calculate Color Difference first."));
-        return;
-    }
-    const QString path = chooseFile(KestroReportHost::ColorDifferenceReport, tr(kHtmlFilter));
-    if (path.isEmpty())
-        return;
-    const WaitCursor wait(!m_host->batchMode());
-    QString error;
-    if (!m_charts->writeColorDifferenceReport(path, withNoise, &error))
-        reportWriteFailure(path, error);
+    saveReport(KestroReportHost::ColorDifferenceReport, m_charts->colorDifferenceHtml().isEmpty(),
+               tr("Color Difference table is empty. Please calculate Color Difference first."),
+               [this, withNoise](const QString &path, QString *error) {
+                   return m_charts->writeColorDifferenceReport(path, withNoise, error);
+               });
 }
 
 void KestroReportExporter::saveNoiseReport()
@@ -176,18 +188,11 @@ void KestroReportExporter::saveNoiseReport()
         std::fprintf(stderr, "Kestro: the noise report is not available.\n");
         return;
     }
-    if (!m_host->batchMode() && m_charts->noiseHtml().isEmpty()) {
-        message(QMessageBox::Warning, tr("Warning"),
-                tr("Noise table is empty. Please calculate noise first."));
-        return;
-    }
-    const QString path = chooseFile(KestroReportHost::NoiseReport, tr(kHtmlFilter));
-    if (path.isEmpty())
-        return;
-    const WaitCursor wait(!m_host->batchMode());
-    QString error;
-    if (!m_charts->writeNoiseReport(path, &error))
-        reportWriteFailure(path, error);
+    saveReport(KestroReportHost::NoiseReport, m_charts->noiseHtml().isEmpty(),
+               tr("Noise table is empty. Please calculate noise first."),
+               [this](const QString &path, QString *error) {
+                   return m_charts->writeNoiseReport(path, error);
+               });
 }
 
 void KestroReportExporter::saveMtfReport()
@@ -197,18 +202,12 @@ void KestroReportExporter::saveMtfReport()
         std::fprintf(stderr, "Kestro: the MTF report is not available.\n");
         return;
     }
-    const QString path = chooseFile(KestroReportHost::MtfReport, tr(kHtmlFilter));
-    if (path.isEmpty())
-        return;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-        reportWriteFailure(path, file.errorString());
-        return;
-    }
-    const WaitCursor wait(!m_host->batchMode());
-    const QByteArray text = mtf->mtfReport(path, m_host->batchMode(), true).toUtf8();
-    if (file.write(text) != text.size() || !file.commit())
-        reportWriteFailure(path, file.errorString());
+    saveReport(KestroReportHost::MtfReport, false, QString(),
+               [this, mtf](const QString &path, QString *error) {
+                   return kestro::writeReportFile(
+                           path, [&] { return mtf->mtfReport(path, m_host->batchMode(), true); },
+                           error);
+               });
 }
 
 void KestroReportExporter::saveUniformityReport()
@@ -218,42 +217,29 @@ void KestroReportExporter::saveUniformityReport()
         std::fprintf(stderr, "Kestro: the uniformity report is not available.\n");
         return;
     }
-    QString html = uni->uniformityHtml();
-    if (!m_host->batchMode() && html.isEmpty()) {
-        message(QMessageBox::Warning, tr("Warning"),
-                tr("Color Uniformity table is empty. Please calculate Color Uniformity first."));
+    saveReport(KestroReportHost::UniformityReport, uni->uniformityHtml().isEmpty(),
+               tr("Color Uniformity table is empty. Please calculate Color Uniformity first."),
+               [uni](const QString &path, QString *error) {
+                   return kestro::writeReportFile(
+                           path, [&] { return uniformityReportText(*uni, path); }, error);
+               });
+}
+
+void KestroReportExporter::saveReport(KestroReportHost::ReportKind kind, bool nothingMeasured,
+                                      const QString &emptyText,
+                                      const std::function<bool(const QString &, QString *)> &write)
+{
+    if (!m_host->batchMode() && nothingMeasured) {
+        message(QMessageBox::Warning, tr("Warning"), emptyText);
         return;
     }
-    const QString path = chooseFile(KestroReportHost::UniformityReport, tr(kHtmlFilter));
+    const QString path = chooseFile(kind, tr(kHtmlFilter));
     if (path.isEmpty())
         return;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-        reportWriteFailure(path, file.errorString());
-        return;
-    }
     const WaitCursor wait(!m_host->batchMode());
-    const kestro::ReportLocation location = kestro::reportLocation(path);
-    location.makeCompanionFolder();
-    const QString imagePath = uni->uniformityImagePath();
-    const QString imageFolder = uni->uniformityImageFolder();
-    copyReplacing(imagePath, location.picturePath(QStringLiteral(".png")));
-    for (const char *map :
-         {"UniformityY.png", "UniformityR.png", "UniformityG.png", "UniformityB.png"}) {
-        if (!imageFolder.isEmpty())
-            copyReplacing(QDir(imageFolder).filePath(QLatin1String(map)),
-                          QDir(location.companionFolder()).filePath(QLatin1String(map)));
-    }
-    // The text refers to the copies, relative to the report. An empty name
-    // would match between every character, so only real names are replaced.
-    if (!imagePath.isEmpty())
-        html.replace(imagePath, location.pictureLink(QStringLiteral(".png")));
-    if (!imageFolder.isEmpty())
-        html.replace(imageFolder, QLatin1String(".\\") + location.base + QLatin1String("_files\\"));
-    const QByteArray text
-            = (QStringLiteral("<center><H1>Color Uniformity Results</H1></center>") + html).toUtf8();
-    if (file.write(text) != text.size() || !file.commit())
-        reportWriteFailure(path, file.errorString());
+    QString error;
+    if (!write(path, &error))
+        reportWriteFailure(path, error);
 }
 
 void KestroReportExporter::saveToCSVFile()

@@ -79,6 +79,12 @@ private:
 
     void saveChartReport(bool withNoise);
     void saveNoiseReport();
+    // The steps every HTML report shares: the empty-table message (when
+    // nothing was measured, interactively), the file, the writer and its
+    // failure message.
+    void saveReport(KestroReportHost::ReportKind kind, bool nothingMeasured,
+                    const QString &emptyText,
+                    const std::function<bool(const QString &, QString *)> &write);
     void saveMtfReport();
     void saveUniformityReport();
 

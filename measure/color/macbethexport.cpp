@@ -182,26 +182,26 @@ QString measurementCsv(const MeasurementCsvData &data, bool withColorDifference,
 
 bool saveTextFile(const QString &path, const QString &text, QString *error)
 {
+    return writeReportFile(
+            path, [&text] { return text; }, error);
+}
+
+bool writeReportFile(const QString &path, const std::function<QString()> &makeText, QString *error)
+{
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         if (error)
             *error = file.errorString();
         return false;
     }
-    const QByteArray bytes = text.toUtf8();
-    if (file.write(bytes) != bytes.size()) {
-        if (error)
-            *error = file.errorString();
-        file.cancelWriting();
-        file.commit(); // removes the temporary file
-        return false;
-    }
-    if (!file.commit()) {
-        if (error)
-            *error = file.errorString();
-        return false;
-    }
-    return true;
+    const QByteArray bytes = makeText().toUtf8();
+    if (file.write(bytes) == bytes.size() && file.commit())
+        return true;
+    if (error)
+        *error = file.errorString();
+    file.cancelWriting();
+    file.commit(); // removes the temporary file
+    return false;
 }
 
 QString csvPathForReport(const QString &reportPath)

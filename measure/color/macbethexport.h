@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 #include <QVector>
+#include <functional>
 
 class QStdMacbethChartColorDifference;
 
@@ -81,6 +82,12 @@ public:
 // Writes `text` as UTF-8 through a temporary file renamed into place. On
 // failure `error` gets the system's reason and an existing file is untouched.
 bool saveTextFile(const QString &path, const QString &text, QString *error = nullptr);
+
+// The same for a report: the file is opened first, so that a path that
+// cannot be written fails before `makeText` runs (which may write the
+// report's pictures), then the text is written in place.
+bool writeReportFile(const QString &path, const std::function<QString()> &makeText,
+                     QString *error = nullptr);
 
 // The CSV file beside a batch HTML report: a trailing ".html" (any case)
 // becomes ".csv"; any other name gets ".csv" appended.

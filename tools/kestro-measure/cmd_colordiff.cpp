@@ -21,10 +21,7 @@
 #include <cstdio>
 
 #ifdef KESTRO_HAVE_COLOR_PAGE
-#include "imaging/gui/macbethframeview.h"
-#include "measure/color/gui/macbethchartpage.h"
-
-#include <QApplication>
+#include "measure/color/gui/offscreenreports.h"
 #endif
 
 namespace {
@@ -118,31 +115,13 @@ bool parseOptions(const QStringList &args, Options *options)
     return options->positional.size() == 2;
 }
 
-// The chart page's report over the same picture and regions, drawn on the
-// offscreen platform.
+// The chart page's report over the same picture and regions.
 bool writeReport(const CFrame &frame, const QVector<QRect> &rects, const QString &path,
                  QString *error)
 {
 #ifdef KESTRO_HAVE_COLOR_PAGE
-    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
-        *error = QStringLiteral("the report pictures cannot be drawn in this run");
-        return false;
-    }
-    MacbethChartPage page;
-    page.setBatchMode(true);
-    page.resize(1400, 900);
-    page.frameView()->addFrame(frame);
-    for (const QRect &r : rects)
-        page.frameView()->view()->addRegion(QRectF(r));
-    if (!page.processMacbethChart()) {
-        *error = QStringLiteral("the chart could not be processed");
-        return false;
-    }
-    return page.writeColorDifferenceReport(path, false, error);
+    return writeOffscreenColorDifferenceReport(frame, rects, path, error);
 #else
-    Q_UNUSED(frame);
-    Q_UNUSED(rects);
-    Q_UNUSED(path);
     *error = QStringLiteral("this build has no chart page to draw the report");
     return false;
 #endif

@@ -19,9 +19,7 @@
 #include <memory>
 
 #ifdef KESTRO_HAVE_COLOR_PAGE
-#include "measure/color/gui/macbethchartpage.h"
-
-#include <QApplication>
+#include "measure/color/gui/offscreenreports.h"
 #endif
 
 namespace {
@@ -89,25 +87,13 @@ bool parseOptions(const QStringList &args, Options *options)
     return options->positional.size() >= 2;
 }
 
-// The chart page's noise report over these results, drawn on the offscreen
-// platform.
+// The chart page's noise report over these results.
 bool writeReport(const QVector<NoisePatchResult> &results, const QStringList &files,
                  const QString &path, QString *error)
 {
 #ifdef KESTRO_HAVE_COLOR_PAGE
-    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
-        *error = QStringLiteral("the report pictures cannot be drawn in this run");
-        return false;
-    }
-    MacbethChartPage page;
-    page.setBatchMode(true);
-    page.resize(1400, 900);
-    page.showNoiseResults(results, files);
-    return page.writeNoiseReport(path, error);
+    return writeOffscreenNoiseReport(results, files, path, error);
 #else
-    Q_UNUSED(results);
-    Q_UNUSED(files);
-    Q_UNUSED(path);
     *error = QStringLiteral("this build has no chart page to draw the report");
     return false;
 #endif

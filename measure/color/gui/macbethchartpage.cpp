@@ -62,28 +62,6 @@ bool savePng(const QImage &image, const QString &path)
     return file.commit();
 }
 
-// An opening QSaveFile for a report, with the reason when it cannot open.
-bool openReport(QSaveFile &file, QString *error)
-{
-    if (file.open(QIODevice::WriteOnly | QIODevice::Text))
-        return true;
-    if (error)
-        *error = file.errorString();
-    return false;
-}
-
-bool finishReport(QSaveFile &file, const QString &text, QString *error)
-{
-    const QByteArray bytes = text.toUtf8();
-    if (file.write(bytes) == bytes.size() && file.commit())
-        return true;
-    if (error)
-        *error = file.errorString();
-    file.cancelWriting();
-    file.commit();
-    return false;
-}
-
 QWidget *fixedArea(QWidget *parent)
 {
     auto *area = new QWidget(parent);
@@ -487,62 +465,67 @@ bool MacbethChartPage::saveChartPictures(const ReportLocation &location, ChartGr
 bool MacbethChartPage::writeColorDifferenceReport(const QString &path, bool withNoise,
                                                   QString *error)
 {
-    QSaveFile file(path);
-    if (!openReport(file, error))
-        return false;
-    const ReportLocation location = reportLocation(path);
-    location.makeCompanionFolder();
-    QStringList fragments;
-    const QString regions = QStringLiteral("_macbethRegions.png");
-    if (m_frameView->saveFrameView(location.picturePath(regions)))
-        fragments << regionsPictureFragment(location, regions);
-    fragments << m_colorHtml;
-    // A picture that cannot be saved is not an error of the report: it then
-    // refers to a missing picture.
-    saveChartPictures(location, m_colorChart, m_colorGrayPlot, QStringLiteral(".png"),
-                      QStringLiteral("_GrayChart.png"));
-    fragments << QLatin1String("<body>")
-                         + chartPicturesHtml(location, QStringLiteral(".png"),
-                                             QStringLiteral(
-                                                     "Macbeth ColorChecker Color Difference Chart"),
-                                             QStringLiteral("_GrayChart.png"),
-                                             QStringLiteral("Gray Patches Color Difference Chart"))
-                         + QLatin1String("</body>");
-    if (withNoise) {
-        initNoiseCharts();
-        saveChartPictures(location, m_noiseChart, m_noiseGrayPlot, QStringLiteral("_noise.png"),
-                          QStringLiteral("_GrayChart_noise.png"));
-        fragments << m_noiseHtml;
-        fragments << QLatin1String("<body>")
-                             + chartPicturesHtml(location, QStringLiteral("_noise.png"),
+    return writeReportFile(
+            path,
+            [&] {
+                const ReportLocation location = reportLocation(path);
+                location.makeCompanionFolder();
+                QStringList fragments;
+                const QString regions = QStringLiteral("_macbethRegions.png");
+                if (m_frameView->saveFrameView(location.picturePath(regions)))
+                    fragments << regionsPictureFragment(location, regions);
+                fragments << m_colorHtml;
+                // A picture that cannot be saved is not an error of the report: it
+                // then refers to a missing picture.
+                saveChartPictures(location, m_colorChart, m_colorGrayPlot, QStringLiteral(".png"),
+                                  QStringLiteral("_GrayChart.png"));
+                fragments << QLatin1String("<body>")
+                                     + chartPicturesHtml(location, QStringLiteral(".png"),
+                                                         QStringLiteral("Macbeth ColorChecker Color "
+                                                                        "Difference Chart"),
+                                                         QStringLiteral("_GrayChart.png"),
+                                                         QStringLiteral(
+                                                                 "Gray Patches Color Difference "
+                                                                 "Chart"))
+                                     + QLatin1String("</body>");
+                if (withNoise) {
+                    initNoiseCharts();
+                    saveChartPictures(location, m_noiseChart, m_noiseGrayPlot,
+                                      QStringLiteral("_noise.png"),
+                                      QStringLiteral("_GrayChart_noise.png"));
+                    fragments << m_noiseHtml;
+                    fragments << QLatin1String("<body>")
+                                         + chartPicturesHtml(
+                                                 location, QStringLiteral("_noise.png"),
                                                  QStringLiteral("Macbeth ColorChecker Noise Chart"),
                                                  QStringLiteral("_GrayChart_noise.png"),
                                                  QStringLiteral("Gray Patches Noise Chart"))
-                             + QLatin1String("</body>");
-    }
-    return finishReport(file,
-                        mergeHtmlStreams(fragments, QStringLiteral("Macbeth Color Chart Results")),
-                        error);
+                                         + QLatin1String("</body>");
+                }
+                return mergeHtmlStreams(fragments, QStringLiteral("Macbeth Color Chart Results"));
+            },
+            error);
 }
 
 bool MacbethChartPage::writeNoiseReport(const QString &path, QString *error)
 {
-    QSaveFile file(path);
-    if (!openReport(file, error))
-        return false;
-    initNoiseCharts();
-    const ReportLocation location = reportLocation(path);
-    location.makeCompanionFolder();
-    saveChartPictures(location, m_noiseChart, m_noiseGrayPlot, QStringLiteral(".png"),
-                      QStringLiteral("_GrayChart.png"));
-    // Written as it stands: the noise report is one document already.
-    const QString text = QLatin1String("<center><H1>Noise Measurement Results</H1></center>")
-                         + m_noiseHtml + QLatin1String("<br>")
-                         + chartPicturesHtml(location, QStringLiteral(".png"),
-                                             QStringLiteral("Macbeth ColorChecker Noise Chart"),
-                                             QStringLiteral("_GrayChart.png"),
-                                             QStringLiteral("Gray Patches Noise Chart"));
-    return finishReport(file, text, error);
+    return writeReportFile(
+            path,
+            [&] {
+                initNoiseCharts();
+                const ReportLocation location = reportLocation(path);
+                location.makeCompanionFolder();
+                saveChartPictures(location, m_noiseChart, m_noiseGrayPlot, QStringLiteral(".png"),
+                                  QStringLiteral("_GrayChart.png"));
+                // Written as it stands: the noise report is one document already.
+                return QLatin1String("<center><H1>Noise Measurement Results</H1></center>")
+                       + m_noiseHtml + QLatin1String("<br>")
+                       + chartPicturesHtml(location, QStringLiteral(".png"),
+                                           QStringLiteral("Macbeth ColorChecker Noise Chart"),
+                                           QStringLiteral("_GrayChart.png"),
+                                           QStringLiteral("Gray Patches Noise Chart"));
+            },
+            error);
 }
 
 MeasurementCsvData MacbethChartPage::csvData() const

@@ -13,14 +13,7 @@ using kestro::test::makeChart;
 
 namespace {
 
-// sRGB renderings of the 24 chart patches, close to the reference values.
-const std::array<QRgb, 24> kChartColours
-        = {qRgb(115, 82, 68),   qRgb(194, 150, 130), qRgb(98, 122, 157),  qRgb(87, 108, 67),
-           qRgb(133, 128, 177), qRgb(103, 189, 170), qRgb(214, 126, 44),  qRgb(80, 91, 166),
-           qRgb(193, 90, 99),   qRgb(94, 60, 108),   qRgb(157, 188, 64),  qRgb(224, 163, 46),
-           qRgb(56, 61, 150),   qRgb(70, 148, 73),   qRgb(175, 54, 60),   qRgb(231, 199, 31),
-           qRgb(187, 86, 149),  qRgb(8, 133, 161),   qRgb(243, 243, 242), qRgb(200, 200, 200),
-           qRgb(160, 160, 160), qRgb(122, 122, 121), qRgb(85, 85, 85),    qRgb(52, 52, 52)};
+const std::array<QRgb, 24> &kChartColours = test::kSrgbChartColours;
 
 std::array<QRgb, 24> uniform(QRgb c)
 {
