@@ -1,0 +1,241 @@
+// The batch MTF test end to end: KestroLoader run as a test station runs it,
+// on generated slanted edges of known sharpness. The report's figures match
+// the truth and kestro-measure, every picture it refers to opens in a
+// browser engine, and a report that cannot be written leaves nothing behind.
+
+#include "tests/platform/colorcal/slantededge.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QJsonArray>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#if __has_include(<QtWebEngineWidgets/QWebEngineView>)
+#include <QtWebEngineWidgets/QWebEnginePage>
+#include <QtWebEngineWidgets/QWebEngineView>
+#define KESTRO_TEST_WEBENGINE 1
+#endif
+
+using kestro::test::ProcessResult;
+
+namespace {
+
+const double kSigma = 0.7; // blur of the edges, pixels
+const double kAngle = 5;   // lean of the edges, degrees
+
+// A gray chart of 480 x 360 pixels: two slanted edges, flat elsewhere.
+// Region 1 and 2 lie on the edges, region 3 on a flat area.
+struct Chart
+{
+    QTemporaryDir dir;
+    QString image;
+    QString roi;
+    const QRect regions[3] = {{40, 60, 128, 200}, {280, 60, 128, 200}, {200, 300, 40, 40}};
+
+    Chart()
+    {
+        kestro::test::EdgeParams edge;
+        edge.sigma[0] = kSigma;
+        edge.angleDegrees = kAngle;
+        edge.dark = 0.1;
+        edge.light = 0.7;
+        const QImage part = kestro::test::makeEdgeImage(edge);
+        QImage picture(480, 360, QImage::Format_Grayscale8);
+        picture.fill(90);
+        for (int k = 0; k < 2; ++k)
+            for (int y = 0; y < part.height(); ++y)
+                std::copy(part.constScanLine(y), part.constScanLine(y) + part.width(),
+                          picture.scanLine(regions[k].top() + y) + regions[k].left());
+        image = kestro::test::saveImage(dir, "edges.png", picture);
+        QByteArray ini = "[patches]\n";
+        for (int i = 0; i < 3; ++i)
+            ini += QString("%1\\left=%2\n%1\\top=%3\n%1\\width=%4\n%1\\height=%5\n")
+                           .arg(i + 1)
+                           .arg(regions[i].left())
+                           .arg(regions[i].top())
+                           .arg(regions[i].width())
+                           .arg(regions[i].height())
+                           .toLatin1();
+        roi = kestro::test::writeFile(dir, "regions.roi", ini + "size=3\n");
+    }
+};
+
+ProcessResult kestroLoader(const QStringList &args)
+{
+    return kestro::test::runProcess(kestro::test::buildPath("app/KestroLoader"), args);
+}
+
+QString readText(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+// The picture files a report refers to, resolved beside it.
+QStringList pictureFiles(const QString &html, const QString &reportPath)
+{
+    QStringList files;
+    const QRegularExpression src(QStringLiteral("<img[^>]*src=\"([^\"]+)\""));
+    for (auto it = src.globalMatch(html); it.hasNext();)
+        files << QFileInfo(reportPath)
+                         .dir()
+                         .filePath(it.next().captured(1).replace(QLatin1Char('\\'),
+                                                                 QLatin1Char('/')));
+    return files;
+}
+
+// The cells of a channel's row in a region's MTF 10/50 table: overshoot,
+// MTF50, MTF50 peak, MTF10, MTF10 peak, slope, contrast.
+QStringList figureCells(const QString &regionHtml, const QString &channel)
+{
+    const QRegularExpression row("<tr><td>" + channel + "</td>((?:<td[^>]*>[^<]*</td>){7})</tr>");
+    const QRegularExpressionMatch m = row.match(regionHtml);
+    QStringList cells;
+    const QRegularExpression cell("<td[^>]*>([^<]*) </td>");
+    for (auto it = cell.globalMatch(m.captured(1)); it.hasNext();)
+        cells << it.next().captured(1);
+    return cells;
+}
+
+#ifdef KESTRO_TEST_WEBENGINE
+// The natural widths of the pictures of an HTML file once the browser
+// engine has loaded it (0 for a picture that did not load).
+QList<int> pictureWidths(const QString &path)
+{
+    // The engine does not start as root with its sandbox on.
+    if (::geteuid() == 0)
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    QWebEngineView view;
+    QEventLoop loop;
+    bool loaded = false;
+    QObject::connect(&view, &QWebEngineView::loadFinished, [&](bool ok) {
+        loaded = ok;
+        loop.quit();
+    });
+    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+    view.load(QUrl::fromLocalFile(path));
+    loop.exec();
+    QList<int> widths;
+    if (!loaded)
+        return widths;
+    view.page()->runJavaScript(
+            "Array.from(document.images).map(function (i) { return i.naturalWidth; })",
+            [&](const QVariant &result) {
+                for (const QVariant &w : result.toList())
+                    widths << w.toInt();
+                loop.quit();
+            });
+    loop.exec();
+    return widths;
+}
+#endif
+
+} // namespace
+
+TEST(BatchMtf, RegionFileReportAgreesWithTheTruthAndTheCommandLineTool)
+{
+    Chart chart;
+    const QString report = chart.dir.filePath("out.html");
+    const ProcessResult r = kestroLoader(
+            {"MTF", chart.image, report, "Gamma=1", "ROI=" + chart.roi});
+    EXPECT_EQ(r.exitCode, 0) << r.err.constData();
+    EXPECT_EQ(r.out, QByteArray());
+    const QString html = readText(report);
+    ASSERT_FALSE(html.isEmpty()) << r.err.constData();
+
+    // Every picture is there: the regions, three crops, two graphs.
+    const QStringList files = pictureFiles(html, report);
+    EXPECT_EQ(files.size(), 6);
+    for (const QString &file : files)
+        EXPECT_FALSE(QImage(file).isNull()) << file.toStdString();
+
+    // Per region: the figures of the gray edges are the same in every
+    // channel, near the true MTF50, and equal kestro-measure's figures.
+    QStringList rois;
+    for (const QRect &rect : chart.regions)
+        rois << "--roi"
+             << QString("%1,%2,%3,%4")
+                        .arg(rect.left())
+                        .arg(rect.top())
+                        .arg(rect.width())
+                        .arg(rect.height());
+    const QJsonObject measured = kestro::test::parseJsonOutput(
+            kestro::test::runProcess(kestro::test::measureToolPath(),
+                                     QStringList{"mtf", chart.image, "--gamma", "1"} + rois));
+    const QJsonArray regions = measured.value("regions").toArray();
+    ASSERT_EQ(regions.size(), 3);
+    const QStringList sections = html.split("<hr>");
+    ASSERT_EQ(sections.size(), 4);
+    const char *keys[] = {"mtf50", "mtf50Peak", "mtf10", "mtf10Peak", "slopeDegrees", "contrast"};
+    const char *channels[] = {"red", "green", "blue"};
+    const char *rows[] = {"Red", "Green", "Blue"};
+    for (int i = 0; i < 2; ++i) {
+        const QJsonObject region = regions[i].toObject();
+        ASSERT_TRUE(region.value("valid").toBool());
+        for (int c = 0; c < 3; ++c) {
+            const QStringList cells = figureCells(sections[i], rows[c]);
+            ASSERT_EQ(cells.size(), 7) << sections[i].toStdString();
+            for (int k = 0; k < 6; ++k) {
+                double value = region.value(keys[k]).toObject().value(channels[c]).toDouble();
+                if (k == 4)
+                    value = std::abs(value);
+                EXPECT_EQ(cells[k + 1], QString::number(value, 'g', 3)) << keys[k];
+            }
+        }
+        const double truth = kestro::test::trueCrossing(kSigma, kAngle, 0.5);
+        EXPECT_NEAR(figureCells(sections[i], "Red")[1].toDouble() / truth, 1.0, 0.01);
+        EXPECT_NEAR(figureCells(sections[i], "Red")[5].toDouble(), kAngle, 0.1);
+    }
+    EXPECT_FALSE(regions[2].toObject().value("valid").toBool());
+    EXPECT_TRUE(sections[2].contains("No valid result for this region. Last error message : "
+                                     + regions[2].toObject().value("error").toString()));
+
+#ifdef KESTRO_TEST_WEBENGINE
+    const QList<int> widths = pictureWidths(report);
+    ASSERT_EQ(widths.size(), 6);
+    for (int w : widths)
+        EXPECT_GT(w, 0);
+#endif
+}
+
+TEST(BatchMtf, InlineRegionAndReportsThatCannotBeWritten)
+{
+    Chart chart;
+    const QRect &edge = chart.regions[0];
+    const QStringList corners = {"X1=" + QString::number(edge.right() + 1),
+                                 "Y1=" + QString::number(edge.top()),
+                                 "X2=" + QString::number(edge.left()),
+                                 "Y2=" + QString::number(edge.bottom() + 1)};
+    const QString report = chart.dir.filePath("inline.html");
+    ProcessResult r = kestroLoader(QStringList{"MTF", chart.image, report, "Gamma=0.45"} + corners);
+    EXPECT_EQ(r.exitCode, 0);
+    const QString html = readText(report);
+    EXPECT_TRUE(html.contains("<h4>Gamma</h4> 0.45</p>"));
+    EXPECT_TRUE(html.contains("topleft(40, 60), width: 128, height: 200"));
+    const QStringList files = pictureFiles(html, report);
+    EXPECT_EQ(files.size(), 3);
+    for (const QString &file : files)
+        EXPECT_TRUE(QFileInfo::exists(file)) << file.toStdString();
+
+    // A folder that does not exist: the export's message, nothing written.
+    const QString nowhere = chart.dir.filePath("no/such/folder/out.html");
+    r = kestroLoader(QStringList{"MTF", chart.image, nowhere, "Gamma=0.45"} + corners);
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_TRUE(r.out.startsWith("Cannot write file " + QFile::encodeName(nowhere) + ". "))
+            << r.out.constData();
+    EXPECT_FALSE(QFileInfo::exists(chart.dir.filePath("no")));
+
+    // Only a flat region: no report, and stderr says why.
+    const QString flat = chart.dir.filePath("flat.html");
+    r = kestroLoader({"MTF", chart.image, flat, "X1=200", "Y1=300", "X2=240", "Y2=340"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_FALSE(QFileInfo::exists(flat));
+    EXPECT_TRUE(r.err.contains("Kestro: no MTF report written: no region has a valid result; "
+                               "region 1 (200_300_40_40): "))
+            << r.err.constData();
+}
