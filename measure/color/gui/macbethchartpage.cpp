@@ -14,6 +14,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDesktopServices>
 #include <QDir>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -210,6 +211,11 @@ void MacbethChartPage::buildUi()
     m_colorReportView = new QTextBrowser;
     m_colorReportView->setObjectName(QStringLiteral("colorDifferenceReportView"));
     m_colorReportView->setOpenLinks(false);
+    // The report links the chart picture by its file name: open it in the
+    // desktop's viewer.
+    connect(m_colorReportView, &QTextBrowser::anchorClicked, this, [](const QUrl &link) {
+        QDesktopServices::openUrl(link.isRelative() ? QUrl::fromLocalFile(link.toString()) : link);
+    });
     m_reportTabs->addTab(m_colorReportView, tr("Color Difference Report"));
     m_noiseReportArea = new QWidget;
     m_noiseReportArea->setObjectName(QStringLiteral("noiseReportArea"));

@@ -119,6 +119,13 @@ TEST(MacbethChartPage, ProcessingMessagesAndResults)
     EXPECT_EQ(f.page.colorGrayPlot()->curve(0)->dataSize(), 6u);
     f.page.metricSelector()->setCurrentIndex(1);
     EXPECT_EQ(f.page.colorChart()->mode(), ChartGraph::ValueMode);
+
+    // An all-black picture is measured too; its undefined ratios print as nan.
+    QImage black(f.chart.image.size(), QImage::Format_RGB32);
+    black.fill(Qt::black);
+    f.addFrame(black, "black.png");
+    ASSERT_TRUE(f.page.processMacbethChart());
+    EXPECT_TRUE(f.page.colorDifferenceHtml().contains("<td align=\"right\">nan</td>"));
 }
 
 TEST(MacbethChartPage, NoiseOverTheFrameSet)
