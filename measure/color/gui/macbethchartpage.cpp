@@ -40,7 +40,7 @@ using namespace kestro;
 namespace {
 
 // The gray plots keep one size, so their pictures in the reports do too.
-const QSize kPlotSize(560, 360);
+const QSize kPlotSize(480, 320);
 // Region edits arrive in bursts while a corner handle is dragged; the
 // measurements run again once the burst is over.
 const int kRerunDelayMs = 250;
