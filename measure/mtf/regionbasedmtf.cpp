@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QImage>
+#include <QStringList>
 #include <algorithm>
 #include <cmath>
 
@@ -105,6 +106,17 @@ double regionBasedMTF::overshoot(int channel) const
     return channel >= 0 && channel < 4 ? m_overshoot[channel] : 0.0;
 }
 
+double regionBasedMTF::contrastToNoise(int channel) const
+{
+    return isValid() && channel >= 0 && channel < 4 ? m_quality.cnr[channel] : std::nan("");
+}
+
+double regionBasedMTF::samplesPerBin(int channel) const
+{
+    return isValid() && channel >= 0 && channel < 4 ? m_quality.samplesPerBin[channel]
+                                                    : std::nan("");
+}
+
 QString regionBasedMTF::errorMessage() const
 {
     return m_errorMessage;
@@ -114,12 +126,32 @@ QString regionBasedMTF::regionInfoHtml() const
 {
     // One multi-argument pass, so that a "%" sequence in the file name is
     // left as it stands.
-    return QString("<table><tr><th align=\"left\">Region</th><td> topleft(%1, %2), width: %3, height: "
-                   "%4</td> </tr><tr><th align=\"left\">File Name</th><td width=\"500px\"> %5</td></tr><tr>"
-                   "<th align=\"left\">ROI Distance</th><td> %6</td></tr></table>")
-            .arg(QString::number(m_region.left()), QString::number(m_region.top()),
-                 QString::number(m_region.width()), QString::number(m_region.height()), m_fileName,
-                 QString::number(m_roiDistance, 'g', 6));
+    QString info = QString("<table><tr><th align=\"left\">Region</th><td> topleft(%1, %2), width: "
+                           "%3, height: %4</td> </tr><tr><th align=\"left\">File Name</th><td "
+                           "width=\"500px\"> %5</td></tr><tr><th align=\"left\">ROI "
+                           "Distance</th><td> %6</td></tr></table>")
+                           .arg(QString::number(m_region.left()), QString::number(m_region.top()),
+                                QString::number(m_region.width()),
+                                QString::number(m_region.height()), m_fileName,
+                                QString::number(m_roiDistance, 'g', 6));
+    if (isValid()) {
+        // The edge quality behind the result, per channel.
+        auto perChannel = [this](double (regionBasedMTF::*figure)(int) const) {
+            QStringList values;
+            for (int c : {Red, Green, Blue, Gray})
+                values << channelName(c) + QLatin1Char(' ')
+                                  + QString::number((this->*figure)(c), 'g', 3);
+            return values.join(QLatin1String(", "));
+        };
+        info.insert(info.size() - int(qstrlen("</table>")),
+                    QLatin1String("<tr><th align=\"left\">Edge contrast-to-noise</th><td> ")
+                            + perChannel(&regionBasedMTF::contrastToNoise)
+                            + QLatin1String("</td></tr><tr><th align=\"left\">Samples per "
+                                            "bin</th><td> ")
+                            + perChannel(&regionBasedMTF::samplesPerBin)
+                            + QLatin1String("</td></tr>"));
+    }
+    return info;
 }
 
 QString regionBasedMTF::regionTag() const
@@ -152,12 +184,13 @@ bool regionBasedMTF::callLibrary(unsigned int &pointCount, double *frequencies, 
                                  double *mtf50Peak, double *mtf10, double *mtf10Peak,
                                  double *slopeDegrees, double *contrast, char *errorText,
                                  int errorSize, const char *fileName, double gamma, int left,
-                                 int top, int width, int height, int mode)
+                                 int top, int width, int height, int mode,
+                                 CColorCalibrate::MtfQuality *quality)
 {
     return m_calibration.CalculateMTF(pointCount, frequencies, gray, red, green, blue, mtf50,
                                       mtf50Peak, mtf10, mtf10Peak, slopeDegrees, contrast,
                                       errorText, errorSize, fileName, gamma, left, top, width,
-                                      height, mode);
+                                      height, mode, quality);
 }
 
 bool regionBasedMTF::calculate()
@@ -187,12 +220,14 @@ bool regionBasedMTF::calculate()
 
     char errorText[1024] = {};
     unsigned int count = 0;
+    std::fill(std::begin(m_quality.cnr), std::end(m_quality.cnr), std::nan(""));
+    std::fill(std::begin(m_quality.samplesPerBin), std::end(m_quality.samplesPerBin), std::nan(""));
     const QByteArray name = QFile::encodeName(m_fileName);
     const bool ran = callLibrary(count, m_frequencies, m_grayCurve, m_redCurve, m_greenCurve,
                                  m_blueCurve, m_mtf50, m_mtf50Peak, m_mtf10, m_mtf10Peak,
                                  m_slopeDegrees, m_contrast, errorText, 1024, name.constData(),
                                  m_gamma, m_region.left(), m_region.top(), m_region.width(),
-                                 m_region.height(), 3);
+                                 m_region.height(), 3, &m_quality);
     m_pointCount = std::min<unsigned>(count, kMaxPoints);
     for (unsigned i = 0; i < m_pointCount; ++i)
         m_frequenciesLWPH[i] = 2.0 * m_pictureHeight * m_frequencies[i];
@@ -200,7 +235,9 @@ bool regionBasedMTF::calculate()
     bool success;
     if (ran) {
         errorText[sizeof errorText - 1] = '\0';
-        m_errorMessage = QString::fromLatin1(errorText);
+        // The library writes its texts in the local 8-bit encoding, like
+        // the file names it quotes.
+        m_errorMessage = QString::fromLocal8Bit(errorText);
         success = m_errorMessage.isEmpty();
     } else {
         m_errorMessage = QStringLiteral("Internal operation error in MTF calculation");

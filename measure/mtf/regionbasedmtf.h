@@ -4,11 +4,10 @@
 // changes. Results live in fixed arrays inside the object.
 
 #include "imaging/regionbasedcalculation.h"
+#include "platform/colorcal/colorcal.h"
 
 #include <QRectF>
 #include <QString>
-
-class CColorCalibrate;
 
 class regionBasedMTF : public regionBasedCalculation
 {
@@ -56,7 +55,14 @@ public:
     // gray; 0.0 for any other channel.
     double overshoot(int channel) const;
     double roiDistance() const { return m_roiDistance; }
+    // How far the result can be trusted, per channel: the edge's
+    // contrast-to-noise ratio and the mean number of pixels behind each
+    // value of the edge profile. NaN while there is no result and for a
+    // channel outside 0..3.
+    double contrastToNoise(int channel) const;
+    double samplesPerBin(int channel) const;
 
+    // The region, file and distance; with a result also the edge quality.
     QString regionInfoHtml() const;
     // "left_top_width_height", used in report image names.
     QString regionTag() const;
@@ -72,7 +78,7 @@ protected:
                              double *mtf50Peak, double *mtf10, double *mtf10Peak,
                              double *slopeDegrees, double *contrast, char *errorText, int errorSize,
                              const char *fileName, double gamma, int left, int top, int width,
-                             int height, int mode);
+                             int height, int mode, CColorCalibrate::MtfQuality *quality);
 
 private:
     static double metric(const double (&values)[5], int channel)
@@ -93,6 +99,7 @@ private:
     double m_slopeDegrees[5] = {};
     double m_contrast[5] = {};
     double m_overshoot[4] = {};
+    CColorCalibrate::MtfQuality m_quality{};
     double m_gamma = 1.0;
     unsigned m_pictureHeight = 0;
     double m_roiDistance = 0;

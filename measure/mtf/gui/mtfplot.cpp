@@ -72,7 +72,8 @@ MTFPlot::MTFPlot(QWidget *parent)
     m_peak = new QwtPlotMarker;
     m_peak->setLineStyle(QwtPlotMarker::HLine);
     m_peak->setLinePen(QPen(kMarkerColor, 0, Qt::DashLine));
-    m_peak->setLabelAlignment(Qt::AlignRight | Qt::AlignTop);
+    // Below the line: a peak at the top of the scale keeps its label in view.
+    m_peak->setLabelAlignment(Qt::AlignRight | Qt::AlignBottom);
     m_peak->attach(this);
 
     checkAllLegendItems();

@@ -139,7 +139,8 @@ TEST(RegionMtfLibrary, RealEdgeThroughTheLibrary)
     kestro::test::EdgeParams s;
     s.angleDegrees = 5;
     s.sigma[0] = 0.7;
-    const QString path = dir.filePath("edge.png");
+    // A name outside Latin-1 reaches the library intact.
+    const QString path = dir.filePath(QStringLiteral("край 图像 %1.png"));
     ASSERT_TRUE(kestro::test::makeEdgeImage(s).save(path));
     regionBasedMTF m;
     m.setFileName(path);
@@ -151,6 +152,8 @@ TEST(RegionMtfLibrary, RealEdgeThroughTheLibrary)
     EXPECT_NEAR(m.curve(regionBasedMTF::Gray)[0], 1.0, 1e-9);
     EXPECT_NEAR(m.overshoot(regionBasedMTF::Gray), 1.0, 1e-9);
     EXPECT_NEAR(m.overshoot(regionBasedMTF::Red), 0.0, 1e-9);
+    EXPECT_GT(m.contrastToNoise(regionBasedMTF::Gray), 10.0);
+    EXPECT_GT(m.samplesPerBin(regionBasedMTF::Gray), 1.0);
 }
 
 TEST_F(RegionMtf, AbsurdRegionsAndOddFileNamesAreSafe)
