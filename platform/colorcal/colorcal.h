@@ -1,9 +1,27 @@
 #pragma once
 // colorcal: the open colour-calibration library. CColorCalibrate computes the
-// slanted-edge MTF of one region of an image file and writes colour-correction
-// matrices as register presets.
+// slanted-edge MTF of one region of an image file, and the colour-correction
+// matrix and white-balance gains of the last processed chart (see ccm.h),
+// which it writes as sensor register presets.
+
+#include "platform/colorcal/ccm_registers.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <functional>
 
 struct tl_camera_t;
+
+// Error states of LastErrorState besides 0 (success).
+enum ColorCalErrorState {
+    CC_ERR_NO_CHART = 2,     // no chart has been processed
+    CC_ERR_NO_MATRIX = 3,    // the processed chart gave no correction
+    CC_ERR_ARGUMENT = 4,     // missing file name, unknown matrix index
+    CC_ERR_NO_REGISTERS = 5, // the sensor has no described colour-correction registers
+    CC_ERR_RANGE = 6,        // a value does not fit its register
+    CC_ERR_FILE = 7          // the INI file cannot be read or written
+};
 
 class CColorCalibrate
 {
@@ -61,25 +79,67 @@ public:
                       double gamma, int left, int top, int width, int height, int mode,
                       MtfQuality *quality = nullptr);
 
-    // Colour-correction output, from the matrices of the last processed
-    // chart; without one, each call fails and LastErrorState gives the text.
-    // Writes the matrix (`matrixIndex` -1: the current one) as the sensor's
-    // colour-correction registers into an INI file.
+    // The last processed chart: `count` patches (a whole chart has 24) in
+    // patch order, their measured colours as sRGB-encoded channel fractions
+    // 0..1 and the chart's reference L*a*b* (count × 3 values each; a
+    // non-finite value marks a patch that was not measured). The correction
+    // is fitted at once with the current fit options; false when none could
+    // be fitted (CorrectionResult().error says why; the writers then fail
+    // with that text). A new chart clears the saved flag.
+    bool SetChartPatches(int count, const double *measuredRgb, const double *referenceLab);
+    void ClearChart();
+    bool HasChart() const { return m_hasChart; }
+    // Fit options: 0 least squares, 1 minimum ΔE00; ridge strength L >= 0.
+    // Refits the current chart; false for unknown options (kept as they
+    // were) or when the refit gives no correction.
+    bool SetCorrectionFit(int fit, double ridge);
+    kestro::ccm::Options CorrectionOptions() const { return m_options; }
+    const kestro::ccm::Result &CorrectionResult() const { return m_result; }
+
+    // Colour-correction output of the last processed chart; without one,
+    // each call fails and LastErrorState gives the text. The registers'
+    // names, widths and formats come from the sensor data file of the
+    // camera's sensor. Existing sections of the file are replaced and every
+    // other line kept; the file is replaced in one step, and left as it was
+    // on failure.
+    // Writes the matrix (`matrixIndex` -1 or 0: the current one) as the
+    // sensor's colour-correction registers into an INI file: register values
+    // with `asRegisters`, else the coefficients as decimal numbers;
+    // `withComments` adds comment lines with the fit and its figures.
     bool SaveMatricesAsRegisters(const char *fileName, int matrixIndex, int asRegisters,
                                  int withComments);
-    // Writes the white-balance gains as the capture application's AWB section.
+    // Writes the white-balance gains as the capture application's AWB
+    // section: the sensor's digital gain registers.
     bool SaveMatricesForStrobixAwb(const char *fileName, int matrixIndex);
     // Records that the calibration result has been saved.
     void SetCalibResSavedFlag();
     bool CalibResSaved() const { return m_calibResSaved; }
 
+    // Where the writers find the open camera when it changes after
+    // construction (the window opens and closes cameras); without a source,
+    // the camera given at construction.
+    void SetCameraSource(std::function<tl_camera_t *()> source)
+    {
+        m_cameraSource = std::move(source);
+    }
+
     tl_camera_t *camera() const { return m_camera; }
 
 private:
     tl_camera_t *m_camera = nullptr;
+    std::function<tl_camera_t *()> m_cameraSource;
     bool m_initialized = false;
     int m_errorState = 0;
-    char m_errorText[256] = {};
+    char m_errorText[512] = {};
     bool m_calibResSaved = false;
+    bool m_hasChart = false;
+    kestro::ccm::Chart m_chart;
+    kestro::ccm::Options m_options;
+    kestro::ccm::Result m_result;
     void setError(int state, const char *text);
+    bool setError(int state, const QString &text);
+    // The checks both writers make before touching a file.
+    bool readyToWrite(const char *fileName, int matrixIndex,
+                      kestro::ccm::SensorCorrectionRegisters *regs);
+    bool writeSection(const char *fileName, const char *section, const QList<QByteArray> &lines);
 };
