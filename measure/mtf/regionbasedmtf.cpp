@@ -184,13 +184,12 @@ bool regionBasedMTF::callLibrary(unsigned int &pointCount, double *frequencies, 
                                  double *mtf50Peak, double *mtf10, double *mtf10Peak,
                                  double *slopeDegrees, double *contrast, char *errorText,
                                  int errorSize, const char *fileName, double gamma, int left,
-                                 int top, int width, int height, int mode,
-                                 CColorCalibrate::MtfQuality *quality)
+                                 int top, int width, int height, int mode)
 {
     return m_calibration.CalculateMTF(pointCount, frequencies, gray, red, green, blue, mtf50,
                                       mtf50Peak, mtf10, mtf10Peak, slopeDegrees, contrast,
                                       errorText, errorSize, fileName, gamma, left, top, width,
-                                      height, mode, quality);
+                                      height, mode, &m_quality);
 }
 
 bool regionBasedMTF::calculate()
@@ -227,7 +226,7 @@ bool regionBasedMTF::calculate()
                                  m_blueCurve, m_mtf50, m_mtf50Peak, m_mtf10, m_mtf10Peak,
                                  m_slopeDegrees, m_contrast, errorText, 1024, name.constData(),
                                  m_gamma, m_region.left(), m_region.top(), m_region.width(),
-                                 m_region.height(), 3, &m_quality);
+                                 m_region.height(), 3);
     m_pointCount = std::min<unsigned>(count, kMaxPoints);
     for (unsigned i = 0; i < m_pointCount; ++i)
         m_frequenciesLWPH[i] = 2.0 * m_pictureHeight * m_frequencies[i];

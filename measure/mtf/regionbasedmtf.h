@@ -78,7 +78,11 @@ protected:
                              double *mtf50Peak, double *mtf10, double *mtf10Peak,
                              double *slopeDegrees, double *contrast, char *errorText, int errorSize,
                              const char *fileName, double gamma, int left, int top, int width,
-                             int height, int mode, CColorCalibrate::MtfQuality *quality);
+                             int height, int mode);
+
+    // The edge quality of the last call; the library call fills it, NaN
+    // until then.
+    CColorCalibrate::MtfQuality m_quality{};
 
 private:
     static double metric(const double (&values)[5], int channel)
@@ -99,7 +103,6 @@ private:
     double m_slopeDegrees[5] = {};
     double m_contrast[5] = {};
     double m_overshoot[4] = {};
-    CColorCalibrate::MtfQuality m_quality{};
     double m_gamma = 1.0;
     unsigned m_pictureHeight = 0;
     double m_roiDistance = 0;

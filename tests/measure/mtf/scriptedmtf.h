@@ -25,8 +25,7 @@ protected:
     bool callLibrary(unsigned int &count, double *freq, double *gray, double *red, double *green,
                      double *blue, double *m50, double *m50p, double *m10, double *m10p,
                      double *slopes, double *contrasts, char *errorText, int errorSize,
-                     const char *, double, int, int, int, int, int mode,
-                     CColorCalibrate::MtfQuality *quality) override
+                     const char *, double, int, int, int, int, int mode) override
     {
         ++calls;
         EXPECT_EQ(errorSize, 1024);
@@ -47,8 +46,8 @@ protected:
             contrasts[c] = contrast;
         }
         for (int c = 0; c < 4; ++c) {
-            quality->cnr[c] = 40 + c;
-            quality->samplesPerBin[c] = 12.5;
+            m_quality.cnr[c] = 40 + c;
+            m_quality.samplesPerBin[c] = 12.5;
         }
         std::strncpy(errorText, message.c_str(), static_cast<std::size_t>(errorSize));
         return result;
