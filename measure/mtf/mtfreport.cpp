@@ -115,7 +115,8 @@ QString buildMtfReport(const MtfReportInput &input)
         }
         if (m.isValid()) {
             appendFigures(out, m);
-            appendTable(out, m);
+            if (input.tableOnlyFor < 0 || input.tableOnlyFor == i)
+                appendTable(out, m);
             if (pictures) {
                 const QString suffix = QLatin1String("_mtfGraph_") + m.regionTag()
                                        + QLatin1String(".png");

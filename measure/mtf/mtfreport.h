@@ -34,6 +34,10 @@ struct MtfReportInput
     // "<base>_files" beside it. Pictures are written only with `pictures`.
     QString outputPath;
     MtfReportPictures *pictures = nullptr;
+    // When set (a position in `regions`), only that region gets its full MTF
+    // table; the others keep their figures. Keeps a report of hundreds of
+    // regions readable on screen.
+    int tableOnlyFor = -1;
     // Called with the 1-based number of each region as it is written.
     std::function<void(int)> progress;
 };

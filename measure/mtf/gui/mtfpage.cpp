@@ -41,6 +41,8 @@ const char kCapturedText[] = "<<Captured from Strobix>>";
 const char kEditedStyle[] = "background-color: rgb(236, 150, 150);";
 const char kPlainStyle[] = "background-color: white;";
 const char kCapturedStyle[] = "background-color: rgb(170, 255, 127);";
+// Regions whose MTF tables the result pane shows all.
+const int kFullTablesOnScreen = 8;
 
 // A yes/no question. Where boxes go to stderr nobody can answer, so the
 // question is printed and taken as answered yes.
@@ -803,6 +805,10 @@ QString MtfPage::mtfReport(const QString &outputPath, bool commandLine, bool sav
     } else {
         for (const qRegionGraphicsRectItem *item : m_view->regions())
             input.regions << mtfOf(item);
+        // On screen, many regions list their figures and only the shown one
+        // its long MTF table: the pane stays quick to fill and to read.
+        if (!saveImages && !commandLine && input.regions.size() > kFullTablesOnScreen)
+            input.tableOnlyFor = m_view->regions().indexOf(shownRegion());
     }
 
     std::unique_ptr<kestro::mtf::MtfReportPictureWriter> pictures;

@@ -101,6 +101,12 @@ TEST_F(Report, ValidRegionsGetTablesFailedOnesTheirError)
             "bin</th><td> Red 12.5, Green 12.5, Blue 12.5, Gray 12.5</td></tr></table>"));
     EXPECT_TRUE(html.contains("<p>" + bad.regionInfoHtml() + "</p>\n<h4>Distance from center : "));
     EXPECT_FALSE(bad.regionInfoHtml().contains("contrast-to-noise"));
+
+    // The long table can be kept to one region.
+    input.tableOnlyFor = 1;
+    const QString brief = buildMtfReport(input);
+    EXPECT_FALSE(brief.contains("MTF Table"));
+    EXPECT_TRUE(brief.contains("<caption>MTF 10/50</caption>"));
     EXPECT_TRUE(html.contains(
             "<p>No valid result for this region. Last error message : The edge is too faint</p>\n\n"));
 }
