@@ -3,9 +3,24 @@
 
 #include "app/kestro.h"
 
+#include "acquisition/automation.h"
+#include "app/messages.h"
+
+#include <QImage>
+
 bool Kestro::captureImage(QImage &picture)
 {
-    // No capture service yet: every capture fails.
     picture = QImage();
-    return false;
+    if (!m_camera)
+        return false;
+    kestro::CapturedImage frame;
+    const bool captured = kestro::captureImage(*m_camera, frame, m_firstCapture, [] {
+        kestro::showMessage(nullptr, QMessageBox::Information, kestro::setupSensorTitle(),
+                            kestro::setupSensorText());
+    });
+    if (!captured)
+        return false;
+    m_firstCapture = false;
+    picture = kestro::toImage(std::move(frame));
+    return true;
 }

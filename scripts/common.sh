@@ -12,6 +12,7 @@ KESTRO_PACKAGES=(
   libopencv-dev libopencv-contrib-dev
   libgtest-dev libbenchmark-dev
   xvfb xauth
+  dbus-daemon
 )
 
 kestro_install_missing() {

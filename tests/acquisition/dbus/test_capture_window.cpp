@@ -1,0 +1,102 @@
+// The window's capture as the pages' Capture buttons use it: the set-up
+// prompt until the first successful capture, the pictures each page saves in
+// the temporary folder, and the service ended with the window.
+#include "privatebus.h"
+
+#include "acquisition/automation.h"
+#include "acquisition/imagesourceprotocol.h"
+#include "app/kestro.h"
+
+#include "testsupport.h"
+
+#include <QAbstractButton>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QLineEdit>
+#include <QSpinBox>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace kestro;
+
+namespace {
+
+// The message boxes a call printed (on a non-interactive display they go
+// to stderr as "Title: text").
+template<typename F>
+QString boxesOf(F &&call)
+{
+    testing::internal::CaptureStderr();
+    call();
+    return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
+}
+
+TEST(CaptureWindow, PagesCaptureAndTheSetupPromptLastsUntilTheFirstSuccess)
+{
+    QTemporaryDir home, temp;
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path()));
+    qputenv("TMPDIR", QFile::encodeName(temp.path()));
+    qputenv("KESTRO_DEMO_CAMERA", "1");
+
+    auto window = std::make_unique<Kestro>();
+    window->initialize();
+    boxesOf([&] { window->probeCameras(); });
+    ASSERT_TRUE(window->isCameraOpen());
+
+    auto *mtfCapture = window->findChild<QAbstractButton *>(QStringLiteral("captureImage"));
+    auto *uniCapture = window->findChild<QAbstractButton *>(QStringLiteral("uniCapture"));
+    auto *chartCapture = window->findChild<QAbstractButton *>(
+            QStringLiteral("pushButtonCaptureChartImage"));
+    ASSERT_TRUE(mtfCapture && uniCapture && chartCapture);
+
+    // A first capture that fails (the source gives a 2-pixel-wide frame)
+    // keeps the prompt for the next one.
+    ImageSourceAutomation *source = automationOf(*window->camera());
+    ASSERT_TRUE(source->ensure(deadlineIn(kCaptureTimeoutMs)));
+    ASSERT_TRUE(source->setOption("width", "2", deadlineIn(5000)));
+    const QString setup = QStringLiteral("Setup Sensor: Before capturing the image make sure");
+    const QString failure = QStringLiteral("Error: Unable to capture an image from Strobix.");
+    QString boxes = boxesOf([&] { mtfCapture->click(); });
+    EXPECT_EQ(boxes.count(setup), 1) << qPrintable(boxes);
+    EXPECT_EQ(boxes.count(failure), 1) << qPrintable(boxes);
+    const QString mtfFile = QDir(temp.path()).filePath(QStringLiteral("from_strobix_to_kestro.png"));
+    EXPECT_FALSE(QFile::exists(mtfFile));
+
+    ASSERT_TRUE(source->setOption("width", "320", deadlineIn(5000)));
+    ASSERT_TRUE(source->setOption("height", "240", deadlineIn(5000)));
+    boxes = boxesOf([&] { mtfCapture->click(); });
+    EXPECT_EQ(boxes.count(setup), 1) << qPrintable(boxes);
+    EXPECT_EQ(boxes.count(failure), 0) << qPrintable(boxes);
+    EXPECT_EQ(QImage(mtfFile).size(), QSize(320, 240));
+    auto *mtfField = window->findChild<QLineEdit *>(QStringLiteral("mtfFileName"));
+    ASSERT_TRUE(mtfField);
+    EXPECT_EQ(mtfField->text(), QStringLiteral("<<Captured from Strobix>>"));
+
+    // After the first success no page asks again.
+    QFile::remove(mtfFile);
+    boxes = boxesOf([&] { uniCapture->click(); });
+    EXPECT_TRUE(boxes.isEmpty()) << qPrintable(boxes);
+    EXPECT_EQ(QImage(mtfFile).size(), QSize(320, 240));
+
+    auto *count = window->findChild<QSpinBox *>(QStringLiteral("spinBoxCaptureCount"));
+    ASSERT_TRUE(count);
+    count->setValue(2);
+    boxes = boxesOf([&] { chartCapture->click(); });
+    EXPECT_TRUE(boxes.isEmpty()) << qPrintable(boxes);
+    for (int i = 1; i <= 2; ++i)
+        EXPECT_TRUE(QFile::exists(
+                QDir(temp.path()).filePath(QStringLiteral("from_strobix_to_kestro%1.png").arg(i))));
+
+    // The service ends with the window.
+    window.reset();
+    EXPECT_FALSE(QDBusConnection::sessionBus().interface()->isServiceRegistered(
+            QLatin1String(imagesource::kServiceName)));
+    EXPECT_TRUE(test::zombieChildren().empty());
+    qunsetenv("TMPDIR");
+}
+
+} // namespace

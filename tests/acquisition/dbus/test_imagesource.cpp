@@ -1,0 +1,465 @@
+// Capture through the image-source service on a private session bus: the
+// scenes' known content in the captured picture, the capture steps, the
+// file-list and video sources, bounded failures and clean ends (no service
+// left running, no zombie processes).
+#include "privatebus.h"
+
+#include "acquisition/automation.h"
+#include "acquisition/camera.h"
+#include "acquisition/imagesourceprotocol.h"
+#include "imaging/srgb.h"
+#include "measure/color/cielab.h"
+#include "measure/color/macbethcolordifference.h"
+#include "scene.h"
+
+#include "testsupport.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QImage>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QThread>
+#include <cmath>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <opencv2/videoio.hpp>
+#include <thread>
+
+using namespace kestro;
+using kestro::test::PrivateBus;
+
+namespace {
+
+bool serviceOnBus()
+{
+    return QDBusConnection::sessionBus().interface()->isServiceRegistered(
+            QLatin1String(imagesource::kServiceName));
+}
+
+bool waitForService(bool present, int timeoutMs = 5000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (serviceOnBus() != present) {
+        if (timer.elapsed() > timeoutMs)
+            return false;
+        QThread::msleep(10);
+    }
+    return true;
+}
+
+QDBusMessage callService(const QString &method, const QVariantList &args)
+{
+    QDBusMessage message = QDBusMessage::createMethodCall(QLatin1String(imagesource::kServiceName),
+                                                          QLatin1String(imagesource::kObjectPath),
+                                                          QLatin1String(imagesource::kInterfaceName),
+                                                          method);
+    message.setArguments(args);
+    return QDBusConnection::sessionBus().call(message, QDBus::Block, 5000);
+}
+
+// Linear light of a pixel's channel.
+double linear(const QImage &image, int x, int y, int channel)
+{
+    const QRgb p = image.pixel(x, y);
+    const int v = channel == 0 ? qRed(p) : channel == 1 ? qGreen(p) : qBlue(p);
+    return srgbByteToLinear(std::uint8_t(v));
+}
+
+class CaptureTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_NE(PrivateBus::instance(), nullptr);
+        // The demo board's default INI file goes to a private data folder.
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.path()));
+        qputenv("KESTRO_DEMO_CAMERA", "1");
+        qputenv(imagesource::kProgramVariable, QFile::encodeName(test::imageSourceProgram()));
+    }
+
+    void TearDown() override
+    {
+        m_camera.reset();
+        EXPECT_TRUE(waitForService(false)) << "the image source outlived the camera object";
+        EXPECT_TRUE(test::zombieChildren().empty());
+    }
+
+    CCamera &camera()
+    {
+        if (!m_camera) {
+            m_camera = std::make_unique<CCamera>();
+            EXPECT_EQ(m_camera->open(), 0);
+        }
+        return *m_camera;
+    }
+
+    ImageSourceAutomation &service()
+    {
+        ImageSourceAutomation *automation = automationOf(camera());
+        EXPECT_TRUE(automation->ensure(deadlineIn(kCaptureTimeoutMs)))
+                << qPrintable(automation->lastError());
+        return *automation;
+    }
+
+    void setOptions(const QList<QPair<QString, QString>> &options)
+    {
+        for (const auto &o : options)
+            ASSERT_TRUE(service().setOption(o.first, o.second, deadlineIn(5000)))
+                    << qPrintable(service().lastError());
+    }
+
+    QImage capture(bool firstCapture = true)
+    {
+        CapturedImage frame;
+        if (!captureImage(camera(), frame, firstCapture, [this] { ++m_prompts; }))
+            return QImage();
+        EXPECT_EQ(frame.width * frame.height * 3 > 0, true);
+        return toImage(std::move(frame));
+    }
+
+    QTemporaryDir m_home;
+    std::unique_ptr<CCamera> m_camera;
+    int m_prompts = 0;
+};
+
+TEST_F(CaptureTest, ChartPatchesHaveTheReferenceColours)
+{
+    setOptions({{"scene", "chart"}, {"width", "640"}, {"height", "480"}, {"noise", "0"}});
+    const QImage picture = capture();
+    ASSERT_EQ(picture.size(), QSize(640, 480));
+    EXPECT_EQ(picture.format(), QImage::Format_RGB888);
+    const QVector<QRect> patches = imagesource::chartPatchRects(640, 480);
+    ASSERT_EQ(patches.size(), 24);
+    for (int i = 0; i < 24; ++i) {
+        double sum[3] = {0, 0, 0};
+        const QRect r = patches[i].adjusted(3, 3, -3, -3);
+        for (int y = r.top(); y <= r.bottom(); ++y) {
+            for (int x = r.left(); x <= r.right(); ++x) {
+                const QRgb p = picture.pixel(x, y);
+                sum[0] += qRed(p);
+                sum[1] += qGreen(p);
+                sum[2] += qBlue(p);
+            }
+        }
+        const double n = double(r.width()) * r.height() * 255.0;
+        const LabColor measured = srgbToLab(sum[0] / n, sum[1] / n, sum[2] / n);
+        LabColor reference;
+        QStdMacbethChartColorDifference::referenceLab(i, reference.L, reference.a, reference.b);
+        // 8-bit rounding alone (most in the dark grays); patch 18 (cyan)
+        // lies outside the sRGB gamut and is clipped.
+        EXPECT_LT(deltaE00(reference, measured), i == 17 ? 3.0 : 1.0) << "patch " << i + 1;
+    }
+    // The chart's black frame surrounds the patches, the mid-gray the chart.
+    EXPECT_NEAR(linear(picture, 2, 2, 1), imagesource::kChartBackground, 0.005);
+    EXPECT_NEAR(linear(picture, patches[0].left() - 2, patches[0].top() - 2, 1),
+                imagesource::kChartBody, 0.003);
+}
+
+TEST_F(CaptureTest, SlantedEdgeIsStraightAtItsAngleWithItsLevels)
+{
+    setOptions({{"scene", "edge"}, {"width", "800"}, {"height", "600"}, {"noise", "0"}});
+    const QImage picture = capture();
+    ASSERT_EQ(picture.size(), QSize(800, 600));
+    EXPECT_NEAR(linear(picture, 10, 10, 0), imagesource::kEdgeLight, 0.004);
+    EXPECT_NEAR(linear(picture, 400, 300, 2), imagesource::kEdgeDark, 0.002);
+    // The square's left side: per row, where light turns to dark (half-way
+    // in linear light, interpolated between pixels). The crossings lie on a
+    // line turned by the edge angle from the vertical.
+    const double mid = (imagesource::kEdgeLight + imagesource::kEdgeDark) / 2;
+    double sy = 0, sx = 0, syy = 0, sxy = 0;
+    int n = 0;
+    std::vector<std::pair<double, double>> points;
+    for (int y = 220; y <= 380; ++y) {
+        for (int x = 200; x < 400; ++x) {
+            const double a = linear(picture, x, y, 1), b = linear(picture, x + 1, y, 1);
+            if (a >= mid && b < mid) {
+                const double cx = x + 0.5 + (a - mid) / (a - b);
+                points.push_back({double(y) + 0.5, cx});
+                sy += y + 0.5;
+                sx += cx;
+                syy += (y + 0.5) * (y + 0.5);
+                sxy += (y + 0.5) * cx;
+                ++n;
+                break;
+            }
+        }
+    }
+    ASSERT_GT(n, 150);
+    const double slope = (n * sxy - sy * sx) / (n * syy - sy * sy);
+    const double offset = (sx - slope * sy) / n;
+    EXPECT_NEAR(std::atan(slope) * 180 / M_PI, imagesource::kEdgeAngleDegrees, 0.05);
+    double worst = 0;
+    for (const auto &p : points)
+        worst = std::max(worst, std::abs(p.second - (offset + slope * p.first)));
+    EXPECT_LT(worst, 0.1) << "the edge is not drawn straight to a tenth of a pixel";
+}
+
+TEST_F(CaptureTest, FlatFieldFollowsExposureShadingAndNoise)
+{
+    setOptions({{"scene", "flat"},
+                {"width", "400"},
+                {"height", "300"},
+                {"noise", "0"},
+                {"exposure", "0.5"},
+                {"shading", "40"}});
+    const QImage flat = capture();
+    ASSERT_FALSE(flat.isNull());
+    EXPECT_NEAR(linear(flat, 200, 150, 1), imagesource::kFlatLevel * 0.5, 0.002);
+    EXPECT_NEAR(linear(flat, 0, 0, 1) / linear(flat, 200, 150, 1), 0.6, 0.01);
+    EXPECT_NEAR(linear(flat, 399, 299, 0) / linear(flat, 199, 149, 0), 0.6, 0.01);
+
+    // Temporal noise: each frame its own, with the asked-for spread.
+    setOptions({{"shading", "0"}, {"noise", "2"}});
+    const QImage a = capture(false), b = capture(false);
+    ASSERT_FALSE(a.isNull());
+    ASSERT_FALSE(b.isNull());
+    double sum = 0, sum2 = 0;
+    int n = 0, same = 0;
+    for (int y = 100; y < 200; ++y) {
+        for (int x = 150; x < 250; ++x) {
+            const double d = qGreen(a.pixel(x, y)) - qGreen(b.pixel(x, y));
+            sum += d;
+            sum2 += d * d;
+            same += d == 0;
+            ++n;
+        }
+    }
+    // The difference of two frames spreads by sqrt(2) sigma.
+    const double spread = std::sqrt(sum2 / n - (sum / n) * (sum / n));
+    EXPECT_NEAR(spread, 2.0 * std::sqrt(2.0), 0.25);
+    EXPECT_LT(same, n / 3);
+}
+
+TEST_F(CaptureTest, FirstCaptureReadiesTheStreamBeforePromptAndFrame)
+{
+    setOptions({{"width", "64"}, {"height", "48"}});
+    // A stopped stream gives no frame until command 160 readies it again.
+    ASSERT_EQ(callService(QStringLiteral("Stop"), {true}).type(), QDBusMessage::ReplyMessage);
+    EXPECT_TRUE(capture(false).isNull());
+    EXPECT_EQ(m_prompts, 0);
+    EXPECT_FALSE(capture(true).isNull());
+    EXPECT_EQ(m_prompts, 1);
+    EXPECT_FALSE(capture(false).isNull());
+    EXPECT_EQ(m_prompts, 1);
+}
+
+TEST_F(CaptureTest, NoCameraFailsAtOnceWithoutStartingAnything)
+{
+    qunsetenv("KESTRO_DEMO_CAMERA");
+    CCamera none;
+    EXPECT_NE(none.open(), 0);
+    QElapsedTimer timer;
+    timer.start();
+    CapturedImage frame;
+    int prompts = 0;
+    EXPECT_FALSE(captureImage(none, frame, true, [&] { ++prompts; }));
+    EXPECT_LT(timer.elapsed(), 1000);
+    EXPECT_EQ(prompts, 0);
+    EXPECT_EQ(none.automation(), nullptr);
+    EXPECT_FALSE(frame.pixels);
+    EXPECT_FALSE(serviceOnBus());
+}
+
+TEST_F(CaptureTest, FileListCyclesAndNarrowFramesAreRefused)
+{
+    QTemporaryDir dir;
+    QImage a(5, 4, QImage::Format_RGB32);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 5; ++x)
+            a.setPixel(x, y, qRgb(x * 50, y * 60, 7 * (x + y)));
+    QImage narrow(2, 6, QImage::Format_RGB32);
+    narrow.fill(Qt::red);
+    QImage c(3, 3, QImage::Format_RGB32);
+    c.fill(qRgb(1, 2, 3));
+    const QStringList files = {test::saveImage(dir, "a.png", a),
+                               test::saveImage(dir, "narrow.png", narrow),
+                               test::saveImage(dir, "c.png", c)};
+    // A service the user started is used as it is.
+    QProcess user;
+    user.start(test::imageSourceProgram(), QStringList{"--files"} + files);
+    ASSERT_TRUE(waitForService(true));
+
+    const QImage first = capture();
+    ASSERT_EQ(first.size(), a.size());
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 5; ++x)
+            ASSERT_EQ(first.pixel(x, y), a.pixel(x, y)) << x << "," << y;
+    EXPECT_TRUE(capture(false).isNull()) << "a 2 x 6 frame must be refused";
+    EXPECT_EQ(capture(false).pixel(2, 2), qRgb(1, 2, 3));
+    EXPECT_EQ(capture(false).pixel(4, 3), a.pixel(4, 3));
+
+    // The camera object's end asks the service to quit.
+    m_camera.reset();
+    EXPECT_TRUE(user.waitForFinished(5000));
+    EXPECT_EQ(user.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(user.exitCode(), 0);
+}
+
+TEST_F(CaptureTest, VideoFileServesAsADeviceInALoop)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("clip.avi"));
+    {
+        cv::VideoWriter writer(QFile::encodeName(path).toStdString(), cv::CAP_OPENCV_MJPEG,
+                               cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 10, cv::Size(64, 48));
+        ASSERT_TRUE(writer.isOpened());
+        for (int i = 0; i < 2; ++i)
+            writer.write(cv::Mat(48, 64, CV_8UC3, cv::Scalar(200, 100, i ? 250 : 20))); // BGR
+    }
+    QProcess user;
+    user.start(test::imageSourceProgram(), {"--device", path});
+    ASSERT_TRUE(waitForService(true));
+    QVector<int> reds;
+    for (int i = 0; i < 3; ++i) {
+        const QImage frame = capture(i == 0);
+        ASSERT_EQ(frame.size(), QSize(64, 48));
+        EXPECT_NEAR(qBlue(frame.pixel(32, 24)), 200, 8);
+        EXPECT_NEAR(qGreen(frame.pixel(32, 24)), 100, 8);
+        reds << qRed(frame.pixel(32, 24));
+    }
+    // Frames in order, and the first again after the last.
+    EXPECT_NEAR(reds[0], 20, 8);
+    EXPECT_NEAR(reds[1], 250, 8);
+    EXPECT_NEAR(reds[2], 20, 8);
+    m_camera.reset();
+    EXPECT_TRUE(user.waitForFinished(5000));
+}
+
+TEST_F(CaptureTest, HangingOrDyingServiceFailsWithinTheBound)
+{
+    setOptions({{"width", "64"}, {"height", "48"}, {"latency", "20000"}});
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_TRUE(capture().isNull());
+    EXPECT_LT(timer.elapsed(), 5000);
+
+    // Killed in the middle of a call: the call ends when the bus sees the
+    // service go, and the next capture starts a new one.
+    setOptions({{"latency", "3000"}});
+    const qint64 pid = service().startedProcessId();
+    ASSERT_GT(pid, 0);
+    std::thread killer([pid] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ::kill(pid_t(pid), SIGKILL);
+    });
+    timer.restart();
+    EXPECT_TRUE(capture().isNull());
+    killer.join();
+    EXPECT_LT(timer.elapsed(), 2500);
+    EXPECT_TRUE(waitForService(false));
+    const QImage again = capture();
+    EXPECT_FALSE(again.isNull());
+    EXPECT_NE(service().startedProcessId(), pid);
+    EXPECT_TRUE(test::zombieChildren().empty());
+}
+
+TEST_F(CaptureTest, ServiceThatCannotStartFailsInTime)
+{
+    QTemporaryDir dir;
+    qputenv(imagesource::kProgramVariable, "/nonexistent/kestro-imagesource");
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_TRUE(capture().isNull());
+    EXPECT_LT(timer.elapsed(), 1000);
+
+    // A program that starts but never takes the name is given up and ended.
+    const QString stuck = test::writeFile(dir, "stuck.sh", "#!/bin/sh\nexec sleep 60\n");
+    QFile::setPermissions(stuck, QFile::ReadOwner | QFile::ExeOwner);
+    qputenv(imagesource::kProgramVariable, QFile::encodeName(stuck));
+    timer.restart();
+    EXPECT_TRUE(capture().isNull());
+    EXPECT_LT(timer.elapsed(), 5000);
+    EXPECT_EQ(automationOf(camera())->startedProcessId(), 0);
+    EXPECT_TRUE(test::zombieChildren().empty());
+}
+
+TEST_F(CaptureTest, QuitOnDestructionEndsTheStartedService)
+{
+    setOptions({{"width", "64"}, {"height", "48"}});
+    const qint64 pid = service().startedProcessId();
+    ASSERT_GT(pid, 0);
+    EXPECT_FALSE(capture().isNull());
+    m_camera.reset();
+    EXPECT_FALSE(test::processExists(pid));
+    EXPECT_FALSE(serviceOnBus());
+}
+
+TEST_F(CaptureTest, BusActivationStartsTheInstalledService)
+{
+    const QString file = PrivateBus::instance()->serviceDirectory()
+                         + QStringLiteral("/org.kestro.ImageSource1.service");
+    QFile service(file);
+    ASSERT_TRUE(service.open(QIODevice::WriteOnly));
+    service.write("[D-BUS Service]\nName=org.kestro.ImageSource1\nExec="
+                  + QFile::encodeName(test::imageSourceProgram()) + " --width 32 --height 24\n");
+    service.close();
+    PrivateBus::instance()->reload();
+    // Only the bus can start it now.
+    qputenv(imagesource::kProgramVariable, "/nonexistent/kestro-imagesource");
+    const QImage picture = capture();
+    EXPECT_EQ(picture.size(), QSize(32, 24));
+    EXPECT_EQ(automationOf(camera())->startedProcessId(), 0);
+    QFile::remove(file);
+    PrivateBus::instance()->reload();
+}
+
+TEST_F(CaptureTest, MethodsBeyondCaptureAnswerNotSupported)
+{
+    service();
+    const QDBusMessage reply = callService(QStringLiteral("ReadRegister"), {"GAIN", "", true});
+    EXPECT_EQ(reply.errorName(), QLatin1String(imagesource::kErrorNotSupported));
+    EXPECT_EQ(reply.errorMessage(), QStringLiteral("not supported"));
+    // Option values out of range are refused and change nothing.
+    EXPECT_FALSE(service().setOption("width", "0", deadlineIn(5000)));
+    EXPECT_FALSE(service().setOption("scene", "moon", deadlineIn(5000)));
+    const QDBusMessage scene = callService(QStringLiteral("GetOptionStr"), {"scene"});
+    EXPECT_EQ(scene.arguments().value(0).toString(), QStringLiteral("chart"));
+}
+
+// kestro-measure capture as scripts call it.
+class CaptureCommandTest : public CaptureTest
+{ };
+
+TEST_F(CaptureCommandTest, SavesOneFrameOrFailsWithThePageText)
+{
+    QTemporaryDir dir;
+    const QString out = dir.filePath(QStringLiteral("flat.png"));
+    const QStringList env = {QStringLiteral("KESTRO_DEMO_CAMERA=1"),
+                             QStringLiteral("XDG_DATA_HOME=") + m_home.path()};
+    test::ProcessResult r = test::runProcess(test::measureToolPath(),
+                                             {"capture", "--scene", "flat", out}, 60000, env);
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    const QJsonObject json = test::parseJsonOutput(r);
+    EXPECT_EQ(json.value("file").toString(), out);
+    const QImage saved(out);
+    ASSERT_EQ(saved.size(), QSize(json.value("width").toInt(), json.value("height").toInt()));
+    EXPECT_NEAR(srgbByteToLinear(
+                        std::uint8_t(qGreen(saved.pixel(saved.width() / 2, saved.height() / 2)))),
+                imagesource::kFlatLevel, 0.02);
+    EXPECT_FALSE(serviceOnBus()) << "the tool's camera object ends the service";
+
+    // No session bus, or no camera: the page's text, promptly, and no file.
+    const QString missing = dir.filePath(QStringLiteral("none.png"));
+    for (const QStringList &extra :
+         {QStringList{QStringLiteral("DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus")},
+          QStringList{QStringLiteral("KESTRO_DEMO_CAMERA=")}}) {
+        QElapsedTimer timer;
+        timer.start();
+        r = test::runProcess(test::measureToolPath(), {"capture", missing}, 60000, env + extra);
+        EXPECT_LT(timer.elapsed(), 5000);
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_TRUE(QString::fromLocal8Bit(r.err).contains(
+                QStringLiteral("Unable to capture an image from Strobix.\n\nMake sure Strobix is "
+                               "running and the Demo camera is setup and streaming images.")))
+                << r.err.toStdString();
+        EXPECT_FALSE(QFile::exists(missing));
+    }
+}
+
+} // namespace
