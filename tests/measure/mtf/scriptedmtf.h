@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <QImage>
+#include <QTemporaryDir>
+
 #include <cstring>
 #include <string>
 
@@ -53,3 +56,13 @@ protected:
         return result;
     }
 };
+
+// A flat 200 x 100 gray picture file for the scripted calculations to open.
+inline QString flatPictureFile(const QTemporaryDir &dir)
+{
+    QImage picture(200, 100, QImage::Format_Grayscale8);
+    picture.fill(100);
+    const QString path = dir.filePath("picture.png");
+    EXPECT_TRUE(picture.save(path));
+    return path;
+}

@@ -21,10 +21,7 @@ class Report : public ::testing::Test
 protected:
     void SetUp() override
     {
-        QImage picture(200, 100, QImage::Format_Grayscale8);
-        picture.fill(100);
-        path = dir.filePath("picture.png");
-        ASSERT_TRUE(picture.save(path));
+        path = flatPictureFile(dir);
         for (ScriptedMTF *m : {&good, &bad}) {
             m->setFileName(path);
             m->setPictureHeight(100);

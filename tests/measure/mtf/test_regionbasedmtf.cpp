@@ -19,10 +19,7 @@ class RegionMtf : public ::testing::Test
 protected:
     void SetUp() override
     {
-        QImage picture(200, 100, QImage::Format_Grayscale8);
-        picture.fill(100);
-        path = dir.filePath("picture.png");
-        ASSERT_TRUE(picture.save(path));
+        path = flatPictureFile(dir);
         m.setFileName(path);
         m.setRegion(QRect(20, 10, 40, 60));
         m.setPictureHeight(100);
