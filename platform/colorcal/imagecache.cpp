@@ -1,11 +1,11 @@
 #include "imagecache.h"
 
+#include "imaging/imageload.h"
+
 #include <QDateTime>
 #include <QFileInfo>
-#include <QImageReader>
-#include <QMutex>
-#include <QMutexLocker>
 #include <list>
+#include <mutex>
 
 namespace kestro::colorcal {
 
@@ -23,9 +23,10 @@ struct Entry
 const int kMaxEntries = 4;
 const qint64 kMaxBytes = qint64(512) * 1024 * 1024;
 
-QMutex &cacheMutex()
+// A standard mutex, so that the thread sanitizer sees it.
+std::mutex &cacheMutex()
 {
-    static QMutex m;
+    static std::mutex m;
     return m;
 }
 
@@ -37,14 +38,14 @@ std::list<Entry> &entries()
 
 QImage decode(const QString &path, QString *error)
 {
-    QImageReader reader(path);
-    reader.setAutoTransform(false);
-    QImage image = reader.read();
-    if (image.isNull()) {
+    // The shared loader: regular files only, size checked before decoding.
+    const ImageLoadResult read = readImageFile(path);
+    if (!read.ok()) {
         if (error)
-            *error = reader.errorString();
+            *error = imageLoadReason(read);
         return QImage();
     }
+    const QImage &image = read.image;
     switch (image.format()) {
     case QImage::Format_Grayscale8:
     case QImage::Format_RGB32:
@@ -69,7 +70,7 @@ QImage decode(const QString &path, QString *error)
 QImage loadImageCached(const QString &path, QString *error)
 {
     const QFileInfo info(path);
-    if (path.isEmpty() || !info.isFile() || !info.isReadable()) {
+    if (path.isEmpty() || !info.exists()) {
         if (error)
             *error = QStringLiteral("the file does not exist or cannot be read");
         return QImage();
@@ -78,7 +79,7 @@ QImage loadImageCached(const QString &path, QString *error)
     const qint64 modified = info.lastModified().toMSecsSinceEpoch();
     const qint64 size = info.size();
     {
-        QMutexLocker lock(&cacheMutex());
+        std::lock_guard<std::mutex> lock(cacheMutex());
         auto &list = entries();
         for (auto it = list.begin(); it != list.end(); ++it) {
             if (it->path == key && it->modified == modified && it->size == size) {
@@ -92,7 +93,7 @@ QImage loadImageCached(const QString &path, QString *error)
     QImage image = decode(path, error);
     if (image.isNull())
         return image;
-    QMutexLocker lock(&cacheMutex());
+    std::lock_guard<std::mutex> lock(cacheMutex());
     auto &list = entries();
     list.remove_if([&](const Entry &e) { return e.path == key; });
     list.push_front({key, modified, size, image});
@@ -113,13 +114,13 @@ QImage loadImageCached(const QString &path, QString *error)
 
 void clearImageCache()
 {
-    QMutexLocker lock(&cacheMutex());
+    std::lock_guard<std::mutex> lock(cacheMutex());
     entries().clear();
 }
 
 int imageCacheSize()
 {
-    QMutexLocker lock(&cacheMutex());
+    std::lock_guard<std::mutex> lock(cacheMutex());
     return static_cast<int>(entries().size());
 }
 
