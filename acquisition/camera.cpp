@@ -30,7 +30,7 @@ int CCamera::open(const char *sensorDataSubfolder)
 {
     QByteArray folder = tl_SensorData();
     if (sensorDataSubfolder)
-        folder = folder + QFile::encodeName(QStringLiteral("/")) + sensorDataSubfolder;
+        folder = folder + '/' + sensorDataSubfolder;
     close();
     int status = tl_OpenCameras(&m_list, &m_count, folder.constData());
     if (status != TL_OK || m_count < 1 || !m_list) {
