@@ -1,0 +1,149 @@
+// The colour-correction panel in the window: a chart is processed, the panel
+// shows its correction and fit choices, the result is saved into the demo
+// sensor's default INI file and applied to the sensor, whose registers then
+// hold the written values.
+
+#include "../platform/colorcal/ccmchart.h"
+
+#include "acquisition/camera.h"
+#include "app/kestro.h"
+#include "app/matrixpanel.h"
+#include "imaging/frame.h"
+#include "platform/colorcal/ccm_registers.h"
+#include "platform/colorcal/colorcal.h"
+#include "platform/tarnlib/tarnlib.h"
+
+#ifdef KESTRO_HAVE_COLOR_PAGE
+#include "imaging/gui/imagegraphicsview.h"
+#include "imaging/gui/macbethframeview.h"
+#include "measure/color/gui/macbethchartpage.h"
+#endif
+
+#include "testsupport.h"
+
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QTableWidget>
+#include <gtest/gtest.h>
+
+using namespace kestro;
+
+namespace {
+
+template<typename F>
+QString boxesOf(F &&call)
+{
+    testing::internal::CaptureStderr();
+    call();
+    return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
+}
+
+double cell(QTableWidget *table, int row, int column)
+{
+    return table->item(row, column)->text().toDouble();
+}
+
+// The chart measured as the page does: through the page when it announces
+// its measurements, else through the model straight into the panel.
+void processChart(Kestro *window, MatrixPanel *panel, const QImage &image,
+                  const QVector<QRect> &rects)
+{
+#ifdef KESTRO_HAVE_COLOR_PAGE
+    auto *page = window->findChild<MacbethChartPage *>();
+    if (page && page->metaObject()->indexOfSignal("chartProcessed()") >= 0) {
+        QTemporaryDir dir;
+        CFrame frame;
+        ASSERT_TRUE(frame.load(test::saveImage(dir, "chart.png", image)));
+        page->frameView()->addFrame(frame);
+        for (const QRect &r : rects)
+            page->frameView()->view()->addRegion(QRectF(r));
+        ASSERT_TRUE(page->processMacbethChart());
+        return;
+    }
+#endif
+    QStdMacbethChartColorDifference model;
+    QStdMacbethChartColorDifference::Rects patchRects;
+    std::copy(rects.begin(), rects.end(), patchRects.begin());
+    ASSERT_TRUE(model.setMeasuredRegions(image, patchRects));
+    model.calculateStatistics();
+    panel->takeChart(model);
+}
+
+} // namespace
+
+TEST(MatrixPanel, ProcessedChartIsShownSavedAndAppliedToTheSensor)
+{
+    QTemporaryDir home;
+    const QByteArray savedHome = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
+    qputenv("KESTRO_DEMO_CAMERA", "KSD644-REV1");
+    {
+        Kestro window;
+        window.setCommandLineMode(false);
+        window.initialize();
+        MatrixPanel *panel = installMatrixPanel(&window);
+        ASSERT_TRUE(panel);
+        EXPECT_EQ(installMatrixPanel(&window), panel);
+        auto *group = window.findChild<QGroupBox *>("matrixPanel");
+        EXPECT_FALSE(group->isEnabled());
+        EXPECT_TRUE(panel->statusLabel()->text().startsWith("Process a chart"));
+        boxesOf([&] { window.probeCameras(); });
+        ASSERT_TRUE(window.isCameraOpen());
+
+        QVector<QRect> rects;
+        const ccm::Chart chart = test::renderChart(test::sampleMixing(), test::sampleGains(), 0.8);
+        processChart(&window, panel, test::renderChartImage(chart, 40, &rects), rects);
+        EXPECT_TRUE(group->isEnabled());
+        QTableWidget *matrix = panel->matrixTable();
+        for (int r = 0; r < 3; ++r)
+            EXPECT_NEAR(cell(matrix, r, 0) + cell(matrix, r, 1) + cell(matrix, r, 2), 1.0, 2e-4);
+        EXPECT_LT(cell(panel->deltaETable(), 1, 0), 0.3);
+        EXPECT_GT(cell(panel->deltaETable(), 0, 0), 10.0);
+        EXPECT_EQ(panel->statusLabel()->text(), "All 24 patches are in the fit.");
+
+        // The options refit at once; a ridge lowers every row's noise gain.
+        const double plainGain = cell(matrix, 0, 3);
+        panel->fitChoice()->setCurrentIndex(1);
+        EXPECT_EQ(window.colorCalibration()->CorrectionResult().fit, ccm::Fit::MinimumDeltaE);
+        panel->ridgeBox()->setValue(0.02);
+        EXPECT_LT(cell(matrix, 0, 3), plainGain);
+
+        const QString ini = window.camera()->defaultIniFile();
+        EXPECT_EQ(boxesOf([&] { window.saveToDefaultIni(); }),
+                  "OK: CCM registers written to the file " + ini + ".\n");
+        EXPECT_TRUE(window.colorCalibration()->CalibResSaved());
+        EXPECT_EQ(boxesOf([&] { window.applySettingsToSensor(); }), QString());
+
+        // Every register written to the file now holds its value.
+        QFile file(ini);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        const QByteArray text = file.readAll();
+        EXPECT_TRUE(text.contains("[Strobix Initialization]"));
+        ccm::SensorCorrectionRegisters regs;
+        QString why;
+        ASSERT_TRUE(ccm::describeSensorCorrection(window.camera()->handle(), &regs, &why));
+        int checked = 0;
+        for (const QByteArray &line : text.split('\n')) {
+            const int eq = line.indexOf('=');
+            for (const ccm::RegisterSpec &r : regs.matrix)
+                checked += line.left(eq) == r.name.toLatin1() ? 1 : 0;
+            for (const ccm::RegisterSpec &r : regs.gains) {
+                if (line.left(eq) != r.name.toLatin1())
+                    continue;
+                unsigned value = 0;
+                ASSERT_EQ(tl_ReadRegister(window.camera()->handle(), r.address, &value), TL_OK);
+                EXPECT_EQ(value, line.mid(eq + 3).trimmed().toUInt(nullptr, 16)) << line.data();
+                ++checked;
+            }
+        }
+        EXPECT_EQ(checked, 12);
+        unsigned rr = 0;
+        tl_ReadRegister(window.camera()->handle(), regs.matrix[0].address, &rr);
+        EXPECT_NEAR(regs.matrixFormat.decode(rr) / 256.0,
+                    window.colorCalibration()->CorrectionResult().matrix[0][0], 1.0 / 256);
+    }
+    qunsetenv("KESTRO_DEMO_CAMERA");
+    qputenv("XDG_DATA_HOME", savedHome);
+}
