@@ -521,6 +521,9 @@ void Kestro::initialize()
 
     // 5. The calibration library on the camera handle.
     m_colorCal = std::make_unique<CColorCalibrate>(m_camera->handle());
+    // The camera opens and closes after start-up (Probe): the library's
+    // writers ask for the one open when they run.
+    m_colorCal->SetCameraSource([this] { return m_camera ? m_camera->handle() : nullptr; });
 
     // 6. Initialise it: synchronously in batch mode, on a thread otherwise,
     //    not at all without the runtime.
