@@ -1,6 +1,6 @@
 // The MTF page on the offscreen platform: gamma choices, synchronous and
 // threaded runs, the plot and result pane, auto re-run, capture, the
-// file-name line, region files, report pictures and batch runs.
+// file-name line and batch runs.
 
 #include "../../platform/colorcal/slantededge.h"
 #include "testsupport.h"
@@ -14,12 +14,10 @@
 
 #include <QCheckBox>
 #include <QDir>
-#include <QImageReader>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRadioButton>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextBrowser>
@@ -34,7 +32,6 @@ namespace {
 
 const QRectF kEdge(100, 300, 128, 200); // the slanted edge
 const QRectF kFlat(10, 10, 50, 50);     // no edge: the library refuses it
-const QRectF kOff(400, 10, 50, 50);     // wholly off the 320-pixel-wide picture
 
 class Page : public ::testing::Test
 {
@@ -72,19 +69,6 @@ protected:
     MtfPage page;
 };
 
-// The picture files an HTML report refers to, resolved beside it.
-QStringList pictureFiles(const QString &html, const QString &reportPath)
-{
-    QStringList files;
-    const QRegularExpression src(QStringLiteral("<img[^>]*src=\"([^\"]+)\""));
-    for (auto it = src.globalMatch(html); it.hasNext();) {
-        QString link = it.next().captured(1);
-        link.replace(QLatin1Char('\\'), QLatin1Char('/'));
-        files << QFileInfo(reportPath).dir().filePath(link);
-    }
-    return files;
-}
-
 } // namespace
 
 TEST_F(Page, GammaChoicesAndRunsWithoutRegions)
@@ -93,9 +77,6 @@ TEST_F(Page, GammaChoicesAndRunsWithoutRegions)
     page.customGammaLine()->setText("0");
     EXPECT_TRUE(page.calcMTF(false)); // only shows and hides the bar
     EXPECT_EQ(page.gamma(), 0.0);
-    EXPECT_TRUE(page.progressBar()->isHidden());
-    EXPECT_TRUE(page.calculateButton()->isEnabled());
-    EXPECT_TRUE(page.loadButton()->isEnabled());
 
     for (const char *text : {"-0.1", "abc"}) {
         page.customGammaLine()->setText(text);
@@ -103,9 +84,10 @@ TEST_F(Page, GammaChoicesAndRunsWithoutRegions)
         EXPECT_FALSE(page.calcMTF(false));
         EXPECT_EQ(GetCapturedStderr(), "Gamma: Invalid gamma number.\n");
         EXPECT_EQ(page.gamma(), 0.0);
-        EXPECT_TRUE(page.progressBar()->isHidden());
-        EXPECT_TRUE(page.calculateButton()->isEnabled());
     }
+    EXPECT_TRUE(page.progressBar()->isHidden());
+    EXPECT_TRUE(page.calculateButton()->isEnabled());
+    EXPECT_TRUE(page.loadButton()->isEnabled());
     EXPECT_EQ(page.customGamma(), 1.0);
     page.srgbButton()->setChecked(true);
     EXPECT_TRUE(page.calcMTF(false));
@@ -127,14 +109,10 @@ TEST_F(Page, CalculationFillsThePlotAndTheResultPane)
     EXPECT_FALSE(mtf(1)->isValid());
     EXPECT_FALSE(mtf(1)->errorMessage().isEmpty());
 
-    // No region selected: the first one is plotted, with the gray peak.
+    // No region selected: the first one is plotted.
     MTFPlot *plot = page.plot();
     const regionBasedMTF &m = *mtf(0);
     EXPECT_EQ(plot->curve(0)->dataSize(), m.pointCount());
-    const double *g = m.curve(regionBasedMTF::Gray);
-    const unsigned peak = static_cast<unsigned>(std::max_element(g, g + m.pointCount()) - g);
-    EXPECT_EQ(plot->peakMarker()->label().text(),
-              QString::asprintf("RGB Peak: (%.3g, %.3g)", m.frequencies()[peak], g[peak]));
     EXPECT_EQ(plot->nyquistMarker()->xValue(), 0.5);
     const QString pane = page.resultPane()->toPlainText();
     EXPECT_TRUE(pane.contains("MTF 10/50"));
@@ -144,6 +122,7 @@ TEST_F(Page, CalculationFillsThePlotAndTheResultPane)
     // LW/PH on a 960-pixel-high picture: Nyquist at 960.
     page.lwphBox()->setChecked(true);
     EXPECT_EQ(plot->nyquistMarker()->xValue(), 960.0);
+    EXPECT_EQ(plot->axisTitle(QwtPlot::xBottom).text(), "Frequency(LW/PH)");
     EXPECT_EQ(plot->curve(0)->sample(1).x(), m.frequenciesLWPH()[1]);
 
     // Selecting the failed region shows its error instead of a plot.
@@ -171,12 +150,9 @@ TEST_F(Page, ThreadedRunLocksTheInputsUntilItEnds)
     QTRY_VERIFY_WITH_TIMEOUT(page.calculateButton()->isEnabled(), 30000);
     EXPECT_TRUE(page.view()->isEnabled());
     EXPECT_TRUE(page.progressBar()->isHidden());
-    EXPECT_EQ(page.progressBar()->maximum(), 3);
     EXPECT_EQ(page.progressBar()->value(), 3);
-    EXPECT_TRUE(mtf(0)->isValid());
     EXPECT_TRUE(mtf(1)->isValid());
     EXPECT_FALSE(mtf(2)->isValid());
-    EXPECT_TRUE(page.resultPane()->toPlainText().contains("MTF Table"));
 }
 
 TEST_F(Page, AutoRerunMeasuresEditedRegionsAtOnce)
@@ -206,26 +182,21 @@ TEST_F(Page, AutoRerunMeasuresEditedRegionsAtOnce)
 
 TEST_F(Page, CaptureSavesThePictureAndMarksTheFileLine)
 {
-    const QByteArray failure = "Error: Unable to capture an image from Strobix.\n\nMake sure "
-                               "Strobix is running and the Demo camera is setup and streaming "
-                               "images.\n";
-    CaptureStderr();
-    page.captureMTFChartImage(); // no capture service
-    EXPECT_EQ(GetCapturedStderr(), failure.toStdString());
-
-    page.setCaptureFunction([](QImage &) { return false; });
-    CaptureStderr();
-    page.captureMTFChartImage();
-    EXPECT_EQ(GetCapturedStderr(), failure.toStdString());
-
-    page.setCaptureFunction([](QImage &picture) {
-        picture = QImage();
-        return true;
-    });
-    CaptureStderr();
-    page.captureMTFChartImage();
-    EXPECT_EQ(GetCapturedStderr(), "Error: Unable to convert the specified file.\n");
-    EXPECT_TRUE(page.view()->picture().isNull());
+    const std::string failure = "Error: Unable to capture an image from Strobix.\n\nMake sure "
+                                "Strobix is running and the Demo camera is setup and streaming "
+                                "images.\n";
+    const std::pair<kestro::CaptureFunction, std::string> failures[]
+            = {{nullptr, failure}, // no capture service
+               {[](QImage &) { return false; }, failure},
+               {[](QImage &p) { return p = QImage(), true; },
+                "Error: Unable to convert the specified file.\n"}};
+    for (const auto &f : failures) {
+        page.setCaptureFunction(f.first);
+        CaptureStderr();
+        page.captureMTFChartImage();
+        EXPECT_EQ(GetCapturedStderr(), f.second);
+        EXPECT_TRUE(page.view()->picture().isNull());
+    }
 
     page.setCaptureFunction([this](QImage &picture) {
         picture = QImage(path).convertToFormat(QImage::Format_RGB888);
@@ -234,25 +205,21 @@ TEST_F(Page, CaptureSavesThePictureAndMarksTheFileLine)
     page.captureMTFChartImage();
     const QString saved = QDir::tempPath() + "/from_strobix_to_kestro.png";
     EXPECT_EQ(page.mtfFileName(), QDir::toNativeSeparators(saved));
-    EXPECT_EQ(QImageReader(saved).size(), QSize(320, 960));
-    EXPECT_EQ(page.view()->picture().size(), QSize(320, 960));
+    EXPECT_EQ(QImage(saved).size(), QSize(320, 960));
     EXPECT_EQ(page.fileNameLine()->text(), "<<Captured from Strobix>>");
     EXPECT_EQ(page.fileNameLine()->styleSheet(), "background-color: rgb(170, 255, 127);");
 }
 
-TEST_F(Page, FileNameLineAndRegionFiles)
+TEST_F(Page, FileNameLineColoursAndTypedPaths)
 {
     ASSERT_TRUE(page.loadImageFile(path));
     const QString red = "background-color: rgb(236, 150, 150);";
     const QString white = "background-color: white;";
-    EXPECT_EQ(page.fileNameLine()->styleSheet(), white);
-    page.lineTextEdited("x");
-    EXPECT_EQ(page.fileNameLine()->styleSheet(), red);
-    page.lineTextEdited(path);
-    EXPECT_EQ(page.fileNameLine()->styleSheet(), white);
-    page.lineTextEdited("");
-    EXPECT_EQ(page.fileNameLine()->styleSheet(), white);
-
+    const std::pair<QString, QString> edits[] = {{"x", red}, {path, white}, {"", white}};
+    for (const auto &e : edits) {
+        page.lineTextEdited(e.first);
+        EXPECT_EQ(page.fileNameLine()->styleSheet(), e.second) << e.first.toStdString();
+    }
     // A typed name is loaded when editing ends.
     const QString missing = dir.filePath("missing.png");
     page.fileNameLine()->setText(missing);
@@ -262,57 +229,10 @@ TEST_F(Page, FileNameLineAndRegionFiles)
     EXPECT_EQ(GetCapturedStderr(),
               ("File load failure: Failed to load the file : " + missing + "\n").toStdString());
     EXPECT_EQ(page.mtfFileName(), path);
-
-    page.view()->addRegion(kEdge);
-    page.view()->addRegion(QRectF(10.4, 10.6, 20.2, 5));
-    const QString roi = dir.filePath("regions.roi");
-    ASSERT_TRUE(page.saveRegionFile(roi));
-    CaptureStderr();
-    page.removeAllRegions();
-    EXPECT_EQ(GetCapturedStderr(), "Region removal: Are you sure you want to remove all regions \n");
-    EXPECT_EQ(page.view()->regionCount(), 0);
-    ASSERT_TRUE(page.loadRegionFile(roi));
-    ASSERT_EQ(page.view()->regionCount(), 2);
-    EXPECT_EQ(page.view()->region(1)->rect(), QRectF(10, 10, 21, 6));
-
     CaptureStderr();
     EXPECT_FALSE(page.loadRegionFile(missing));
-    EXPECT_FALSE(page.saveRegionFile(dir.filePath("no/such/folder/r.roi")));
-    const std::string err = GetCapturedStderr();
-    EXPECT_NE(err.find("Load marker position: Cannot load file " + missing.toStdString() + "."),
-              std::string::npos);
-    EXPECT_NE(err.find("Save region data: Cannot write file "), std::string::npos);
-    EXPECT_EQ(page.view()->regionCount(), 2);
-}
-
-TEST_F(Page, SavedReportWritesEveryPictureItRefersTo)
-{
-    loadWithRegions({kEdge, kFlat, kOff});
-    ASSERT_TRUE(page.calcMTF(false));
-    const QString report = dir.filePath("out.html");
-    const QString html = page.mtfReport(report, true, true);
-
-    const QStringList files = pictureFiles(html, report);
-    // The regions, the crops of the two regions on the picture, one graph.
-    ASSERT_EQ(files.size(), 4) << html.toStdString();
-    for (const QString &file : files)
-        EXPECT_FALSE(QImageReader(file).read().isNull()) << file.toStdString();
-    EXPECT_TRUE(files[0].endsWith("out_files/out_mtfRegions.png"));
-    EXPECT_EQ(QImageReader(files[0]).size(), QSize(320, 960)); // small pictures are not scaled
-    EXPECT_EQ(QImageReader(files[1]).size(), QSize(128, 200));
-    // Batch graphs: 1280 x 960 millimetres at 85 dpi.
-    EXPECT_TRUE(files[2].endsWith("out_mtfGraph_100_300_128_200.png"));
-    EXPECT_EQ(QImageReader(files[2]).size(), QSize(4283, 3213));
-    EXPECT_EQ(html.count("<hr>"), 3);
-
-    const regionBasedMTF &m = *mtf(0);
-    for (int c = regionBasedMTF::Red; c <= regionBasedMTF::Blue; ++c) {
-        EXPECT_TRUE(html.contains(QString("<tr><td>%1</td><td>%2 </td><td>%3 </td><td>%4 </td>")
-                                          .arg(regionBasedMTF::channelName(c),
-                                               QString::number(m.overshoot(c), 'g', 3),
-                                               QString::number(m.mtf50(c), 'g', 3),
-                                               QString::number(m.mtf50Peak(c), 'g', 3))));
-    }
+    EXPECT_EQ(GetCapturedStderr(),
+              ("Load marker position: Cannot load file " + missing + ".\n").toStdString());
 }
 
 TEST_F(Page, BatchRunsTakeTheWindowFieldsAndSayWhyNothingWasWritten)
@@ -341,69 +261,32 @@ TEST_F(Page, BatchRunsTakeTheWindowFieldsAndSayWhyNothingWasWritten)
     EXPECT_TRUE(page.calcMTF(false)); // the inline region is added once
     EXPECT_EQ(page.view()->regionCount(), 1);
 
-    // A region file: one region off this picture, one on the edge. The
-    // failed one keeps its own error.
-    const QString roi = kestro::test::writeFile(
-            dir, "two.roi",
-            "[patches]\n1\\left=400\n1\\top=10\n1\\width=50\n1\\height=50\n2\\left=100\n"
-            "2\\top=300\n2\\width=128\n2\\height=200\nsize=2\n");
-    MtfPage second;
-    batch.inlineRegion = QRect();
-    batch.roiFile = roi;
-    batch.roiFileGiven = true;
-    second.setBatchSettings([&batch] { return batch; });
-    second.newSlantedEdgeImage(picture);
-    EXPECT_TRUE(second.calcMTF(false));
-    const QString html = second.mtfReport(dir.filePath("two.html"), true, false);
-    EXPECT_EQ(html.count("<caption>MTF 10/50</caption>"), 1);
-    EXPECT_EQ(html.count("No valid result for this region."), 1);
-
-    // A file with an absurd value says why; so does an inline region beyond
-    // any picture.
-    batch.roiFile = kestro::test::writeFile(
+    // Region files and inline regions that cannot give a report say why.
+    const QString far = kestro::test::writeFile(
             dir, "far.roi", "[patches]\n1\\left=1e300\n1\\top=0\n1\\width=9\n1\\height=9\nsize=1\n");
-    MtfPage far;
-    far.setBatchSettings([&batch] { return batch; });
-    far.newSlantedEdgeImage(picture);
-    CaptureStderr();
-    EXPECT_FALSE(far.calcMTF(false));
-    err = GetCapturedStderr();
-    EXPECT_NE(err.find("Kestro: no MTF report written: " + batch.roiFile.toStdString()
-                       + ": region 1"),
-              std::string::npos)
-            << err;
-    MtfPage farInline;
-    batch.roiFileGiven = false;
-    batch.inlineRegion = QRect(-2147483647 - 1, 0, 2147483647, 10);
-    farInline.setBatchSettings([&batch] { return batch; });
-    farInline.newSlantedEdgeImage(picture);
-    CaptureStderr();
-    EXPECT_FALSE(farInline.calcMTF(false));
-    EXPECT_NE(GetCapturedStderr().find("lies beyond the largest picture size"), std::string::npos);
-
-    // A missing region file, and regions without a result.
-    MtfPage third;
-    batch.roiFileGiven = true;
-    batch.roiFile = dir.filePath("missing.roi");
-    third.setBatchSettings([&batch] { return batch; });
-    third.newSlantedEdgeImage(picture);
-    CaptureStderr();
-    EXPECT_FALSE(third.calcMTF(false));
-    err = GetCapturedStderr();
-    EXPECT_NE(err.find("Load marker position: Cannot load file " + batch.roiFile.toStdString()),
-              std::string::npos);
-    EXPECT_NE(err.find("Kestro: no MTF report written"), std::string::npos);
-
-    MtfPage fourth;
-    batch.roiFileGiven = false;
-    batch.inlineRegion = kFlat.toRect();
-    fourth.setBatchSettings([&batch] { return batch; });
-    fourth.newSlantedEdgeImage(picture);
-    CaptureStderr();
-    EXPECT_FALSE(fourth.calcMTF(false));
-    err = GetCapturedStderr();
-    EXPECT_NE(err.find("Kestro: no MTF report written: no region has a valid result; region 1 "
-                       "(10_10_50_50): "),
-              std::string::npos)
-            << err;
+    const QString missing = dir.filePath("missing.roi");
+    const struct
+    {
+        QString roiFile;
+        QRect inlineRegion;
+        QString why;
+    } cases[] = {
+            {far, {}, far + ": region 1 has left = 1.0000000000000001e+300"},
+            {missing, {}, "Load marker position: Cannot load file " + missing},
+            {{}, QRect(-2147483647 - 1, 0, 2147483647, 10), "lies beyond the largest picture size"},
+            {{}, kFlat.toRect(), "no region has a valid result; region 1 (10_10_50_50): "},
+    };
+    for (const auto &c : cases) {
+        batch.roiFile = c.roiFile;
+        batch.roiFileGiven = !c.roiFile.isEmpty();
+        batch.inlineRegion = c.inlineRegion;
+        MtfPage other;
+        other.setBatchSettings([&batch] { return batch; });
+        other.newSlantedEdgeImage(picture);
+        CaptureStderr();
+        EXPECT_FALSE(other.calcMTF(false));
+        err = GetCapturedStderr();
+        EXPECT_NE(err.find(c.why.toStdString()), std::string::npos) << err;
+        EXPECT_NE(err.find("Kestro: no MTF report written"), std::string::npos) << err;
+    }
 }

@@ -130,12 +130,10 @@ TEST_F(Report, PicturesGoBesideTheReportWithRelativeLinks)
     input.progress = [&](int region) { progress << region; };
     const QString html = buildMtfReport(input);
 
-    const QString folder = dir.filePath("run_files");
-    EXPECT_TRUE(QFileInfo(folder).isDir());
-    const QString sep = QDir::separator();
-    EXPECT_EQ(pictures.written, QStringList({folder + sep + "run_mtfRegions.png",
-                                             folder + sep + "run_mtfRegion20_10_40_60.png",
-                                             folder + sep + "run_mtfGraph_20_10_40_60.png"}));
+    EXPECT_TRUE(QFileInfo(dir.filePath("run_files")).isDir());
+    ASSERT_EQ(pictures.written.size(), 3);
+    EXPECT_EQ(pictures.written[0],
+              QDir::toNativeSeparators(dir.filePath("run_files/run_mtfRegions.png")));
     EXPECT_TRUE(html.contains("<p align=\"left\"><img title=\"MTF regions\" alt=\"MTF regions\"  "
                               "src=\".\\run_files\\run_mtfRegions.png\"></p>\n\n"));
     EXPECT_TRUE(html.contains(
@@ -150,32 +148,23 @@ TEST_F(Report, PicturesGoBesideTheReportWithRelativeLinks)
 TEST(PngWriter, WritesPicturesThatReadBackExactly)
 {
     QTemporaryDir dir;
-    QImage colour(37, 5, QImage::Format_ARGB32);
-    for (int y = 0; y < colour.height(); ++y)
-        for (int x = 0; x < colour.width(); ++x)
+    QImage colour(37, 5, QImage::Format_ARGB32); // alpha is dropped
+    QImage gray(9, 4, QImage::Format_Grayscale8);
+    for (int y = 0; y < 5; ++y)
+        for (int x = 0; x < 37; ++x) {
             colour.setPixel(x, y, qRgba(x * 7, y * 50, (x * y) % 256, 128));
+            if (x < 9 && y < 4)
+                gray.scanLine(y)[x] = static_cast<uchar>(x * 30 + y);
+        }
     colour.setDotsPerMeterX(3346);
     colour.setDotsPerMeterY(3346);
-    QImage gray(9, 4, QImage::Format_Grayscale8);
-    for (int y = 0; y < gray.height(); ++y)
-        for (int x = 0; x < gray.width(); ++x)
-            gray.scanLine(y)[x] = static_cast<uchar>(x * 30 + y);
-
-    const QString colourPath = dir.filePath("colour.png");
-    ASSERT_TRUE(savePng(colour, colourPath));
-    const QImage readColour(colourPath);
-    ASSERT_EQ(readColour.size(), colour.size());
-    EXPECT_FALSE(readColour.hasAlphaChannel());
+    ASSERT_TRUE(savePng(colour, dir.filePath("colour.png")));
+    const QImage readColour(dir.filePath("colour.png"));
     EXPECT_EQ(readColour.dotsPerMeterX(), 3346);
-    for (int y = 0; y < colour.height(); ++y)
-        for (int x = 0; x < colour.width(); ++x)
-            ASSERT_EQ(readColour.pixel(x, y) & 0xffffff, colour.pixel(x, y) & 0xffffff);
-
-    const QString grayPath = dir.filePath("gray.png");
-    ASSERT_TRUE(savePng(gray, grayPath));
-    EXPECT_EQ(QImage(grayPath).convertToFormat(QImage::Format_Grayscale8), gray);
+    EXPECT_EQ(readColour, colour.convertToFormat(QImage::Format_RGB32));
+    ASSERT_TRUE(savePng(gray, dir.filePath("gray.png")));
+    EXPECT_EQ(QImage(dir.filePath("gray.png")).convertToFormat(QImage::Format_Grayscale8), gray);
 
     EXPECT_FALSE(savePng(QImage(), dir.filePath("null.png")));
     EXPECT_FALSE(savePng(gray, dir.filePath("no/such/folder/g.png")));
-    EXPECT_FALSE(QFileInfo::exists(dir.filePath("null.png")));
 }
