@@ -4,13 +4,13 @@
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/imagegraphicsview.h"
 #include "imaging/gui/qregiongraphicsrectitem.h"
-#include "imaging/imageload.h"
 #include "imaging/roifile.h"
 #include "measure/mtf/gui/mtfplot.h"
 #include "measure/mtf/gui/mtfreportpictures.h"
 #include "measure/mtf/mtfreport.h"
 #include "measure/mtf/pngwriter.h"
 #include "measure/mtf/regionbasedmtf.h"
+#include "platform/colorcal/imagecache.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
@@ -332,7 +332,9 @@ void MtfPage::newSlantedEdgeImage(QImage &image)
 
 bool MtfPage::loadImageFile(const QString &path)
 {
-    const QImage picture = kestro::loadImage(path);
+    // Through the calculation's cache of decoded files: the regions then
+    // measure this picture without decoding the file again.
+    const QImage picture = kestro::colorcal::loadImageCached(path);
     if (picture.isNull()) {
         warn(this, QStringLiteral("File load failure"),
              QStringLiteral("Failed to load the file : ") + path);
