@@ -331,7 +331,7 @@ ImageSourceAutomation *automationOf(CCamera &camera)
 }
 
 bool captureImage(CCamera &camera, CapturedImage &image, bool firstCapture,
-                  const std::function<void()> &setupPrompt)
+                  const std::function<void()> &setupPrompt, const QString &sceneHint)
 {
     image = CapturedImage();
     if (camera.cameraCount() < 1)
@@ -342,6 +342,10 @@ bool captureImage(CCamera &camera, CapturedImage &image, bool firstCapture,
         qDebug().noquote() << "Capture: no image source:" << automation->lastError();
         return false;
     }
+    // A source that does not know the hint still captures.
+    if (!sceneHint.isEmpty()
+        && !automation->setOption(QStringLiteral("scenehint"), sceneHint, deadline))
+        qDebug().noquote() << "Capture:" << automation->lastError();
     if (firstCapture) {
         if (!automation->command(kCommandPrepareCapture, 0, deadline)) {
             qDebug().noquote() << "Capture:" << automation->lastError();

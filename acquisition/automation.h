@@ -92,9 +92,11 @@ ImageSourceAutomation *automationOf(CCamera &camera);
 
 // One capture: fails at once when the camera library found no camera; asks
 // the service to ready the sensor and shows `setupPrompt` (waiting for it to
-// return) when `firstCapture` is set; then takes the frame.
+// return) when `firstCapture` is set; then takes the frame. `sceneHint`
+// ("chart", "edge", "flat") tells a synthetic source what the capturing page
+// measures; other sources ignore it.
 bool captureImage(CCamera &camera, CapturedImage &image, bool firstCapture,
-                  const std::function<void()> &setupPrompt);
+                  const std::function<void()> &setupPrompt, const QString &sceneHint = QString());
 
 // The captured frame as a 24-bit RGB picture, sharing its pixels; null for
 // an empty record.

@@ -328,14 +328,11 @@ QDBusMessage ImageSourceService::call(const QDBusMessage &message,
             return invalid();
         const QString name = args[0].toString();
         QString value = text ? args[1].toString() : QString::number(args[1].toInt());
-        SceneKind kind;
         if (!text && name == QLatin1String("scene")) {
             const int index = args[1].toInt();
-            if (index < 0 || index > 2)
-                return failed(QStringLiteral("scene %1 is not 0, 1 or 2").arg(index));
-            value = sceneName(SceneKind(index));
-        } else if (name == QLatin1String("scene") && !sceneFromName(value, &kind)) {
-            return failed(QStringLiteral("scene %1 is not chart, edge or flat").arg(value));
+            if (index < 0 || index > 3)
+                return failed(QStringLiteral("scene %1 is not 0, 1, 2 or 3").arg(index));
+            value = index == 3 ? QStringLiteral("auto") : sceneName(SceneKind(index));
         }
         QString error;
         if (!setOption(name, value, &error))
@@ -465,14 +462,31 @@ bool ImageSourceService::changeOption(const QString &name, const QString &value,
         return false;
     };
     if (name == QLatin1String("scene")) {
-        if (!sceneFromName(value, &settings.kind))
-            return outOfRange("chart, edge or flat");
+        const bool automatic = value.trimmed().toLower() == QLatin1String("auto");
+        if (automatic)
+            settings.kind = m_hint;
+        else if (!sceneFromName(value, &settings.kind))
+            return outOfRange("chart, edge, flat or auto");
         if (apply) {
+            m_sceneFollowsHint = automatic;
             m_scene->setSettings(settings);
             // Choosing a scene chooses the synthetic source.
             if (m_source != m_scene.get()) {
                 m_source->stop();
                 m_source = m_scene.get();
+            }
+        }
+        return true;
+    }
+    if (name == QLatin1String("scenehint")) {
+        SceneKind hint;
+        if (!sceneFromName(value, &hint))
+            return outOfRange("chart, edge or flat");
+        if (apply) {
+            m_hint = hint;
+            if (m_sceneFollowsHint) {
+                settings.kind = hint;
+                m_scene->setSettings(settings);
             }
         }
         return true;
@@ -533,6 +547,8 @@ bool ImageSourceService::option(const QString &name, QString *value, QString *er
     const SceneSettings &s = m_scene->settings();
     if (name == QLatin1String("scene"))
         *value = sceneName(s.kind);
+    else if (name == QLatin1String("scenehint"))
+        *value = sceneName(m_hint);
     else if (name == QLatin1String("width"))
         *value = QString::number(s.width);
     else if (name == QLatin1String("height"))

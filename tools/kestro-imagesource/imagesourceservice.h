@@ -6,7 +6,11 @@
 //
 // Options (GetOption/SetOption take whole numbers, GetOptionStr/
 // SetOptionStr text):
-//   scene     chart | edge | flat (0, 1, 2); setting it selects the scene
+//   scene     chart | edge | flat | auto (0 to 3); setting it selects the
+//             scene as the source; "auto" (the default) shows the scene
+//             that the client last hinted at
+//   scenehint chart | edge | flat: the scene a client's page would
+//             measure (the colour chart, a slanted edge, a flat field)
 //   width, height   size of the scene's frames
 //   exposure  linear gain of the scene (1 = as designed)
 //   noise     temporal noise, standard deviation in 8-bit steps
@@ -60,6 +64,8 @@ private:
     std::function<void()> m_quit;
     QString m_presetsFile;
     FramePtr m_last;
+    bool m_sceneFollowsHint = true;
+    SceneKind m_hint = SceneKind::Chart;
     bool m_streaming = true;
     bool m_paused = false;
     qint64 m_frames = 0;

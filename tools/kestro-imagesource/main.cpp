@@ -22,7 +22,7 @@ using namespace kestro::imagesource;
 namespace {
 
 const char kUsage[]
-        = "usage: kestro-imagesource [--scene chart|edge|flat] [--width N] [--height N]\n"
+        = "usage: kestro-imagesource [--scene chart|edge|flat|auto] [--width N] [--height N]\n"
           "                          [--exposure GAIN] [--noise SIGMA] [--shading PERCENT]\n"
           "                          [--latency MS] [--files IMAGE...] [--device /dev/videoN]\n"
           "                          [--keep-running] [--exit-with-parent] [--replace]\n"
@@ -30,8 +30,11 @@ const char kUsage[]
           "Serves frames on the session bus as %s. By default the frames are a\n"
           "synthetic scene (a 24-patch colour chart, a slanted edge or a flat field)\n"
           "with the given exposure gain, temporal noise (standard deviation in 8-bit\n"
-          "steps) and corner shading; --files cycles through image files, --device\n"
-          "takes frames from a video device (or plays a video file in a loop).\n"
+          "steps) and corner shading. With --scene auto (the default) the scene is\n"
+          "the one the capturing page measures: Kestro's MTF page gets the slanted\n"
+          "edge, the uniformity page the flat field, the others the chart.\n"
+          "--files cycles through image files, --device takes frames from a video\n"
+          "device (or plays a video file in a loop).\n"
           "\n"
           "  --keep-running      answer Quit without ending (stop with Ctrl+C)\n"
           "  --exit-with-parent  end when the program that started this one ends\n"

@@ -1,6 +1,8 @@
 // kestro-measure capture [--scene chart|edge|flat] OUT: one frame taken
 // through the camera object as the pages take it (the demo board, the
-// image-source service started when needed), saved to OUT.
+// image-source service started when needed), saved to OUT. --scene is the
+// scene a synthetic source shows (as for the colour, MTF and uniformity
+// pages); a file or device source ignores it.
 #include "command.h"
 #include "json.h"
 
@@ -63,16 +65,10 @@ int runCapture(const QStringList &args)
 
     CCamera camera;
     camera.open();
-    if (!scene.isEmpty() && camera.cameraCount() >= 1) {
-        kestro::ImageSourceAutomation *automation = kestro::automationOf(camera);
-        const std::int64_t deadline = kestro::deadlineIn(kestro::kCaptureTimeoutMs);
-        if (!automation->ensure(deadline)
-            || !automation->setOption(QStringLiteral("scene"), scene, deadline))
-            return captureFailed(automation->lastError());
-    }
-    // Nobody answers a prompt here: the sensor is readied without one.
+    // Nobody answers a prompt here: the sensor is readied without one. The
+    // scene is asked for as the page of that measurement asks for it.
     kestro::CapturedImage frame;
-    if (!kestro::captureImage(camera, frame, true, {})) {
+    if (!kestro::captureImage(camera, frame, true, {}, scene)) {
         auto *automation = dynamic_cast<kestro::ImageSourceAutomation *>(camera.automation());
         return captureFailed(automation ? automation->lastError()
                                         : QStringLiteral("no camera found"));

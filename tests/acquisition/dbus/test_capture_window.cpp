@@ -6,6 +6,8 @@
 #include "acquisition/automation.h"
 #include "acquisition/imagesourceprotocol.h"
 #include "app/kestro.h"
+#include "imaging/srgb.h"
+#include "scene.h"
 
 #include "testsupport.h"
 
@@ -17,6 +19,7 @@
 #include <QImage>
 #include <QLineEdit>
 #include <QSpinBox>
+#include <QTabWidget>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -32,6 +35,15 @@ QString boxesOf(F &&call)
     testing::internal::CaptureStderr();
     call();
     return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
+}
+
+// Linear light of the green channel in the middle of a picture.
+double middleLevel(const QImage &picture)
+{
+    if (picture.isNull())
+        return -1;
+    return srgbByteToLinear(
+            std::uint8_t(qGreen(picture.pixel(picture.width() / 2, picture.height() / 2))));
 }
 
 TEST(CaptureWindow, PagesCaptureAndTheSetupPromptLastsUntilTheFirstSuccess)
@@ -68,23 +80,31 @@ TEST(CaptureWindow, PagesCaptureAndTheSetupPromptLastsUntilTheFirstSuccess)
 
     ASSERT_TRUE(source->setOption("width", "320", deadlineIn(5000)));
     ASSERT_TRUE(source->setOption("height", "240", deadlineIn(5000)));
+    window->workflow()->setCurrentIndex(2);
     boxes = boxesOf([&] { mtfCapture->click(); });
     EXPECT_EQ(boxes.count(setup), 1) << qPrintable(boxes);
     EXPECT_EQ(boxes.count(failure), 0) << qPrintable(boxes);
-    EXPECT_EQ(QImage(mtfFile).size(), QSize(320, 240));
+    // A synthetic source shows each page what it measures: the MTF page a
+    // slanted edge (dark square in the middle), the uniformity page a flat
+    // field.
+    const QImage edge(mtfFile);
+    EXPECT_EQ(edge.size(), QSize(320, 240));
+    EXPECT_NEAR(middleLevel(edge), imagesource::kEdgeDark, 0.02);
     auto *mtfField = window->findChild<QLineEdit *>(QStringLiteral("mtfFileName"));
     ASSERT_TRUE(mtfField);
     EXPECT_EQ(mtfField->text(), QStringLiteral("<<Captured from Strobix>>"));
 
     // After the first success no page asks again.
     QFile::remove(mtfFile);
+    window->workflow()->setCurrentIndex(3);
     boxes = boxesOf([&] { uniCapture->click(); });
     EXPECT_TRUE(boxes.isEmpty()) << qPrintable(boxes);
-    EXPECT_EQ(QImage(mtfFile).size(), QSize(320, 240));
+    EXPECT_NEAR(middleLevel(QImage(mtfFile)), imagesource::kFlatLevel, 0.02);
 
     auto *count = window->findChild<QSpinBox *>(QStringLiteral("spinBoxCaptureCount"));
     ASSERT_TRUE(count);
     count->setValue(2);
+    window->workflow()->setCurrentIndex(1);
     boxes = boxesOf([&] { chartCapture->click(); });
     EXPECT_TRUE(boxes.isEmpty()) << qPrintable(boxes);
     for (int i = 1; i <= 2; ++i)
