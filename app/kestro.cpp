@@ -243,24 +243,25 @@ QWidget *Kestro::buildInitializationPage()
     auto *sensorBox = new QGroupBox(QStringLiteral("Sensor"), initTab);
     auto *sensorForm = new QFormLayout(sensorBox);
     sensorForm->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
-    m_sensorType = new QComboBox(sensorBox);
-    m_sensorType->setObjectName(QStringLiteral("sensorType"));
-    m_sensorType->setSizeAdjustPolicy(QComboBox::AdjustToContents);
-    m_sensorType->setMinimumWidth(160);
-    m_sensorRevision = new QComboBox(sensorBox);
-    m_sensorRevision->setObjectName(QStringLiteral("sensorRevision"));
-    m_sensorRevision->setSizeAdjustPolicy(QComboBox::AdjustToContents);
-    m_sensorRevision->setMinimumWidth(160);
-    m_cameraStatus = new QLabel(sensorBox);
-    m_cameraStatus->setObjectName(QStringLiteral("cameraStatus"));
-    m_cameraStatus->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    sensorForm->addRow(QStringLiteral("Sensor &type:"), m_sensorType);
-    sensorForm->addRow(QStringLiteral("&Revision:"), m_sensorRevision);
-    m_sensorFile = new QLabel(sensorBox);
-    m_sensorFile->setObjectName(QStringLiteral("sensorDataFile"));
-    m_sensorFile->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    sensorForm->addRow(QStringLiteral("Sensor data:"), m_sensorFile);
-    sensorForm->addRow(QStringLiteral("Camera:"), m_cameraStatus);
+    auto addList = [&](const char *label, const char *name) {
+        auto *box = new QComboBox(sensorBox);
+        box->setObjectName(QLatin1String(name));
+        box->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+        box->setMinimumWidth(160);
+        sensorForm->addRow(QLatin1String(label), box);
+        return box;
+    };
+    auto addInfo = [&](const char *label, const char *name) {
+        auto *info = new QLabel(sensorBox);
+        info->setObjectName(QLatin1String(name));
+        info->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        sensorForm->addRow(QLatin1String(label), info);
+        return info;
+    };
+    m_sensorType = addList("Sensor &type:", "sensorType");
+    m_sensorRevision = addList("&Revision:", "sensorRevision");
+    m_sensorFile = addInfo("Sensor data:", "sensorDataFile");
+    m_cameraStatus = addInfo("Camera:", "cameraStatus");
     initLayout->addWidget(sensorBox);
 
     auto *configBox = new QGroupBox(QStringLiteral("Sensor Tuning"), initTab);
