@@ -216,13 +216,13 @@ void Kestro::buildForm()
     m_quickStartDock->hide();
 
     // A first size: the whole of a laptop screen (main shows the window
-    // maximized there), a comfortable part of a large one.
+    // maximized there), most of a large one.
     if (const QScreen *screen = QGuiApplication::primaryScreen()) {
         const QSize available = screen->availableGeometry().size();
         if (available.width() < 1500 || available.height() < 950)
             resize(available);
         else
-            resize(1400, 900);
+            resize(available * 85 / 100);
     }
 }
 
