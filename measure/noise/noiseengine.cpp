@@ -1,5 +1,6 @@
 #include "measure/noise/noiseengine.h"
 
+#include "imaging/demosaic.h"
 #include "imaging/frame.h"
 #include "imaging/region.h"
 #include "imaging/srgb.h"
@@ -20,10 +21,9 @@ const double kNaN = std::numeric_limits<double>::quiet_NaN();
 // Upper bound of the per-site accumulators of one calculation.
 const unsigned long long kMaxAccumulatorBytes = 4ull << 30;
 
-// Mosaic position class at (x & 1) + 2 (y & 1) for each colour order:
-// 0 green on a red row, 1 red, 2 blue, 3 green on a blue row.
-const int kBayerMap[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
-// Position class of the channels BayerR, BayerGr, BayerGb, BayerB.
+// Mosaic position class (bayerPositionClass: 0 green on a red row, 1 red,
+// 2 blue, 3 green on a blue row) of the channels BayerR, BayerGr, BayerGb,
+// BayerB.
 const int kBayerChannelClass[4] = {1, 0, 3, 2};
 
 struct Welford
@@ -365,7 +365,8 @@ bool NoiseAccumulator::start(const NoiseFrameData &first, const QVector<QRect> &
             for (int c = 0; c < 4; ++c) {
                 int px = 0, py = 0;
                 for (int k = 0; k < 4; ++k) {
-                    if (kBayerMap[first.bayerOrder][k] == kBayerChannelClass[c]) {
+                    if (bayerPositionClass(first.bayerOrder, k & 1, k >> 1)
+                        == kBayerChannelClass[c]) {
                         px = k & 1;
                         py = k >> 1;
                     }

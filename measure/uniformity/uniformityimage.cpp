@@ -49,15 +49,6 @@ int UniformityImage::zoneStart(int k, int n, int length)
 
 namespace {
 
-// Luminance 0.587 G + 0.299 R + 0.114 B with the weights taken as the exact
-// decimals: (587 G + 299 R + 114 B) / 1000, rounded once.
-inline double lumaOfPixel(std::uint32_t p)
-{
-    const std::uint32_t weighted = 587 * ((p >> 8) & 0xFF) + 299 * ((p >> 16) & 0xFF)
-                                   + 114 * (p & 0xFF);
-    return weighted / 1000.0;
-}
-
 // Rows summed in 16-bit lanes before they are flushed (255 * 256 < 2^16).
 constexpr int kMaxPending = 256;
 // Columns are taken in strips so that a strip's accumulators stay in the
@@ -250,47 +241,6 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
 }
 
 } // namespace
-
-double UniformityImage::pixelValue(UniformityChannel channel, int x, int y) const
-{
-    const auto p = reinterpret_cast<const std::uint32_t *>(m_image.constScanLine(y))[x];
-    switch (channel) {
-    case UniformityChannel::Y:
-        return lumaOfPixel(p);
-    case UniformityChannel::R:
-        return (p >> 16) & 0xFF;
-    case UniformityChannel::G:
-        return (p >> 8) & 0xFF;
-    case UniformityChannel::B:
-        return p & 0xFF;
-    }
-    return 0.0;
-}
-
-const std::vector<double> &UniformityImage::plane(UniformityChannel channel) const
-{
-    std::lock_guard<std::mutex> guard(m_planeMutex);
-    auto &slot = m_planes[static_cast<int>(channel)];
-    if (slot)
-        return *slot;
-    auto plane = std::make_unique<std::vector<double>>();
-    if (isValid()) {
-        const int w = width();
-        const int h = height();
-        plane->resize(static_cast<std::size_t>(w) * h);
-        double *out = plane->data();
-        // Tiles of rows keep the transposed writes within a few cache lines.
-        constexpr int kTile = 16;
-        for (int y0 = 0; y0 < h; y0 += kTile) {
-            const int y1 = std::min(h, y0 + kTile);
-            for (int x = 0; x < w; ++x)
-                for (int y = y0; y < y1; ++y)
-                    out[static_cast<std::size_t>(x) * h + y] = pixelValue(channel, x, y);
-        }
-    }
-    slot = std::move(plane);
-    return *slot;
-}
 
 UniformityGrid UniformityImage::grid(UniformityChannel channel, int size) const
 {

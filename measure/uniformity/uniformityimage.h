@@ -1,15 +1,13 @@
 #pragma once
 // The pixels of a flat-field image as the uniformity measurement reads them:
 // 32-bit RGB, ARGB or premultiplied ARGB, bytes in memory order B, G, R, A.
-// Channel planes (one double per pixel, column-major) are built only when
-// asked for; the grids and the CPIQ zone means come from one pass over the
-// pixel bytes, split over the processor's cores, without copying the image.
+// The grids and the CPIQ zone means come from one pass over the pixel bytes,
+// split over the worker pool, without copying the image or building a plane
+// of channel values.
 
 #include <QImage>
 #include <QString>
 #include <array>
-#include <memory>
-#include <mutex>
 #include <vector>
 
 namespace kestro {
@@ -75,15 +73,6 @@ public:
     int height() const { return m_image.height(); }
     const QImage &image() const { return m_image; }
 
-    // Channel value of one pixel: the byte, or Y = 0.587 G + 0.299 R + 0.114 B
-    // with the weights as exact decimals, (587 G + 299 R + 114 B) / 1000
-    // rounded once.
-    double pixelValue(UniformityChannel channel, int x, int y) const;
-
-    // The channel plane, one double per pixel, index x * height + y. Built on
-    // the first request and kept; empty for an invalid image.
-    const std::vector<double> &plane(UniformityChannel channel) const;
-
     // Grid of one channel: each value the mean of its s x s block of channel
     // values, computed exactly from integer sums and rounded once (for Y from
     // the exact decimal weights), so it is the block's true mean to the last
@@ -109,8 +98,6 @@ public:
 
 private:
     QImage m_image;
-    mutable std::mutex m_planeMutex;
-    mutable std::array<std::unique_ptr<std::vector<double>>, 4> m_planes;
 };
 
 } // namespace kestro

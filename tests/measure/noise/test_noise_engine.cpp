@@ -158,38 +158,29 @@ NoiseChannelResult bruteForce(const Stack &s, const QRect &r)
     out.overall = std::sqrt(var / (W * H));
     out.temporal = sd / (W * H);
     out.fpn = std::sqrt(fpn / (W * H));
-    double colFpn = 0, colDyn = 0;
-    for (int x = 0; x < W; ++x) {
-        std::vector<double> v(N, 0.0);
-        double vx = 0;
-        for (int i = 0; i < N; ++i) {
-            for (int y = 0; y < H; ++y)
-                v[i] += p(x, y, i);
-            v[i] /= H;
-            vx += v[i] / N;
+    // Per frame the mean of each column (row); then the spread of those
+    // means across columns (rows) and over the frames.
+    auto lineNoise = [&](int lines, int length, auto at, double &fixed, double &temporal) {
+        double f = 0, t = 0;
+        for (int l = 0; l < lines; ++l) {
+            std::vector<double> m(N, 0.0);
+            double mean = 0;
+            for (int i = 0; i < N; ++i) {
+                for (int k = 0; k < length; ++k)
+                    m[i] += at(l, k, i);
+                m[i] /= length;
+                mean += m[i] / N;
+            }
+            f += (mean - signal) * (mean - signal);
+            for (int i = 0; i < N; ++i)
+                t += (m[i] - mean) * (m[i] - mean);
         }
-        colFpn += (vx - signal) * (vx - signal);
-        for (int i = 0; i < N; ++i)
-            colDyn += (v[i] - vx) * (v[i] - vx);
-    }
-    out.columnFpn = std::sqrt(colFpn / W);
-    out.columnTemporal = std::sqrt(colDyn / (W * N));
-    double rowFpn = 0, rowDyn = 0;
-    for (int y = 0; y < H; ++y) {
-        std::vector<double> h(N, 0.0);
-        double hy = 0;
-        for (int i = 0; i < N; ++i) {
-            for (int x = 0; x < W; ++x)
-                h[i] += p(x, y, i);
-            h[i] /= W;
-            hy += h[i] / N;
-        }
-        rowFpn += (hy - signal) * (hy - signal);
-        for (int i = 0; i < N; ++i)
-            rowDyn += (h[i] - hy) * (h[i] - hy);
-    }
-    out.rowFpn = std::sqrt(rowFpn / H);
-    out.rowTemporal = std::sqrt(rowDyn / (H * N));
+        fixed = std::sqrt(f / lines);
+        temporal = std::sqrt(t / (lines * N));
+    };
+    lineNoise(W, H, p, out.columnFpn, out.columnTemporal);
+    lineNoise(
+            H, W, [&](int y, int x, int i) { return p(x, y, i); }, out.rowFpn, out.rowTemporal);
     return out;
 }
 
@@ -199,24 +190,30 @@ const QRect kPatch(4, 4, 72, 52); // the generated area of an 80 x 60 stack
 
 TEST(NoiseEngine, MatchesTheFormulasEvaluatedDirectly)
 {
-    const Stack s = makeStack(80, 60, 9, {3.0, 2.0, 4.0, 5.0}, 1);
-    // An off-centre patch that cuts the generated area.
-    for (const QRect &r : {kPatch, QRect(7, 5, 31, 17), QRect(10, 10, 1, 1)}) {
-        const NoisePatchResult got = s.run(r);
-        const NoiseChannelResult want = bruteForce(s, r);
-        ASSERT_EQ(got.channels.size(), 1);
-        const NoiseChannelResult &c = got.channels[0];
-        EXPECT_EQ(got.frames, 9);
-        EXPECT_EQ(c.name, QStringLiteral("Mono"));
-        const double tol = 1e-9 * 20000;
-        EXPECT_NEAR(c.signal, want.signal, tol);
-        EXPECT_NEAR(c.overall, want.overall, 1e-9);
-        EXPECT_NEAR(c.temporal, want.temporal, 1e-9);
-        EXPECT_NEAR(c.fpn, want.fpn, 1e-8);
-        EXPECT_NEAR(c.columnFpn, want.columnFpn, 1e-8);
-        EXPECT_NEAR(c.rowFpn, want.rowFpn, 1e-8);
-        EXPECT_NEAR(c.columnTemporal, want.columnTemporal, 1e-9);
-        EXPECT_NEAR(c.rowTemporal, want.rowTemporal, 1e-9);
+    // Nine frames, and a single one (no temporal noise: the SNR takes FPN).
+    for (int frames : {9, 1}) {
+        const Stack s = makeStack(80, 60, frames, {3.0, 2.0, 4.0, 5.0}, 1);
+        // Off-centre patches that cut the generated area.
+        for (const QRect &r : {kPatch, QRect(7, 5, 31, 17), QRect(10, 10, 1, 1)}) {
+            const NoisePatchResult got = s.run(r);
+            const NoiseChannelResult want = bruteForce(s, r);
+            ASSERT_EQ(got.channels.size(), 1);
+            const NoiseChannelResult &c = got.channels[0];
+            EXPECT_EQ(got.frames, frames);
+            EXPECT_EQ(c.name, QStringLiteral("Mono"));
+            EXPECT_NEAR(c.signal, want.signal, 1e-9 * 20000);
+            EXPECT_NEAR(c.overall, want.overall, 1e-9);
+            EXPECT_NEAR(c.temporal, want.temporal, 1e-9);
+            EXPECT_NEAR(c.fpn, want.fpn, 1e-8);
+            EXPECT_NEAR(c.columnFpn, want.columnFpn, 1e-8);
+            EXPECT_NEAR(c.rowFpn, want.rowFpn, 1e-8);
+            EXPECT_NEAR(c.columnTemporal, want.columnTemporal, 1e-9);
+            EXPECT_NEAR(c.rowTemporal, want.rowTemporal, 1e-9);
+            const double noise = frames > 1 ? c.overall : c.fpn;
+            EXPECT_EQ(got.snrNoise(0), noise);
+            EXPECT_EQ(got.snr(0), c.signal / noise);
+            EXPECT_EQ(got.snrDb(0), 20 * std::log10(c.signal / noise));
+        }
     }
 }
 
@@ -256,27 +253,6 @@ TEST(NoiseEngine, SeparatesInjectedComponents)
             EXPECT_EQ(r.rowTemporal, 0.0);
         }
     }
-}
-
-TEST(NoiseEngine, SingleFrameHasNoTemporalNoiseAndSnrUsesFpn)
-{
-    const Stack s = makeStack(80, 60, 1, {0, 0, 10, 0}, 3);
-    const NoisePatchResult r = s.run(kPatch);
-    ASSERT_EQ(r.frames, 1);
-    const NoiseChannelResult &c = r.channels[0];
-    EXPECT_EQ(c.overall, 0.0);
-    EXPECT_EQ(c.temporal, 0.0);
-    EXPECT_EQ(c.rowTemporal, 0.0);
-    EXPECT_EQ(c.columnTemporal, 0.0);
-    EXPECT_NEAR(c.fpn, 10.0, 0.6);
-    EXPECT_EQ(r.snrNoise(0), c.fpn);
-    EXPECT_DOUBLE_EQ(r.snr(0), c.signal / c.fpn);
-
-    // With two frames the SNR takes the overall noise.
-    const Stack two = makeStack(80, 60, 2, {0, 0, 10, 5}, 3);
-    const NoisePatchResult r2 = two.run(kPatch);
-    EXPECT_EQ(r2.snrNoise(0), r2.channels[0].overall);
-    EXPECT_NEAR(r2.snrDb(0), 20 * std::log10(r2.channels[0].signal / r2.channels[0].overall), 1e-12);
 }
 
 TEST(NoiseEngine, LongStacksStayAccurate)

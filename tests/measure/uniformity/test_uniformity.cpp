@@ -84,6 +84,21 @@ double refMean(const std::vector<double> &grid, int rows, int x0, int y0, int x1
     return static_cast<double>(sum) / ((x1 - x0) * (y1 - y0));
 }
 
+// Two passes hold the same grids and zone means, bit for bit.
+void expectSamePass(const UniformityPass &a, const UniformityPass &b)
+{
+    for (int c = 0; c < 4; ++c) {
+        EXPECT_EQ(a.grids[c].cols, b.grids[c].cols) << "channel " << c;
+        EXPECT_EQ(a.grids[c].rows, b.grids[c].rows) << "channel " << c;
+        EXPECT_EQ(a.grids[c].values, b.grids[c].values) << "channel " << c;
+    }
+    EXPECT_EQ(a.zones.rows, b.zones.rows);
+    EXPECT_EQ(a.zones.cols, b.zones.cols);
+    EXPECT_EQ(a.zones.red, b.zones.red);
+    EXPECT_EQ(a.zones.green, b.zones.green);
+    EXPECT_EQ(a.zones.blue, b.zones.blue);
+}
+
 } // namespace
 
 TEST(Uniformity, FlatFieldGridStatisticsAndWindowsMatchExactReference)
@@ -124,24 +139,6 @@ TEST(Uniformity, FlatFieldGridStatisticsAndWindowsMatchExactReference)
         for (double corner : s.corners)
             EXPECT_LT(corner, s.center);
     }
-
-    // The channel plane is column-major; luminance is rounded once per pixel.
-    const std::vector<double> &plane = image.plane(UniformityChannel::Y);
-    ASSERT_EQ(plane.size(), std::size_t(203 * 157));
-    for (int x : {0, 17, 202})
-        for (int y : {0, 91, 156})
-            EXPECT_EQ(plane[static_cast<std::size_t>(x) * 157 + y],
-                      refWeighted(img.pixel(x, y), 0) / 1000.0);
-
-    // The exact luminance means agree with block sums of the binary
-    // luminance formula to within its own rounding.
-    Exact sum = 0;
-    for (int x = 0; x < 5; ++x)
-        for (int y = 0; y < 5; ++y) {
-            const QRgb p = img.pixel(x, y);
-            sum += 0.587 * qGreen(p) + 0.299 * qRed(p) + 0.114 * qBlue(p);
-        }
-    EXPECT_NEAR(pass.grids[0].values[0], static_cast<double>(sum) / 25, 1e-12);
 }
 
 TEST(Uniformity, ResultsDoNotDependOnBandsOrKernels)
@@ -159,13 +156,8 @@ TEST(Uniformity, ResultsDoNotDependOnBandsOrKernels)
     setParallelLaunchFailsForTesting(true);
     image.compute(others[3], 7, kAllUniformityChannels, 15, 20, 5);
     setParallelLaunchFailsForTesting(false);
-    for (const UniformityPass &other : others) {
-        for (int c = 0; c < 4; ++c)
-            EXPECT_EQ(one.grids[c].values, other.grids[c].values);
-        EXPECT_EQ(one.zones.red, other.zones.red);
-        EXPECT_EQ(one.zones.green, other.zones.green);
-        EXPECT_EQ(one.zones.blue, other.zones.blue);
-    }
+    for (const UniformityPass &other : others)
+        expectSamePass(one, other);
 }
 
 TEST(Uniformity, VectorKernelsMatchTheirScalarReferences)
@@ -241,19 +233,8 @@ TEST(Uniformity, RecomputeIntoAUsedPassEqualsAFreshPass)
     UniformityPass reused;
     for (const Step &step : steps) {
         image.compute(reused, step.size, step.mask, step.zoneRows, step.zoneCols);
-        const UniformityPass fresh = image.compute(step.size, step.mask, step.zoneRows,
-                                                   step.zoneCols);
-        for (int c = 0; c < 4; ++c) {
-            EXPECT_EQ(reused.grids[c].cols, fresh.grids[c].cols) << step.size << " channel " << c;
-            EXPECT_EQ(reused.grids[c].rows, fresh.grids[c].rows) << step.size << " channel " << c;
-            EXPECT_EQ(reused.grids[c].values, fresh.grids[c].values)
-                    << step.size << " channel " << c;
-        }
-        EXPECT_EQ(reused.zones.rows, fresh.zones.rows);
-        EXPECT_EQ(reused.zones.cols, fresh.zones.cols);
-        EXPECT_EQ(reused.zones.red, fresh.zones.red);
-        EXPECT_EQ(reused.zones.green, fresh.zones.green);
-        EXPECT_EQ(reused.zones.blue, fresh.zones.blue);
+        SCOPED_TRACE(step.size);
+        expectSamePass(reused, image.compute(step.size, step.mask, step.zoneRows, step.zoneCols));
     }
 }
 
@@ -323,23 +304,42 @@ TEST(Uniformity, GridSumIsExactForAnyValues)
     EXPECT_EQ(slow.value(), static_cast<double>(reference));
 }
 
-TEST(Uniformity, CornerLabels)
+TEST(Uniformity, CornerLabelsAndAUniformField)
 {
     EXPECT_EQ(uniformityCornerLabel(97.5, 120), "97.5, Dropoff: 22.5, 18.8%");
     EXPECT_EQ(uniformityCornerLabel(130.4, 120), "130.4, Dropoff: -10.4, -8.67%");
     EXPECT_EQ(uniformityCornerLabel(123.456789, 200), "123.457, Dropoff: 76.5, 38.3%");
+
+    // A uniform field: no drop-off, a colour range one unit wide, no colour
+    // non-uniformity.
+    QImage img(120, 96, QImage::Format_RGB32);
+    img.fill(qRgb(90, 140, 200));
+    UniformityPass pass = UniformityImage(img).compute(6, kAllUniformityChannels, 15, 20);
+    const std::array<UniformitySummary, 4> s = summariseChannels(pass, 10, 10);
+    EXPECT_EQ(s[1].labels[BottomRight], "90, Dropoff: 0, 0%");
+    EXPECT_EQ(s[3].labels[TopLeft], "200, Dropoff: 0, 0%");
+    EXPECT_EQ(s[2].minimum, s[2].maximum);
+    UniformityData data;
+    data.setGrid(pass.grids[2].values, pass.grids[2].cols, pass.grids[2].rows);
+    EXPECT_EQ(data.colourRange(), qMakePair(140.0, 141.0));
+    const CpiqResult cpiq = cpiqFromZoneMeans(pass.zones);
+    ASSERT_TRUE(cpiq.valid);
+    EXPECT_EQ(cpiq.metric, 0);
+    EXPECT_EQ(cpiq.zones.back().row, 15);
+    EXPECT_EQ(cpiq.zones.back().column, 20);
 }
 
-TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedInputs)
+TEST(Uniformity, SubsampleValidityAndRefusedInputs)
 {
     UniformityCalculation calc;
     QImage img(100, 80, QImage::Format_RGB32);
     img.fill(qRgb(40, 40, 40));
     ASSERT_EQ(calc.setImage(img, "flat.png"), UniformityCalculation::Loaded);
     calc.setChannel(UniformityChannel::R);
-    for (int s = 1; s <= 10; ++s) {
+    for (int s : {1, 10}) {
         calc.setSubsampleSize(s);
         EXPECT_TRUE(calc.update()) << s;
+        EXPECT_EQ(calc.error(), UniformityError::None);
         EXPECT_EQ(calc.data().cols(), 100 / s);
     }
     for (int s : {0, 11, -3}) {
@@ -349,20 +349,8 @@ TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedInputs)
         EXPECT_EQ(calc.error(), UniformityError::InvalidSubsample);
         EXPECT_EQ(calc.data().cols(), 10); // the previous grid stays
     }
-
-    // A 103-pixel-wide image with s = 10 gives 10 columns; pixels 100..102
-    // (bright here) are ignored.
-    QImage wide(103, 80, QImage::Format_ARGB32);
-    wide.fill(qRgb(40, 40, 40));
-    for (int y = 0; y < 80; ++y)
-        for (int x = 100; x < 103; ++x)
-            wide.setPixel(x, y, qRgb(255, 255, 255));
-    ASSERT_EQ(calc.setImage(wide, "wide.png"), UniformityCalculation::Loaded);
     calc.setSubsampleSize(10);
     ASSERT_TRUE(calc.update());
-    EXPECT_EQ(calc.error(), UniformityError::None);
-    EXPECT_EQ(calc.data().cols(), 10);
-    EXPECT_EQ(calc.data().maximum(), 40);
 
     // Percentages outside 0..100 are refused before anything is computed,
     // however extreme; 0 and 100 are measured.
@@ -390,7 +378,7 @@ TEST(Uniformity, SubsampleValidityDroppedStripAndRefusedInputs)
                   UniformityCalculation::InvalidFormat);
         EXPECT_EQ(calc.error(), UniformityError::InvalidFormat);
     }
-    EXPECT_EQ(calc.fileName(), "wide.png"); // the previous picture stays
+    EXPECT_EQ(calc.fileName(), "flat.png"); // the previous picture stays
     EXPECT_EQ(calc.setImage(img.convertToFormat(QImage::Format_ARGB32_Premultiplied), "p.png"),
               UniformityCalculation::Loaded);
     EXPECT_EQ(calc.loadImage("/nonexistent/flat.png"), UniformityCalculation::LoadFailed);
@@ -439,42 +427,6 @@ TEST(Uniformity, RecomputesCentreAndLabelsWhenPercentagesChange)
     EXPECT_NE(calc.summary().labels[TopLeft], label);
     EXPECT_EQ(calc.summary().labels[TopLeft],
               uniformityCornerLabel(calc.summary().corners[TopLeft], calc.centerValue()));
-}
-
-TEST(Uniformity, UniformImageHasNoDropOffAndNoColourNonUniformity)
-{
-    QImage img(120, 96, QImage::Format_RGB32);
-    img.fill(qRgb(90, 140, 200));
-    const UniformityImage image(img);
-    UniformityPass pass = image.compute(6, kAllUniformityChannels, kCpiqDefaultRows,
-                                        kCpiqDefaultCols);
-    const char *expected[4] = {nullptr, "90, Dropoff: 0, 0%", "140, Dropoff: 0, 0%",
-                               "200, Dropoff: 0, 0%"};
-    for (int c = 0; c < 4; ++c) {
-        UniformityData data;
-        data.setGrid(pass.grids[c].values, pass.grids[c].cols, pass.grids[c].rows);
-        EXPECT_EQ(data.minimum(), data.maximum());
-        EXPECT_EQ(data.colourRange().second, data.minimum() + 1);
-        const UniformitySummary s = summariseUniformity(data, 10, 10);
-        for (const QString &label : s.labels) {
-            EXPECT_TRUE(label.endsWith(", Dropoff: 0, 0%")) << label.toStdString();
-            if (expected[c]) {
-                EXPECT_EQ(label, expected[c]);
-            }
-        }
-    }
-
-    const CpiqResult cpiq = cpiqFromZoneMeans(pass.zones);
-    ASSERT_TRUE(cpiq.valid);
-    ASSERT_EQ(cpiq.zones.size(), std::size_t(15 * 20));
-    for (const CpiqZone &z : cpiq.zones) {
-        EXPECT_EQ(z.R, 90);
-        EXPECT_EQ(z.B, 200);
-        EXPECT_EQ(z.deltaAb, 0);
-    }
-    EXPECT_EQ(cpiq.metric, 0);
-    EXPECT_EQ(cpiq.zones.back().row, 15);
-    EXPECT_EQ(cpiq.zones.back().column, 20);
 }
 
 TEST(Uniformity, CpiqFindsColourCastInOneCorner)
