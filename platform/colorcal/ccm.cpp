@@ -1,5 +1,7 @@
 #include "ccm.h"
 
+#include "ccm_solve.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -29,8 +31,8 @@ constexpr double kClipLow = 1.0 / 255.0;
 // spanning the colours.
 constexpr double kSingular = 1e-10;
 
-// Rounds of the alternation between the matrix and the gray gains.
-constexpr int kMaxGainRounds = 200;
+// Rounds of the alternation between the matrix and the exposure.
+constexpr int kMaxExposureRounds = 200;
 
 double labF(double t)
 {
@@ -41,38 +43,6 @@ double labFInverse(double f)
 {
     const double t = f * f * f;
     return t > kLabEpsilon ? t : (f - 16.0 / 116.0) / kLabKappa;
-}
-
-// Solves the n×n system a·x = b in place by Gaussian elimination with partial
-// pivoting (row-major a); false when a pivot vanishes.
-bool solve(std::vector<double> a, std::vector<double> &b, int n)
-{
-    for (int col = 0; col < n; ++col) {
-        int pivot = col;
-        for (int r = col + 1; r < n; ++r)
-            if (std::fabs(a[r * n + col]) > std::fabs(a[pivot * n + col]))
-                pivot = r;
-        if (!(std::fabs(a[pivot * n + col]) > 0.0))
-            return false;
-        if (pivot != col) {
-            for (int c = 0; c < n; ++c)
-                std::swap(a[col * n + c], a[pivot * n + c]);
-            std::swap(b[col], b[pivot]);
-        }
-        for (int r = col + 1; r < n; ++r) {
-            const double f = a[r * n + col] / a[col * n + col];
-            for (int c = col; c < n; ++c)
-                a[r * n + c] -= f * a[col * n + c];
-            b[r] -= f * b[col];
-        }
-    }
-    for (int r = n - 1; r >= 0; --r) {
-        double s = b[r];
-        for (int c = r + 1; c < n; ++c)
-            s -= a[r * n + c] * b[c];
-        b[r] = s / a[r * n + r];
-    }
-    return true;
 }
 
 double det3(const Mat3 &m)
@@ -113,7 +83,7 @@ bool leastSquaresMatrix(const FitData &d, double lambda, Mat3 *m)
         for (int c = 0; c < 3; ++c)
             h[r * 3 + c] = d.xtx[r][c] + (r == c ? lambda : 0.0);
     std::vector<double> v = {1.0, 1.0, 1.0};
-    if (!solve(h, v, 3))
+    if (!solveLinear(h, v, 3))
         return false;
     const double oneV = v[0] + v[1] + v[2];
     if (!(std::fabs(oneV) > 0.0))
@@ -123,7 +93,7 @@ bool leastSquaresMatrix(const FitData &d, double lambda, Mat3 *m)
         for (size_t i = 0; i < d.x.size(); ++i)
             for (int c = 0; c < 3; ++c)
                 u[c] += d.x[i][c] * d.target[i][row];
-        if (!solve(h, u, 3))
+        if (!solveLinear(h, u, 3))
             return false;
         const double k = (1.0 - (u[0] + u[1] + u[2])) / oneV;
         for (int c = 0; c < 3; ++c)
@@ -132,7 +102,7 @@ bool leastSquaresMatrix(const FitData &d, double lambda, Mat3 *m)
     return true;
 }
 
-Mat3 matrixFromParameters(const double *p)
+Mat3 matrixFromParameters(const std::vector<double> &p)
 {
     Mat3 m{};
     for (int r = 0; r < 3; ++r)
@@ -140,102 +110,36 @@ Mat3 matrixFromParameters(const double *p)
     return m;
 }
 
-// Residuals of the ΔE fit: ΔE00 of every patch, then √μ times each
-// coefficient when there is a ridge.
-void deltaEResiduals(const FitData &d, double mu, const double *p, std::vector<double> &out)
+// The ΔE fit over the six free coefficients (two per row; the third makes
+// the row sum 1), from `m`. Residuals: ΔE00 of every patch, then √μ times
+// each coefficient when there is a ridge.
+int minimiseDeltaE(const FitData &d, double mu, Mat3 *m, double *exposure)
 {
-    const Mat3 m = matrixFromParameters(p);
-    out.clear();
-    for (size_t i = 0; i < d.x.size(); ++i)
-        out.push_back(deltaE00(d.targetLab[i], linearRgbToLab(multiply(m, d.x[i]))));
-    if (mu > 0.0) {
-        const double root = std::sqrt(mu);
-        for (const Vec3 &row : m)
-            for (double v : row)
-                out.push_back(root * v);
-    }
-}
-
-double sumOfSquares(const std::vector<double> &v)
-{
-    double s = 0.0;
-    for (double x : v)
-        s += x * x;
-    return s;
-}
-
-// Levenberg-Marquardt over the six free coefficients, from `m`.
-int minimiseDeltaE(const FitData &d, double mu, Mat3 *m)
-{
-    constexpr int kParams = 6;
-    constexpr int kMaxIterations = 300;
-    constexpr double kStep = 1e-6;
-    double p[kParams];
+    std::vector<double> p(7, 1.0);
     for (int r = 0; r < 3; ++r) {
         p[2 * r] = (*m)[r][0];
         p[2 * r + 1] = (*m)[r][1];
     }
-    std::vector<double> res, plus, minus, trial;
-    deltaEResiduals(d, mu, p, res);
-    double cost = sumOfSquares(res);
-    double damping = 1e-3;
-    int iteration = 0;
-    for (; iteration < kMaxIterations; ++iteration) {
-        const size_t n = res.size();
-        std::vector<double> jac(n * kParams);
-        for (int k = 0; k < kParams; ++k) {
-            const double saved = p[k];
-            p[k] = saved + kStep;
-            deltaEResiduals(d, mu, p, plus);
-            p[k] = saved - kStep;
-            deltaEResiduals(d, mu, p, minus);
-            p[k] = saved;
-            for (size_t i = 0; i < n; ++i)
-                jac[i * kParams + k] = (plus[i] - minus[i]) / (2.0 * kStep);
+    const double root = std::sqrt(mu);
+    const Residuals residuals = [&d, mu, root](const std::vector<double> &q,
+                                               std::vector<double> &out) {
+        const Mat3 matrix = matrixFromParameters(q);
+        out.clear();
+        for (size_t i = 0; i < d.x.size(); ++i) {
+            Vec3 y = multiply(matrix, d.x[i]);
+            for (double &v : y)
+                v *= q[6];
+            out.push_back(deltaE00(d.targetLab[i], linearRgbToLab(y)));
         }
-        std::vector<double> jtj(kParams * kParams, 0.0), grad(kParams, 0.0);
-        for (size_t i = 0; i < n; ++i)
-            for (int a = 0; a < kParams; ++a) {
-                grad[a] += jac[i * kParams + a] * res[i];
-                for (int b = 0; b < kParams; ++b)
-                    jtj[a * kParams + b] += jac[i * kParams + a] * jac[i * kParams + b];
-            }
-        bool accepted = false;
-        double improvement = 0.0, stepSize = 0.0;
-        while (!accepted && damping < 1e12) {
-            std::vector<double> a = jtj, delta(kParams);
-            for (int k = 0; k < kParams; ++k) {
-                a[k * kParams + k] += damping * (jtj[k * kParams + k] + 1e-12);
-                delta[k] = -grad[k];
-            }
-            if (!solve(a, delta, kParams)) {
-                damping *= 4.0;
-                continue;
-            }
-            double q[kParams];
-            stepSize = 0.0;
-            for (int k = 0; k < kParams; ++k) {
-                q[k] = p[k] + delta[k];
-                stepSize = std::max(stepSize, std::fabs(delta[k]));
-            }
-            deltaEResiduals(d, mu, q, trial);
-            const double trialCost = sumOfSquares(trial);
-            if (std::isfinite(trialCost) && trialCost < cost) {
-                improvement = cost - trialCost;
-                std::copy(q, q + kParams, p);
-                res.swap(trial);
-                cost = trialCost;
-                damping = std::max(damping / 3.0, 1e-9);
-                accepted = true;
-            } else {
-                damping *= 4.0;
-            }
-        }
-        if (!accepted || improvement <= 1e-13 * cost || stepSize < 1e-12)
-            break;
-    }
+        if (mu > 0.0)
+            for (const Vec3 &row : matrix)
+                for (double v : row)
+                    out.push_back(root * v);
+    };
+    const int iterations = minimiseSumOfSquares(residuals, p);
     *m = matrixFromParameters(p);
-    return iteration + 1;
+    *exposure *= p[6];
+    return iterations;
 }
 
 // How many squared ΔE00 units one squared unit of linear RGB error is worth
@@ -262,29 +166,21 @@ double deltaEPerLinear(const FitData &d)
     return weights > 0.0 ? weighted / weights : 0.0;
 }
 
-// Channel gains k that bring M·(k ∘ m_i) closest to the targets over the
-// gray patches (a linear least-squares problem in k); false without a
-// positive gain for every channel.
-bool grayGains(const std::array<Vec3, kPatchCount> &linear,
-               const std::array<Vec3, kPatchCount> &target, const std::vector<int> &grays,
-               const Mat3 &m, Vec3 *k)
+// Per channel, the gain k_c = Σ r_c m_c / Σ m_c² over the gray patches: least
+// squares through the origin against the reference grays.
+Vec3 grayGains(const std::array<Vec3, kPatchCount> &linear,
+               const std::array<Vec3, kPatchCount> &target, const std::vector<int> &grays)
 {
-    std::vector<double> a(9, 0.0), b(3, 0.0);
-    for (int i : grays)
-        for (int j = 0; j < 3; ++j) {
-            for (int l = 0; l < 3; ++l) {
-                double column = 0.0;
-                for (int r = 0; r < 3; ++r)
-                    column += m[r][j] * m[r][l];
-                a[j * 3 + l] += linear[i][j] * linear[i][l] * column;
-            }
-            for (int r = 0; r < 3; ++r)
-                b[j] += linear[i][j] * m[r][j] * target[i][r];
+    Vec3 k{};
+    for (int c = 0; c < 3; ++c) {
+        double num = 0.0, den = 0.0;
+        for (int i : grays) {
+            num += target[i][c] * linear[i][c];
+            den += linear[i][c] * linear[i][c];
         }
-    if (!solve(a, b, 3))
-        return false;
-    *k = {b[0], b[1], b[2]};
-    return finite3(*k) && b[0] > 0.0 && b[1] > 0.0 && b[2] > 0.0;
+        k[c] = den > 0.0 ? num / den : 0.0;
+    }
+    return k;
 }
 
 FitData fitData(const std::array<Vec3, kPatchCount> &linear,
@@ -475,8 +371,9 @@ Result computeCorrection(const Chart &chart, const Options &options)
         return result;
     }
 
-    // Starting gains: each channel of the unclipped gray patches against the
-    // reference grays, as if the matrix were the identity.
+    // White balance from the unclipped gray patches alone, before any
+    // matrix: the gains bring them onto the reference grays, so that the
+    // matrix, whose rows sum to 1, keeps them where they are.
     std::vector<int> grays, fitted;
     for (int i = 0; i < kPatchCount; ++i)
         if (used[i])
@@ -487,38 +384,52 @@ Result computeCorrection(const Chart &chart, const Options &options)
                        "balance cannot be measured.";
         return result;
     }
-    Mat3 m = {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
-    Vec3 k{};
-    if (!grayGains(linear, target, grays, m, &k)) {
+    const Vec3 k = grayGains(linear, target, grays);
+    if (!(k[0] > 0.0 && k[1] > 0.0 && k[2] > 0.0) || !finite3(k)) {
         result.error = "The gray patches give no usable white balance (a channel without signal).";
         return result;
     }
-    FitData d = fitData(linear, target, chart.reference, fitted, k);
+    result.gains = {k[0] / k[1], 1.0, k[2] / k[1]};
+    result.exposure = k[1];
     result.fittedPatches = static_cast<int>(fitted.size());
+    FitData d = fitData(linear, target, chart.reference, fitted, k);
     double scale = (d.xtx[0][0] + d.xtx[1][1] + d.xtx[2][2]) / 3.0;
     if (!(scale > 0.0) || !(det3(d.xtx) / (scale * scale * scale) > kSingular)) {
         result.error = "The patches do not span the colors (they are all of nearly one color): "
                        "no matrix can be fitted.";
         return result;
     }
-    // Matrix and gains in turn: the matrix from every patch with the gains
-    // applied, then the gains that bring the corrected gray patches onto
-    // their references through that matrix, until the gains settle.
+    // Matrix and exposure in turn: the matrix for the current exposure,
+    // then the common scale that suits every patch of the fit through that
+    // matrix, until the exposure settles.
+    Mat3 m{};
     double lambda = 0.0;
-    for (int round = 0; round < kMaxGainRounds; ++round) {
+    for (int round = 0; round < kMaxExposureRounds; ++round) {
         lambda = options.ridge * scale;
-        Vec3 next{};
-        if (!leastSquaresMatrix(d, lambda, &m) || !grayGains(linear, target, grays, m, &next)) {
+        if (!leastSquaresMatrix(d, lambda, &m)) {
             result.error = "The least-squares system is singular: no matrix can be fitted.";
             return result;
         }
-        const double change = std::max({std::fabs(next[0] / k[0] - 1.0),
-                                        std::fabs(next[1] / k[1] - 1.0),
-                                        std::fabs(next[2] / k[2] - 1.0)});
-        k = next;
-        d = fitData(linear, target, chart.reference, fitted, k);
+        double num = 0.0, den = 0.0;
+        for (size_t i = 0; i < d.x.size(); ++i) {
+            const Vec3 y = multiply(m, d.x[i]);
+            for (int c = 0; c < 3; ++c) {
+                num += y[c] * d.target[i][c];
+                den += y[c] * y[c];
+            }
+        }
+        if (!(num > 0.0) || !(den > 0.0)) {
+            result.error = "The patches give no usable exposure.";
+            return result;
+        }
+        const double factor = num / den;
+        result.exposure *= factor;
+        Vec3 scaled{};
+        for (int c = 0; c < 3; ++c)
+            scaled[c] = result.exposure * result.gains[c];
+        d = fitData(linear, target, chart.reference, fitted, scaled);
         scale = (d.xtx[0][0] + d.xtx[1][1] + d.xtx[2][2]) / 3.0;
-        if (change < 1e-13)
+        if (std::fabs(factor - 1.0) < 1e-13)
             break;
     }
     lambda = options.ridge * scale;
@@ -526,10 +437,8 @@ Result computeCorrection(const Chart &chart, const Options &options)
         result.error = "The least-squares system is singular: no matrix can be fitted.";
         return result;
     }
-    result.exposure = k[1];
-    result.gains = {k[0] / k[1], 1.0, k[2] / k[1]};
     if (options.fit == Fit::MinimumDeltaE)
-        result.iterations = minimiseDeltaE(d, lambda * deltaEPerLinear(d), &m);
+        result.iterations = minimiseDeltaE(d, lambda * deltaEPerLinear(d), &m, &result.exposure);
     result.matrix = m;
     for (int r = 0; r < 3; ++r)
         result.noiseGain[r] = std::sqrt(m[r][0] * m[r][0] + m[r][1] * m[r][1] + m[r][2] * m[r][2]);

@@ -9,13 +9,15 @@
 // g: white-balance gains (green 1), s: exposure factor (a common scale that
 // the sensor's exposure control provides; it is not written anywhere), M: a
 // 3×3 matrix whose rows sum to 1, so that whatever the gains made neutral
-// stays neutral. The targets are the chart's reference L*a*b* values taken
+// stays neutral. The targets r are the chart's reference L*a*b* values taken
 // back to linear RGB through the same conversion that the colour difference
 // measurement uses (sRGB primaries, reference white X 95.0, Y 100, Z 108.9).
 //
-// Gains and exposure. From the unclipped gray patches (19-24) alone, per
-// channel k_c = Σ r_c m_c / Σ m_c² (least squares through the origin against
-// the reference grays); g = k / k_G and s = k_G.
+// Gains. From the unclipped gray patches (19-24) alone, before any matrix:
+// per channel k_c = Σ r_c m_c / Σ m_c² (least squares through the origin
+// against the reference grays), g = k / k_G. These are the gains a white
+// balance on the chart's grays gives; the matrix is fitted for them, so the
+// sensor's own white balance and the matrix work together.
 //
 // Least-squares matrix (fit LeastSquares). With x_i = s g ∘ m_i over the
 // unclipped patches, each row w of M minimises
@@ -24,17 +26,21 @@
 //
 // solved in closed form from the normal equations with a Lagrange multiplier:
 // H = XᵀX + λI, u = H⁻¹Xᵀr_c, v = H⁻¹1, w = u + v (1 − 1·u) / (1·v).
-// This is the linear least-squares mapping of Cheung et al. (Coloration
-// Technology 120, 2004) with the white-preserving row constraint of
-// Finlayson and Drew (Proc. IS&T/SID Color Imaging Conference, 1996).
+// The exposure starts at k_G and alternates with the matrix: s becomes the
+// least-squares scale of M x_i onto r_i over all fitted patches, then M is
+// fitted again, until s settles. This is the linear least-squares mapping of
+// Cheung, Westland, Connah and Ripamonti (Coloration Technology 120, 2004)
+// with the white-preserving row constraint of Finlayson and Drew (Journal of
+// Electronic Imaging 6(4), 1997).
 //
 // ΔE00-minimising matrix (fit MinimumDeltaE). Starting from the least-squares
-// matrix, the six free coefficients (two per row; the third makes the row sum
-// 1) minimise Σ_i ΔE00(ref_i, Lab(s M (g ∘ m_i)))² + μ Σ |w|² by
-// Levenberg-Marquardt with central-difference derivatives. Compared with the
-// root-polynomial regression of Finlayson, Mackiewicz and Hurlbert (IEEE
-// Trans. Image Processing 24(5), 2015) this keeps a plain 3×3 matrix, which
-// is what a sensor's colour-correction registers hold.
+// matrix and exposure, the six free coefficients (two per row; the third
+// makes the row sum 1) and the exposure minimise
+// Σ_i ΔE00(ref_i, Lab(s M (g ∘ m_i)))² + μ Σ |w|² by Levenberg-Marquardt with
+// central-difference derivatives; the gains stay those of the grays.
+// Compared with the root-polynomial regression of Finlayson, Mackiewicz and
+// Hurlbert (IEEE Trans. Image Processing 24(5), 2015) this keeps a plain 3×3
+// matrix, which is what a sensor's colour-correction registers hold.
 //
 // Ridge. λ = L · trace(XᵀX) / 3, so that the ridge strength L is relative to
 // the chart's own signal and does not depend on exposure. The penalty is on
@@ -42,9 +48,10 @@
 // |w| times the (equal, independent) channel noise, and large coefficients
 // of opposite sign amplify noise. With rows summing to 1, a growing L moves
 // every row towards (1/3, 1/3, 1/3), the lowest noise gain (1/√3) there is.
-// In the ΔE fit, μ = λ times the mean squared sensitivity of L*a*b* to
-// linear RGB at the reference colours, so that L weighs about the same
-// against the colour error in both fits.
+// In the ΔE fit, μ = λ times the squared ΔE00 that a unit step of linear RGB
+// makes at the reference colours (averaged with the patches' weights in the
+// linear fit), so that L weighs about the same against the colour error in
+// both fits.
 //
 // Clipping. A patch with any channel within one code of 0 or 255 (above
 // 254/255 or below 1/255, as the colour difference measurement flags

@@ -65,14 +65,22 @@ inline bool inGamut(int patch)
            && *std::max_element(rgb.begin(), rgb.end()) <= 1.0;
 }
 
+// The chart's own gray patches are slightly tinted (up to 1.4 in b*); with
+// `neutralGrays` they are made exactly neutral in linear RGB (same mean
+// level), so that white balance on them recovers the camera exactly.
 inline ccm::Chart renderChart(const Mat3 &mix, const Vec3 &gains, double exposure,
-                              double noise = 0.0, unsigned seed = 1)
+                              double noise = 0.0, unsigned seed = 1, bool neutralGrays = true)
 {
     std::mt19937 random(seed);
     std::normal_distribution<double> gauss(0.0, noise > 0.0 ? noise : 1.0);
     ccm::Chart chart;
     for (int i = 0; i < ccm::kPatchCount; ++i) {
         chart.reference[i] = referenceLab(i);
+        if (neutralGrays && i >= ccm::kFirstGrayPatch) {
+            const Vec3 rgb = ccm::labToLinearRgb(chart.reference[i]);
+            const double y = (rgb[0] + rgb[1] + rgb[2]) / 3.0;
+            chart.reference[i] = ccm::linearRgbToLab({y, y, y});
+        }
         const Vec3 seen = cameraResponse(mix, gains, exposure,
                                          ccm::labToLinearRgb(chart.reference[i]));
         for (int c = 0; c < 3; ++c)

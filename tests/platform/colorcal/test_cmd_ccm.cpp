@@ -38,7 +38,8 @@ TEST(CcmCommand, FitsAChartSeenThroughAKnownCamera)
 {
     QTemporaryDir dir;
     QVector<QRect> rects;
-    const ccm::Chart chart = renderChart(sampleMixing(), sampleGains(), 0.8);
+    // The colour model brings the chart's own (slightly tinted) grays.
+    const ccm::Chart chart = renderChart(sampleMixing(), sampleGains(), 0.8, 0.0, 1, false);
     const QString image = saveImage(dir, QString::fromUtf8("карта %1.png"),
                                     renderChartImage(chart, 48, &rects));
     const QString roi = dir.filePath("chart.roi");
@@ -59,7 +60,7 @@ TEST(CcmCommand, FitsAChartSeenThroughAKnownCamera)
     EXPECT_NEAR(gains[2].toDouble(), 1.0 / 0.75, 0.05);
     const QJsonObject de = plain["deltaE00"].toObject();
     EXPECT_GT(de["before"].toObject()["mean"].toDouble(), 10.0);
-    EXPECT_LT(de["after"].toObject()["mean"].toDouble(), 0.3);
+    EXPECT_LT(de["after"].toObject()["mean"].toDouble(), 0.8);
     EXPECT_TRUE(plain["excluded"].toArray().isEmpty());
 
     const QJsonObject ridged = runCcm({image, roi, "--fit", "de00", "--ridge", "0.01"});
