@@ -80,26 +80,6 @@ TEST_F(CameraTest, OpenIdentifiesTheSensorAndLoadsItsStartUpPreset)
     camera.close(); // closing twice is harmless
 }
 
-TEST_F(CameraTest, SensorDataSubfolder)
-{
-    QTemporaryDir data;
-    QDir(data.path()).mkdir("extra");
-    QFile f(data.filePath("extra/KSD644-REV1.sdat"));
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write("[Sensor]\nName=QQ1\nAlternateName=QQ1C\nPartId=0x51\nRevision=1\n"
-            "[Frame]\nWidth=16\nHeight=8\nBitsPerPixel=10\n");
-    f.close();
-    const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
-    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(data.path()));
-    plugIn("1");
-    CCamera camera;
-    EXPECT_EQ(camera.open(), TL_ERR_NO_CAMERA); // nothing in the folder itself
-    ASSERT_EQ(camera.open("extra"), TL_OK);
-    EXPECT_EQ(camera.sensorName(), "QQ1");
-    EXPECT_EQ(camera.partId(), 0x51u);
-    qputenv("KESTRO_SENSOR_DATA", saved);
-}
-
 TEST(CameraTable, SupportedSensors)
 {
     EXPECT_EQ(CCamera::supportedIndex(0x6441), 0);
