@@ -217,6 +217,18 @@ double srgbDecode(double v)
     return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
 }
 
+Mat3 inverse(const Mat3 &m)
+{
+    const double det = det3(m);
+    Mat3 inv{};
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) {
+            const int r1 = (c + 1) % 3, r2 = (c + 2) % 3, c1 = (r + 1) % 3, c2 = (r + 2) % 3;
+            inv[r][c] = (m[r1][c1] * m[r2][c2] - m[r1][c2] * m[r2][c1]) / det;
+        }
+    return inv;
+}
+
 Lab linearRgbToLab(const Vec3 &rgb)
 {
     double f[3];
@@ -230,20 +242,13 @@ Lab linearRgbToLab(const Vec3 &rgb)
 
 Vec3 labToLinearRgb(const Lab &lab)
 {
-    // Inverse of the primaries by the adjugate, computed once.
+    // Inverse of the primaries, computed once.
     static const Mat3 toRgb = [] {
         Mat3 m{};
         for (int r = 0; r < 3; ++r)
             for (int c = 0; c < 3; ++c)
                 m[r][c] = kToXyz[r][c];
-        const double det = det3(m);
-        Mat3 inv{};
-        for (int r = 0; r < 3; ++r)
-            for (int c = 0; c < 3; ++c) {
-                const int r1 = (c + 1) % 3, r2 = (c + 2) % 3, c1 = (r + 1) % 3, c2 = (r + 2) % 3;
-                inv[r][c] = (m[r1][c1] * m[r2][c2] - m[r1][c2] * m[r2][c1]) / det;
-            }
-        return inv;
+        return inverse(m);
     }();
     const double fy = (lab.L + 16.0) / 116.0;
     const double f[3] = {fy + lab.a / 500.0, fy, fy - lab.b / 200.0};

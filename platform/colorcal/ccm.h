@@ -78,6 +78,9 @@ struct Lab
     double L = 0.0, a = 0.0, b = 0.0;
 };
 
+// Inverse of a 3×3 matrix by its adjugate (not finite for a singular one).
+Mat3 inverse(const Mat3 &m);
+
 // The colour conversions of the colour difference measurement.
 double srgbDecode(double v);
 Lab linearRgbToLab(const Vec3 &rgb);

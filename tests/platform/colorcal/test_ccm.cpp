@@ -16,20 +16,6 @@ using namespace kestro::test;
 
 namespace {
 
-Mat3 inverse(const Mat3 &m)
-{
-    const double det = m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1])
-                       - m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0])
-                       + m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
-    Mat3 inv{};
-    for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) {
-            const int r1 = (c + 1) % 3, r2 = (c + 2) % 3, c1 = (r + 1) % 3, c2 = (r + 2) % 3;
-            inv[r][c] = (m[r1][c1] * m[r2][c2] - m[r1][c2] * m[r2][c1]) / det;
-        }
-    return inv;
-}
-
 // The whole correction s·M·diag(g) as one matrix.
 Mat3 combined(const ccm::Result &r)
 {
@@ -87,7 +73,7 @@ TEST(ColorCorrection, RecoversAKnownCamera)
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
             camera[r][c] = exposure * gains[r] * mix[r][c];
-    const Mat3 expected = inverse(camera);
+    const Mat3 expected = ccm::inverse(camera);
 
     for (ccm::Fit fit : {ccm::Fit::LeastSquares, ccm::Fit::MinimumDeltaE}) {
         const ccm::Result r = ccm::computeCorrection(chart, {fit, 0.0});
