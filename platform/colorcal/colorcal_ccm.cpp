@@ -81,7 +81,10 @@ bool CColorCalibrate::SetCorrectionFit(int fit, double ridge)
 {
     if ((fit != 0 && fit != 1) || !std::isfinite(ridge) || ridge < 0.0)
         return false;
-    m_options.fit = fit == 1 ? Fit::MinimumDeltaE : Fit::LeastSquares;
+    const Fit chosen = fit == 1 ? Fit::MinimumDeltaE : Fit::LeastSquares;
+    if (chosen == m_options.fit && ridge == m_options.ridge)
+        return !m_hasChart || m_result.ok;
+    m_options.fit = chosen;
     m_options.ridge = ridge;
     if (!m_hasChart)
         return true;
