@@ -409,17 +409,35 @@ TEST_F(CaptureTest, BusActivationStartsTheInstalledService)
     PrivateBus::instance()->reload();
 }
 
-TEST_F(CaptureTest, MethodsBeyondCaptureAnswerNotSupported)
+TEST_F(CaptureTest, OptionsPresetsAndPauseOfTheService)
 {
     service();
     const QDBusMessage reply = callService(QStringLiteral("ReadRegister"), {"GAIN", "", true});
     EXPECT_EQ(reply.errorName(), QLatin1String(imagesource::kErrorNotSupported));
     EXPECT_EQ(reply.errorMessage(), QStringLiteral("not supported"));
-    // Option values out of range are refused and change nothing.
+
+    // A preset is applied whole or not at all.
+    QTemporaryDir dir;
+    const QString ini = test::writeFile(dir, "presets.ini",
+                                        "[small flat]\nscene=flat\nwidth=40\nheight=30\nnoise=3\n"
+                                        "[broken]\nwidth=64\nexposure=-1\n");
+    EXPECT_EQ(callService("LoadPreset2", {ini, "broken", 0}).type(), QDBusMessage::ErrorMessage);
+    EXPECT_EQ(callService("GetOption", {"width"}).arguments().value(0).toInt(), 2048);
     EXPECT_FALSE(service().setOption("width", "0", deadlineIn(5000)));
     EXPECT_FALSE(service().setOption("scene", "moon", deadlineIn(5000)));
-    const QDBusMessage scene = callService(QStringLiteral("GetOptionStr"), {"scene"});
-    EXPECT_EQ(scene.arguments().value(0).toString(), QStringLiteral("chart"));
+    EXPECT_EQ(callService("GetOptionStr", {"scene"}).arguments().value(0).toString(), "chart");
+    ASSERT_EQ(callService("SetPresetsFile", {ini}).type(), QDBusMessage::ReplyMessage);
+    ASSERT_EQ(callService("LoadPreset", {"small flat"}).type(), QDBusMessage::ReplyMessage);
+    const QImage a = capture();
+    EXPECT_EQ(a.size(), QSize(40, 30));
+    EXPECT_NEAR(linear(a, 20, 15, 1), imagesource::kFlatLevel, 0.05);
+
+    // While paused the same frame comes again, noise and all.
+    ASSERT_EQ(callService("Pause", {true}).type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(capture(false), capture(false));
+    ASSERT_EQ(callService("Pause", {false}).type(), QDBusMessage::ReplyMessage);
+    EXPECT_NE(capture(false), capture(false));
+    EXPECT_EQ(callService("GetState", {"frames"}).arguments().value(0).toInt(), 5);
 }
 
 // kestro-measure capture as scripts call it.
