@@ -37,7 +37,6 @@ QTableWidget *makeTable(int rows, const QStringList &rowNames, const QStringList
     table->setFocusPolicy(Qt::NoFocus);
     table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
     table->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    table->setSizeAdjustPolicy(QAbstractScrollArea::AdjustToContents);
     table->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     table->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     for (int r = 0; r < rows; ++r)
@@ -52,6 +51,20 @@ QTableWidget *makeTable(int rows, const QStringList &rowNames, const QStringList
 void setCell(QTableWidget *table, int row, int column, const QString &text)
 {
     table->item(row, column)->setText(text);
+}
+
+// Sizes a table to show every cell, without scroll bars or empty space.
+void fitTable(QTableWidget *table)
+{
+    table->resizeColumnsToContents();
+    table->resizeRowsToContents();
+    int width = table->verticalHeader()->sizeHint().width() + 2 * table->frameWidth();
+    for (int c = 0; c < table->columnCount(); ++c)
+        width += table->columnWidth(c);
+    int height = table->horizontalHeader()->sizeHint().height() + 2 * table->frameWidth();
+    for (int r = 0; r < table->rowCount(); ++r)
+        height += table->rowHeight(r);
+    table->setFixedSize(width, height);
 }
 
 } // namespace
@@ -201,6 +214,8 @@ void MatrixPanel::refresh()
         status = tr("All 24 patches are in the fit.");
     }
     m_status->setText(status);
+    fitTable(m_matrix);
+    fitTable(m_deltaE);
 }
 
 namespace kestro {
