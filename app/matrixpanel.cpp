@@ -1,6 +1,5 @@
 #include "app/matrixpanel.h"
 
-#include "acquisition/camera.h"
 #include "app/kestro.h"
 #include "measure/color/macbethcolordifference.h"
 #include "platform/colorcal/colorcal.h"
@@ -227,10 +226,6 @@ MatrixPanel *installMatrixPanel(Kestro *window)
     if (!layout)
         return nullptr;
     CColorCalibrate *calibration = window->colorCalibration();
-    if (calibration)
-        calibration->SetCameraSource([window]() -> tl_camera_t * {
-            return window->camera() ? window->camera()->handle() : nullptr;
-        });
     if (auto *existing = group->findChild<MatrixPanel *>()) {
         existing->setCalibration(calibration);
         return existing;

@@ -68,8 +68,7 @@ private:
 
 namespace kestro {
 // Puts the panel into the window's "matrixPanel" group (once; a second call
-// returns the same panel), lets the calibration library find the window's
-// open camera, and takes every chart that the chart page processes, enabling
-// the group. Null when the window has no such group.
+// returns the same panel) and takes every chart that the chart page
+// processes, enabling the group. Null when the window has no such group.
 MatrixPanel *installMatrixPanel(Kestro *window);
 } // namespace kestro
