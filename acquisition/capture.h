@@ -4,6 +4,7 @@
 // capture slot over it (saving the picture into the temporary folder and
 // showing it).
 
+#include <QDir>
 #include <QImage>
 #include <QString>
 #include <functional>
@@ -24,6 +25,29 @@ inline QString captureFailureText()
 inline QString captureConversionFailureText()
 {
     return QStringLiteral("Unable to convert the specified file.");
+}
+
+// What a page's file-name field shows, on a green ground, once its picture
+// was captured instead of opened.
+inline QString capturedFileText()
+{
+    return QStringLiteral("<<Captured from Strobix>>");
+}
+
+inline QString capturedFileStyle()
+{
+    return QStringLiteral("background-color: rgb(170, 255, 127);");
+}
+
+// Where a capture is saved, so that reports can name and link it: the
+// temporary folder, with native separators. Frame `number` of a series of
+// captures (1, 2, ...) gets its number in the name; 0 gives the one file of
+// a single capture.
+inline QString capturedPicturePath(int number = 0)
+{
+    const QString name = number > 0 ? QStringLiteral("from_strobix_to_kestro%1.png").arg(number)
+                                    : QStringLiteral("from_strobix_to_kestro.png");
+    return QDir::toNativeSeparators(QDir(QDir::tempPath()).filePath(name));
 }
 
 } // namespace kestro

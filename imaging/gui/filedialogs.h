@@ -5,6 +5,8 @@
 // chosen file's folder becomes the new start folder. Paths come back with
 // native separators.
 
+#include "imaging/frameset.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -21,5 +23,12 @@ void setLastSaveDirectory(const QString &folder);
 QString chooseOpenFile(QWidget *parent, const QString &caption, const QString &filter);
 QStringList chooseOpenFiles(QWidget *parent, const QString &caption, const QString &filter);
 QString chooseSaveFile(QWidget *parent, const QString &caption, const QString &filter);
+
+// The open dialog of a page that measures one chart picture.
+inline QString chooseChartPicture(QWidget *parent)
+{
+    return chooseOpenFile(parent, QStringLiteral("Open Chart File"),
+                          QString::fromLatin1(kImageFilesFilter));
+}
 
 } // namespace kestro

@@ -1,6 +1,7 @@
 #include "measure/mtf/gui/mtfpage.h"
 
 #include "app/messages.h"
+#include "imaging/gui/capturedpicture.h"
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/imagegraphicsview.h"
 #include "imaging/gui/qregiongraphicsrectitem.h"
@@ -8,7 +9,6 @@
 #include "measure/mtf/gui/mtfplot.h"
 #include "measure/mtf/gui/mtfreportpictures.h"
 #include "measure/mtf/mtfreport.h"
-#include "measure/mtf/pngwriter.h"
 #include "measure/mtf/regionbasedmtf.h"
 #include "platform/colorcal/imagecache.h"
 
@@ -34,13 +34,9 @@
 
 namespace {
 
-const char kImageFilter[] = "Image Files (*.BMP *.GIF *.JPG *.PNG *.PBM *.PGM *.PPM *.TIFF *.TIF "
-                            "*.XBM *.XPM *.JPEG)";
 const char kRoiFilter[] = "ROI (*.roi)";
-const char kCapturedText[] = "<<Captured from Strobix>>";
 const char kEditedStyle[] = "background-color: rgb(236, 150, 150);";
 const char kPlainStyle[] = "background-color: white;";
-const char kCapturedStyle[] = "background-color: rgb(170, 255, 127);";
 // Regions whose MTF tables the result pane shows all.
 const int kFullTablesOnScreen = 8;
 
@@ -352,38 +348,20 @@ bool MtfPage::loadImageFile(const QString &path)
 
 void MtfPage::loadSlantedEdgeImage()
 {
-    const QString path = kestro::chooseOpenFile(this, QStringLiteral("Open Chart File"),
-                                                QLatin1String(kImageFilter));
+    const QString path = kestro::chooseChartPicture(this);
     if (!path.isEmpty())
         loadImageFile(path);
 }
 
 void MtfPage::captureMTFChartImage()
 {
-    QImage picture;
-    if (!m_capture || !m_capture(picture)) {
-        kestro::showMessage(this, QMessageBox::Critical, QStringLiteral("Error"),
-                            kestro::captureFailureText());
+    kestro::CapturedPicture captured;
+    if (!kestro::capturePicture(this, m_capture, captured))
         return;
-    }
-    if (picture.isNull()) {
-        kestro::showMessage(this, QMessageBox::Critical, QStringLiteral("Error"),
-                            kestro::captureConversionFailureText());
-        return;
-    }
-    const QString path = QDir::toNativeSeparators(QDir::tempPath()) + QDir::separator()
-                         + QStringLiteral("from_strobix_to_kestro.png");
-    if (!kestro::mtf::savePng(picture, path)) {
-        kestro::showMessage(this, QMessageBox::Critical, QStringLiteral("Error"),
-                            QStringLiteral("Cannot write file %1.").arg(path));
-        return;
-    }
-    m_mtfFileName = path;
-    newSlantedEdgeImage(picture);
-    m_fileName->clear();
-    m_fileName->setText(QLatin1String(kCapturedText));
-    m_fileName->setStyleSheet(QLatin1String(kCapturedStyle));
-    m_loadedFileName = QLatin1String(kCapturedText);
+    m_mtfFileName = captured.path;
+    newSlantedEdgeImage(captured.image);
+    kestro::showCapturedFile(m_fileName);
+    m_loadedFileName = kestro::capturedFileText();
     m_fileNameEdited = false;
 }
 

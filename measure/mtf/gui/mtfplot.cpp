@@ -1,6 +1,6 @@
 #include "measure/mtf/gui/mtfplot.h"
 
-#include "measure/mtf/pngwriter.h"
+#include "imaging/pngwriter.h"
 
 #include <qwt_legend.h>
 #include <qwt_legend_label.h>
@@ -176,5 +176,5 @@ bool MTFPlot::save(const QString &fileName)
 {
     if (fileName.isEmpty())
         return false;
-    return kestro::mtf::savePng(renderImage(), fileName);
+    return kestro::savePng(renderImage(), fileName);
 }

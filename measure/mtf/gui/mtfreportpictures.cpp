@@ -1,10 +1,10 @@
 #include "measure/mtf/gui/mtfreportpictures.h"
 
 #include "measure/mtf/gui/mtfplot.h"
-#include "measure/mtf/pngwriter.h"
 #include "measure/mtf/regionbasedmtf.h"
 
 #include "imaging/parallel.h"
+#include "imaging/pngwriter.h"
 
 #include <QPainter>
 #include <algorithm>

@@ -1,10 +1,10 @@
 #include "measure/uniformity/gui/qspectrogramplot.h"
 
+#include "imaging/pngwriter.h"
+
 #include <QFontMetrics>
-#include <QImageWriter>
 #include <QPainter>
 #include <QPen>
-#include <QSaveFile>
 #include <qwt_color_map.h>
 #include <qwt_plot_canvas.h>
 #include <qwt_plot_layout.h>
@@ -256,29 +256,7 @@ bool QSpectrogramPlot::save(const QString &fileName)
 {
     if (fileName.isEmpty())
         return false;
-    return kestro::savePngFast(renderImage(), fileName);
+    return kestro::savePng(renderImage(), fileName);
 }
-
-namespace kestro {
-
-bool savePngFast(const QImage &image, const QString &path)
-{
-    if (image.isNull() || path.isEmpty())
-        return false;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    QImageWriter writer(&file, "png");
-    // The PNG writer maps quality q to deflate level (100 - q) * 9 / 91:
-    // 85 gives level 1, the fastest that still compresses.
-    writer.setQuality(85);
-    if (!writer.write(image)) {
-        file.cancelWriting();
-        return false;
-    }
-    return file.commit();
-}
-
-} // namespace kestro
 
 #include "moc_qspectrogramplot.cpp"

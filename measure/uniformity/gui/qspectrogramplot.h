@@ -87,11 +87,3 @@ private:
     MyZoomer *m_zoomer = nullptr;
     QwtPlotPanner *m_panner = nullptr;
 };
-
-namespace kestro {
-
-// Writes a picture as PNG through a temporary file renamed into place, with
-// the fastest deflate level (charts are flat areas and lines).
-bool savePngFast(const QImage &image, const QString &path);
-
-} // namespace kestro

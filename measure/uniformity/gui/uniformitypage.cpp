@@ -1,5 +1,6 @@
 #include "measure/uniformity/gui/uniformitypage.h"
 
+#include "imaging/gui/capturedpicture.h"
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/messages.h"
 #include "measure/color/macbethexport.h"
@@ -32,12 +33,6 @@
 namespace kestro {
 
 namespace {
-
-const char kImageFilter[] = "Image Files (*.BMP *.GIF *.JPG *.PNG *.PBM *.PGM *.PPM *.TIFF *.TIF "
-                            "*.XBM *.XPM *.JPEG)";
-const char kCapturedText[] = "<<Captured from Strobix>>";
-const char kCapturedStyle[] = "background-color: rgb(170, 255, 127);";
-const char kCaptureFileName[] = "from_strobix_to_kestro.png";
 
 const UniformityChannel kChannels[4] = {UniformityChannel::Y, UniformityChannel::R,
                                         UniformityChannel::G, UniformityChannel::B};
@@ -390,8 +385,7 @@ void UniformityPage::warn(const QString &title, const QString &text)
 
 void UniformityPage::loadUniImage()
 {
-    const QString path = chooseOpenFile(this, QStringLiteral("Open Chart File"),
-                                        QLatin1String(kImageFilter));
+    const QString path = chooseChartPicture(this);
     if (path.isEmpty())
         return;
     if (loadPicture(path)) {
@@ -440,25 +434,13 @@ void UniformityPage::newUniImage(QImage &image)
 
 void UniformityPage::captureUniChartImage()
 {
-    QImage captured;
-    if (!m_capture || !m_capture(captured)) {
-        showMessage(window(), QMessageBox::Critical, QStringLiteral("Error"), captureFailureText());
+    CapturedPicture captured;
+    if (!capturePicture(window(), m_capture, captured))
         return;
-    }
-    if (captured.isNull()) {
-        showMessage(window(), QMessageBox::Critical, QStringLiteral("Error"),
-                    captureConversionFailureText());
-        return;
-    }
-    const QString path = QDir::toNativeSeparators(QDir::tempPath()) + QDir::separator()
-                         + QLatin1String(kCaptureFileName);
-    savePngFast(captured, path);
     // The measurement reads 32-bit pixels; a captured frame is 24-bit RGB.
-    if (!setPicture(captured.convertToFormat(QImage::Format_RGB32), path))
+    if (!setPicture(captured.image.convertToFormat(QImage::Format_RGB32), captured.path))
         return;
-    m_fileName->clear();
-    m_fileName->setText(QLatin1String(kCapturedText));
-    m_fileName->setStyleSheet(QLatin1String(kCapturedStyle));
+    showCapturedFile(m_fileName);
 }
 
 void UniformityPage::valueChangedUniSubSampSize()

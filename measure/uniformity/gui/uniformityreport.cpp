@@ -1,11 +1,12 @@
 #include "measure/uniformity/gui/uniformityreport.h"
 
+#include "imaging/parallel.h"
+#include "imaging/pngwriter.h"
 #include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
 
 #include <QDir>
 #include <cmath>
-#include <future>
 #include <vector>
 
 namespace kestro {
@@ -180,21 +181,22 @@ int renderUniformityCharts(QSpectrogramPlot &plot, const UniformityPass &pass,
     plot.setUniContourHigh(settings.contour.high);
     plot.setUniContourSS(settings.contour.step);
     plot.showContour(settings.contour.shown);
-    std::vector<std::future<bool>> writes;
+    // Charts render one after the other on this thread (the plot is a
+    // widget); their files are encoded on the worker pool together.
+    std::vector<std::pair<QImage, QString>> charts;
     for (int c = 0; c < 4; ++c) {
         const UniformityGrid &grid = pass.grids[c];
         if (grid.values.empty())
             continue;
         plot.setGrid(grid.values, grid.cols, grid.rows, settings.subsample);
-        const QImage picture = plot.renderImage();
-        const QString path = folder + uniformityChartFileName(kChannels[c]);
-        // Encoding runs beside the rendering of the next chart.
-        writes.push_back(std::async(std::launch::async,
-                                    [picture, path] { return savePngFast(picture, path); }));
+        charts.emplace_back(plot.renderImage(), folder + uniformityChartFileName(kChannels[c]));
     }
+    std::vector<char> saved(charts.size(), 0);
+    parallelFor(static_cast<int>(charts.size()),
+                [&](int i) { saved[i] = savePng(charts[i].first, charts[i].second) ? 1 : 0; });
     int written = 0;
-    for (std::future<bool> &w : writes)
-        written += w.get() ? 1 : 0;
+    for (char ok : saved)
+        written += ok;
     return written;
 }
 

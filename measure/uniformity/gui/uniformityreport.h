@@ -73,8 +73,8 @@ QString uniformityChartFolder();
 
 // Renders the chart of each channel grid of `pass` into `folder` with
 // `plot` (resized to the chart size, with the settings' colour map and
-// contours). Each chart is rendered once; the PNG files are written while
-// the next chart renders. Returns the number of charts written.
+// contours). Each chart is rendered once; the PNG files are then written in
+// parallel. Returns the number of charts written.
 int renderUniformityCharts(QSpectrogramPlot &plot, const UniformityPass &pass,
                            const UniformityReportSettings &settings, const QString &folder);
 

@@ -1,10 +1,10 @@
-#include "measure/mtf/pngwriter.h"
+#include "imaging/pngwriter.h"
 
 #include <QSaveFile>
 #include <vector>
 #include <zlib.h>
 
-namespace kestro::mtf {
+namespace kestro {
 
 namespace {
 
@@ -111,4 +111,4 @@ bool savePng(const QImage &image, const QString &path)
     return file.commit();
 }
 
-} // namespace kestro::mtf
+} // namespace kestro
