@@ -4,6 +4,7 @@
 #include "acquisition/sensordata.h"
 #include "app/batchpages.h"
 #include "app/matlabinitialization.h"
+#include "app/matrixpanel.h"
 #include "app/messages.h"
 #include "imaging/gui/filedialogs.h"
 #include "platform/colorcal/colorcal.h"
@@ -574,6 +575,7 @@ void Kestro::initialize()
     wireNoisePage();
     wireMtfPage();
     wireUniformityPage();
+    kestro::installMatrixPanel(this);
 
     // 10. Start tab, help and directories.
     if (!m_alreadyInitialized) {

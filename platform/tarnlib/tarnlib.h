@@ -119,7 +119,14 @@ const char *tl_SensorData(void);
  * A file without the group gets the standard demo map: MODE_SELECT 0x0100
  * (1 bit), ANALOG_GAIN 0x3060 (8 bits, 1/16 steps, 16 = 1x), DIGITAL_GAIN_GREEN,
  * _RED, _BLUE 0x3056, 0x3058, 0x305A (12 bits, 1/256 steps, 256 = 1x). A
- * file whose group is malformed is not a board. */
+ * file whose group is malformed is not a board.
+ *
+ * An optional [ColorCorrection] group names the colour-correction registers
+ * for the colour-calibration library: Matrix= the nine matrix registers in
+ * row order, MatrixFormat= their fixed-point format, Gains= the red, green
+ * and blue gain registers, GainFormat= theirs. A format is U (unsigned), S
+ * (two's complement) or SM (sign and magnitude) followed by integer and
+ * fraction bits, e.g. S7.8. */
 int tl_OpenCameras(tl_camera_t ***list, int *count, const char *sensorDataFolder);
 
 /* Transport of a camera: grabs from the demo camera need it started. */
@@ -133,8 +140,8 @@ int tl_DetectPartNumber(tl_camera_t *camera);
  * local 8-bit file name encoding). The file is the user's own, in
  * $XDG_DATA_HOME/Kestro/ini (~/.local/share/Kestro/ini), named after the
  * sensor data file ("KSD644-REV1.ini"); on first use it is created from the
- * preset groups of the sensor data file (every group but [Sensor], [Frame]
- * and [Registers]). TL_ERR_IO when it cannot be created, TL_ERR_BUFFER
+ * preset groups of the sensor data file (every group but [Sensor], [Frame],
+ * [Registers] and [ColorCorrection]). TL_ERR_IO when it cannot be created, TL_ERR_BUFFER
  * when the path does not fit (the buffer then holds an empty text). */
 int tl_DefaultIniFile(tl_camera_t *camera, char *buffer, int bufferSize);
 

@@ -252,7 +252,8 @@ QByteArray defaultIniTemplate(const QString &sensorFile, const QString &boardNam
         const QByteArray line = raw.trimmed();
         if (line.startsWith('[')) {
             const QByteArray group = line.mid(1, line.indexOf(']') - 1).trimmed();
-            keep = group != "Sensor" && group != "Frame" && group != "Registers";
+            keep = group != "Sensor" && group != "Frame" && group != "Registers"
+                   && group != "ColorCorrection";
             if (keep)
                 out += '\n';
         }

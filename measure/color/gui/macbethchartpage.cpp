@@ -335,6 +335,7 @@ bool MacbethChartPage::processMacbethChart()
         m_colorReportView->setHtml(m_colorHtml);
         m_reportTabs->setCurrentWidget(m_colorReportView);
     }
+    emit chartProcessed();
     return true;
 }
 

@@ -85,6 +85,10 @@ public:
     bool writeNoiseReport(const QString &path, QString *error) override;
     kestro::MeasurementCsvData csvData() const override;
 
+signals:
+    // A chart was processed: the model holds its measured patch colours.
+    void chartProcessed();
+
 public slots:
     // Open dialog for one or more chart pictures (raw files too); they
     // become the frame set.
