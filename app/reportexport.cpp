@@ -229,8 +229,14 @@ void KestroReportExporter::saveReport(KestroReportHost::ReportKind kind, bool no
                                       const QString &emptyText,
                                       const std::function<bool(const QString &, QString *)> &write)
 {
-    if (!m_host->batchMode() && nothingMeasured) {
-        message(QMessageBox::Warning, tr("Warning"), emptyText);
+    if (nothingMeasured) {
+        // A batch run that measured nothing writes no report, so that a
+        // script never finds a report without results; it says why.
+        if (m_host->batchMode())
+            std::fprintf(stderr, "Kestro: no report written: %s\n",
+                         emptyText.toLocal8Bit().constData());
+        else
+            message(QMessageBox::Warning, tr("Warning"), emptyText);
         return;
     }
     const QString path = chooseFile(kind, tr(kHtmlFilter));

@@ -112,6 +112,7 @@ TEST_F(UniformityBatch, BadInputGivesItsMessageAndNoCharts)
     EXPECT_TRUE(r.err.contains("Invalid format: Only RGB files are supported for this test."))
             << r.err.constData();
     EXPECT_TRUE(QDir(m_dir.filePath("tmp")).entryList({"Uniformity*.png"}).isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(report)) << "a refused input must leave no report";
 
     // Contours with a step that does not advance, or low above high, draw
     // no lines and do not hang.
