@@ -1,6 +1,7 @@
 #include "imaging/gui/macbethframeview.h"
 
 #include "imaging/frame.h"
+#include "imaging/gui/messages.h"
 #include "imaging/gui/roidialogs.h"
 #include "imaging/gui/viewlog.h"
 #include "resources/initresources.h"
@@ -32,35 +33,6 @@ const char kIconRoot[] = ":/Kestro/Resources/";
 // Largest side of the picture written by saveFrameView: enough for a report,
 // small enough that a 50-megapixel frame does not make a huge file.
 constexpr int kSavedViewMaxSide = 2048;
-
-// Nobody answers a box on the offscreen or minimal platform or in an
-// unattended run: the text goes to stderr instead and questions take their
-// default answer (Yes).
-bool boxesGoToStderr()
-{
-    const QString platform = QGuiApplication::platformName();
-    return platform == QLatin1String("offscreen") || platform == QLatin1String("minimal")
-           || qEnvironmentVariableIntValue("KESTRO_NONINTERACTIVE") == 1;
-}
-
-void warn(QWidget *parent, const QString &title, const QString &text)
-{
-    if (boxesGoToStderr()) {
-        std::fprintf(stderr, "%s: %s\n", qPrintable(title), qPrintable(text));
-        return;
-    }
-    QMessageBox::warning(parent, title, text, QMessageBox::Ok);
-}
-
-bool askYes(QWidget *parent, const QString &title, const QString &text)
-{
-    if (boxesGoToStderr()) {
-        std::fprintf(stderr, "%s: %s\n", qPrintable(title), qPrintable(text));
-        return true;
-    }
-    return QMessageBox::question(parent, title, text, QMessageBox::Yes | QMessageBox::No)
-           == QMessageBox::Yes;
-}
 
 QToolButton *iconButton(QWidget *parent, const char *name, const char *icon, const QString &tip)
 {
@@ -339,8 +311,8 @@ void macbethFrameView::startAutoDetect()
 {
     const QImage picture = currentImage();
     if (picture.isNull()) {
-        warn(this, QStringLiteral("Patch Auto detection"),
-             QStringLiteral("Cannot detect patch on an empty image"));
+        kestro::showMessage(this, QMessageBox::Warning, QStringLiteral("Patch Auto detection"),
+                            QStringLiteral("Cannot detect patch on an empty image"));
         m_autoDetectButton->setChecked(false);
         return;
     }
@@ -419,9 +391,10 @@ void macbethFrameView::useCornerInfo()
 
 void macbethFrameView::resetRegions()
 {
-    if (!askYes(this, QStringLiteral("Resetting regions"),
-                QStringLiteral("Do you want to reset regions selection? All previous selection "
-                               "will be lost.")))
+    if (!kestro::askQuestion(this, QStringLiteral("Resetting regions"),
+                             QStringLiteral(
+                                     "Do you want to reset regions selection? All previous selection "
+                                     "will be lost.")))
         return;
     m_markers->setImage(currentImage());
     m_markers->initControlPoints();

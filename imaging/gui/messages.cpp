@@ -76,4 +76,14 @@ QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon,
     return static_cast<QMessageBox::StandardButton>(box.exec());
 }
 
+bool askQuestion(QWidget *parent, const QString &title, const QString &text)
+{
+    if (messagesGoToStderr()) {
+        showMessage(parent, QMessageBox::Question, title, text);
+        return true;
+    }
+    return QMessageBox::question(parent, title, text, QMessageBox::Yes | QMessageBox::No)
+           == QMessageBox::Yes;
+}
+
 } // namespace kestro

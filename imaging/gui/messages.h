@@ -30,4 +30,9 @@ QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon,
                                         const QString &title, const QString &text,
                                         Qt::TextFormat format = Qt::PlainText);
 
+// A question with the buttons Yes and No; true for Yes. Where boxes print
+// on stderr the question is printed and answered Yes, so an unattended run
+// goes on with the action the user asked for.
+bool askQuestion(QWidget *parent, const QString &title, const QString &text);
+
 } // namespace kestro
