@@ -7,6 +7,7 @@
 #include "app/reportexport.h"
 
 #ifdef KESTRO_HAVE_COLOR_PAGE
+#include "imaging/gui/reportdock.h"
 #include "measure/color/gui/macbethchartpage.h"
 #endif
 
@@ -98,6 +99,10 @@ void Kestro::wireColorDifferencePage()
                 });
         page->setCaptureFunction([this](QImage &picture) { return captureImage(picture); });
         charts = page;
+        // The reports dock below the pages while the chart tab is shown.
+        kestro::ReportDock *reports = page->reportDock()->takeFromPage();
+        addDockView(reports, Qt::BottomDockWidgetArea);
+        reports->showWithTab(m_workflow, page);
     }
 #endif
     auto *host = new WindowReportHost(

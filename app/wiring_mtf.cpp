@@ -1,7 +1,9 @@
-// Wiring of the MTF page.
+// Wiring of the MTF page: it fills the window's third tab, its result pane
+// is a dock of the window.
 
 #include "app/kestro.h"
 
+#include "imaging/gui/reportdock.h"
 #include "measure/mtf/gui/mtfpage.h"
 
 #include <QTabWidget>
@@ -16,6 +18,10 @@ void Kestro::wireMtfPage()
         layout->setContentsMargins(0, 0, 0, 0);
         page = new MtfPage(tab);
         layout->addWidget(page);
+        // The result pane docks below the pages while the MTF tab is shown.
+        kestro::ReportDock *results = page->reportDock()->takeFromPage();
+        addDockView(results, Qt::BottomDockWidgetArea);
+        results->showWithTab(m_workflow, page);
     }
     // Batch runs take their fields from the window as the runner left them.
     page->setBatchSettings([this] {

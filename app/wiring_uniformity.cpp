@@ -1,8 +1,10 @@
 // Wiring of the "Color Uniformity" page: the page fills the window's fourth
-// tab, captures through the window's camera, and runs the batch uniformity
-// test from the window's uniformity fields, whose defaults are the page's.
+// tab (its report view a dock of the window), captures through the window's
+// camera, and runs the batch uniformity test from the window's uniformity
+// fields, whose defaults are the page's.
 
 #include "app/kestro.h"
+#include "imaging/gui/reportdock.h"
 #include "measure/uniformity/gui/uniformitypage.h"
 
 #include <QTabWidget>
@@ -17,6 +19,10 @@ void Kestro::wireUniformityPage()
     layout->setContentsMargins(0, 0, 0, 0);
     auto *page = new kestro::UniformityPage(tab);
     layout->addWidget(page);
+    // The report docks below the pages while the uniformity tab is shown.
+    kestro::ReportDock *report = page->reportDock()->takeFromPage();
+    addDockView(report, Qt::BottomDockWidgetArea);
+    report->showWithTab(m_workflow, page);
 
     page->setCaptureFunction([this](QImage &picture) { return captureImage(picture); });
     page->setBatchSettingsProvider([this] {

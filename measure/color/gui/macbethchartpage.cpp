@@ -3,6 +3,8 @@
 #include "imaging/frameset.h"
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/macbethframeview.h"
+#include "imaging/gui/reportdock.h"
+#include "imaging/pngwriter.h"
 #include "imaging/region.h"
 #include "measure/color/colordiffreport.h"
 #include "measure/color/graychartplot.h"
@@ -20,7 +22,6 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
-#include <QSaveFile>
 #include <QSpinBox>
 #include <QSplitter>
 #include <QTabWidget>
@@ -47,21 +48,6 @@ const int kRerunDelayMs = 250;
 
 const char kErrorTitle[] = "Error";
 const char kNoiseTitle[] = "Noise calculation";
-
-bool savePng(const QImage &image, const QString &path)
-{
-    if (image.isNull())
-        return false;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    if (!image.save(&file, "PNG")) {
-        file.cancelWriting();
-        file.commit();
-        return false;
-    }
-    return file.commit();
-}
 
 QWidget *fixedArea(QWidget *parent)
 {
@@ -182,6 +168,10 @@ void MacbethChartPage::buildUi()
     auto *split = new QSplitter(Qt::Horizontal, this);
     m_frameView = new macbethFrameView(split);
     split->addWidget(m_frameView);
+    // The frame's file name is cut rather than widening the page beyond a
+    // laptop screen.
+    if (auto *name = m_frameView->findChild<QLabel *>(QStringLiteral("labelFileName")))
+        name->setSizePolicy(QSizePolicy::Ignored, name->sizePolicy().verticalPolicy());
 
     auto *results = new QSplitter(Qt::Vertical, split);
     auto *charts = new QWidget(results);
@@ -195,6 +185,9 @@ void MacbethChartPage::buildUi()
         tabs->addTab(*chart, tr("Color Patch"));
         auto *grayPage = new QWidget;
         auto *grayLayout = new QVBoxLayout(grayPage);
+        // The tab's frame is margin enough: the charts fit a laptop screen
+        // with the reports docked below.
+        grayLayout->setContentsMargins(0, 0, 0, 0);
         *plotArea = fixedArea(grayPage);
         grayLayout->addWidget(*plotArea, 0, Qt::AlignCenter);
         tabs->addTab(grayPage, tr("Gray Patch"));
@@ -206,7 +199,7 @@ void MacbethChartPage::buildUi()
     m_noiseTabs = makeTabs("noiseTabs", &m_noiseChart, &m_noisePlotArea);
     results->addWidget(charts);
 
-    m_reportTabs = new QTabWidget(results);
+    m_reportTabs = new QTabWidget;
     m_reportTabs->setObjectName(QStringLiteral("reportTabs"));
     m_colorReportView = new QTextBrowser;
     m_colorReportView->setObjectName(QStringLiteral("colorDifferenceReportView"));
@@ -222,9 +215,15 @@ void MacbethChartPage::buildUi()
     auto *noiseReportLayout = new QVBoxLayout(m_noiseReportArea);
     noiseReportLayout->setContentsMargins(0, 0, 0, 0);
     m_reportTabs->addTab(m_noiseReportArea, tr("Noise Report"));
-    results->addWidget(m_reportTabs);
+    // The reports are a dock: below the charts here, or wherever the window
+    // that takes it puts it.
+    m_reportDock = new ReportDock(tr("Reports"), QStringLiteral("chartReportDock"), m_reportTabs,
+                                  this);
+    results->addWidget(m_reportDock->pageArea());
 
     split->addWidget(results);
+    split->setChildrenCollapsible(false);
+    results->setChildrenCollapsible(false);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 1);
     split->setSizes({700, 900});
@@ -285,9 +284,7 @@ void MacbethChartPage::captureChartImage()
             message(QMessageBox::Critical, tr(kErrorTitle), captureConversionFailureText());
             return;
         }
-        const QString path = QDir(QDir::tempPath())
-                                     .filePath(
-                                             QStringLiteral("from_strobix_to_kestro%1.png").arg(i));
+        const QString path = capturedPicturePath(i);
         CFrame frame;
         // The frame comes from the saved file, so that it has a name in the
         // reports; when the file cannot be written it is taken as it is.

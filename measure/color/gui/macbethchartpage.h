@@ -32,6 +32,9 @@ class QTabWidget;
 class QTextBrowser;
 class QTimer;
 class macbethFrameView;
+namespace kestro {
+class ReportDock;
+}
 
 class MacbethChartPage : public QWidget, public kestro::ChartReportSource
 {
@@ -72,6 +75,9 @@ public:
     QComboBox *metricSelector() const { return m_metric; }
     QComboBox *noisePatchSelector() const { return m_noisePatch; }
     QTextBrowser *colorReportView() const { return m_colorReportView; }
+    // The dock of the report views, below the charts until a window takes
+    // it.
+    kestro::ReportDock *reportDock() const { return m_reportDock; }
     // The file of the picture the colour difference was last measured on.
     QString chartImageFileName() const { return m_chartImageFile; }
     // The frames the noise was last measured over.
@@ -142,6 +148,7 @@ private:
     QWidget *m_noisePlotArea = nullptr;
     GrayChartPlot *m_noiseGrayPlot = nullptr;
     QTabWidget *m_reportTabs = nullptr;
+    kestro::ReportDock *m_reportDock = nullptr;
     QTextBrowser *m_colorReportView = nullptr;
     QWidget *m_noiseReportArea = nullptr;
     QWidget *m_noiseReportView = nullptr; // made on first use

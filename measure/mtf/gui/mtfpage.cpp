@@ -5,6 +5,7 @@
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/imagegraphicsview.h"
 #include "imaging/gui/qregiongraphicsrectitem.h"
+#include "imaging/gui/reportdock.h"
 #include "imaging/roifile.h"
 #include "measure/mtf/gui/mtfplot.h"
 #include "measure/mtf/gui/mtfreportpictures.h"
@@ -16,6 +17,7 @@
 #include <QCheckBox>
 #include <QDir>
 #include <QFileInfo>
+#include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -26,10 +28,13 @@
 #include <QSplitter>
 #include <QStyle>
 #include <QTextBrowser>
+#include <QTimer>
+#include <QToolBar>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 
 namespace {
@@ -105,8 +110,10 @@ MtfPage::~MtfPage()
 
 void MtfPage::buildForm()
 {
-    auto *tools = new QHBoxLayout;
-    tools->setSpacing(2);
+    // A tool bar: on a narrow screen the buttons that do not fit move into
+    // its extension menu instead of widening the page.
+    auto *tools = new QToolBar(this);
+    tools->setObjectName(QStringLiteral("mtfTools"));
     auto tool = [&](const QString &name, const QString &text, const QString &tip,
                     QStyle::StandardPixmap icon = QStyle::SP_CustomBase) {
         auto *button = new QToolButton(this);
@@ -127,7 +134,7 @@ void MtfPage::buildForm()
                         QStyle::SP_DialogOpenButton);
     m_captureButton = tool(QStringLiteral("captureImage"), tr("Capture"),
                            tr("Capture a chart picture from the streaming sensor"));
-    tools->addSpacing(8);
+    tools->addSeparator();
     QToolButton *pointer = tool(QStringLiteral("pointer"), tr("Select"),
                                 tr("Select, move and resize regions"));
     QToolButton *draw = tool(QStringLiteral("drawRegion"), tr("Draw"),
@@ -140,7 +147,7 @@ void MtfPage::buildForm()
     QToolButton *zoomIn = tool(QStringLiteral("zoomIn"), tr("Zoom in"), tr("Zoom in"));
     QToolButton *zoomOut = tool(QStringLiteral("zoomOut"), tr("Zoom out"), tr("Zoom out"));
     QToolButton *fit = tool(QStringLiteral("fitView"), tr("Fit"), tr("Fit the picture"));
-    tools->addSpacing(8);
+    tools->addSeparator();
     QToolButton *remove = tool(QStringLiteral("removeRegion"), tr("Remove"),
                                tr("Remove the selected region"), QStyle::SP_DialogDiscardButton);
     QToolButton *removeAll = tool(QStringLiteral("removeAllRegions"), tr("Remove all"),
@@ -149,7 +156,6 @@ void MtfPage::buildForm()
                                     tr("Save region data"), QStyle::SP_DialogSaveButton);
     QToolButton *loadRegions = tool(QStringLiteral("loadRegions"), tr("Load regions"),
                                     tr("Load region data"));
-    tools->addStretch(1);
 
     connect(m_loadButton, &QToolButton::clicked, this, &MtfPage::loadSlantedEdgeImage);
     connect(m_captureButton, &QToolButton::clicked, this, &MtfPage::captureMTFChartImage);
@@ -181,7 +187,7 @@ void MtfPage::buildForm()
     auto *left = new QWidget(this);
     auto *leftLayout = new QVBoxLayout(left);
     leftLayout->setContentsMargins(0, 0, 0, 0);
-    leftLayout->addLayout(tools);
+    leftLayout->addWidget(tools);
     leftLayout->addWidget(m_view, 1);
     leftLayout->addLayout(fileRow);
 
@@ -220,23 +226,32 @@ void MtfPage::buildForm()
     connect(m_onlySelected, &QCheckBox::stateChanged, this, &MtfPage::showOnlySelected);
     connect(m_lwph, &QCheckBox::toggled, this, &MtfPage::showLWPH);
 
-    auto *runRow = new QHBoxLayout;
-    runRow->addWidget(m_calculate);
-    runRow->addWidget(m_autoRerun);
-    runRow->addWidget(m_onlySelected);
-    runRow->addWidget(m_lwph);
-    runRow->addStretch(1);
+    // Two rows, so that the column stays narrow.
+    auto *runRow = new QGridLayout;
+    runRow->addWidget(m_calculate, 0, 0);
+    runRow->addWidget(m_autoRerun, 0, 1);
+    runRow->addWidget(m_lwph, 0, 2);
+    runRow->addWidget(m_onlySelected, 1, 1, 1, 2);
+    runRow->setColumnStretch(3, 1);
 
     m_progress = new QProgressBar(this);
     m_progress->setObjectName(QStringLiteral("mtfProgress"));
     m_progress->hide();
 
     m_plot = new MTFPlot(this);
+    // The plot may shrink to its minimum on a small screen, not only to its
+    // preferred size.
+    m_plot->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     m_result = new QTextBrowser(this);
     m_result->setObjectName(QStringLiteral("mtfResult"));
+    // The result pane is a dock: below the plot here, or wherever the
+    // window that takes it puts it.
+    m_reportDock = new kestro::ReportDock(tr("MTF Results"), QStringLiteral("mtfReportDock"),
+                                          m_result, this);
     auto *results = new QSplitter(Qt::Vertical, this);
+    results->setChildrenCollapsible(false);
     results->addWidget(m_plot);
-    results->addWidget(m_result);
+    results->addWidget(m_reportDock->pageArea());
     results->setStretchFactor(0, 3);
     results->setStretchFactor(1, 2);
 
@@ -249,16 +264,38 @@ void MtfPage::buildForm()
     rightLayout->addWidget(results, 1);
 
     auto *split = new QSplitter(Qt::Horizontal, this);
+    split->setChildrenCollapsible(false);
     split->addWidget(left);
     split->addWidget(right);
     split->setStretchFactor(0, 3);
     split->setStretchFactor(1, 2);
+    split->setSizes({600, 400});
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(split);
+
+    // Keyboard order: the picture's tools, the picture and its file, then
+    // the calculation's settings and results from top to bottom.
+    QWidget *order[] = {m_loadButton,   m_captureButton, pointer,     draw,
+                        zoomIn,         zoomOut,         fit,         remove,
+                        removeAll,      saveRegions,     loadRegions, m_view,
+                        m_fileName,     m_srgb,          m_linear,    m_custom,
+                        m_customGamma,  m_calculate,     m_autoRerun, m_lwph,
+                        m_onlySelected, m_result};
+    for (std::size_t i = 1; i < std::size(order); ++i)
+        setTabOrder(order[i - 1], order[i]);
 
     // What a running calculation reads stays unchanged until it ends.
     m_runLocked = {m_view,      m_captureButton, gammaBox,    remove,        removeAll,
                    loadRegions, m_fileName,      m_autoRerun, m_onlySelected};
+}
+
+void MtfPage::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (m_fitOnShow) {
+        m_fitOnShow = false;
+        QTimer::singleShot(0, m_view, &imageGraphicsView::fitView);
+    }
 }
 
 void MtfPage::setBatchSettings(std::function<MtfBatchSettings()> settings)
@@ -317,8 +354,11 @@ void MtfPage::newSlantedEdgeImage(QImage &image)
     if (batch.commandLine)
         m_mtfFileName = batch.imagePath;
     m_view->setPicture(image);
-    if (!batch.commandLine)
+    if (!batch.commandLine) {
         m_view->fitView();
+        // A hidden page's view has no size yet: fit again once shown.
+        m_fitOnShow = !isVisible();
+    }
     clearResults();
     for (qRegionGraphicsRectItem *item : m_view->regions()) {
         if (regionBasedMTF *mtf = mtfOf(item))

@@ -22,6 +22,9 @@ class QRadioButton;
 class QTextBrowser;
 class QToolButton;
 class imageGraphicsView;
+namespace kestro {
+class ReportDock;
+}
 class qRegionGraphicsRectItem;
 class regionBasedMTF;
 
@@ -70,6 +73,8 @@ public:
     imageGraphicsView *view() const { return m_view; }
     MTFPlot *plot() const { return m_plot; }
     QTextBrowser *resultPane() const { return m_result; }
+    // The result pane's dock, below the plot until a window takes it.
+    kestro::ReportDock *reportDock() const { return m_reportDock; }
     QLineEdit *fileNameLine() const { return m_fileName; }
     QLineEdit *customGammaLine() const { return m_customGamma; }
     QRadioButton *srgbButton() const { return m_srgb; }
@@ -108,6 +113,9 @@ public slots:
     void showLWPH(bool on);
     void mtfCalculationFinished();
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     class RunSource;
 
@@ -133,6 +141,7 @@ private:
     imageGraphicsView *m_view = nullptr;
     MTFPlot *m_plot = nullptr;
     QTextBrowser *m_result = nullptr;
+    kestro::ReportDock *m_reportDock = nullptr;
     QLineEdit *m_fileName = nullptr;
     QRadioButton *m_srgb = nullptr;
     QRadioButton *m_linear = nullptr;
@@ -158,4 +167,5 @@ private:
     double m_gamma = 0.45;
     QString m_lastRoiDirectory;
     bool m_batchRegionsAdded = false;
+    bool m_fitOnShow = false;
 };

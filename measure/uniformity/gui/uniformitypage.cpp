@@ -3,6 +3,7 @@
 #include "imaging/gui/capturedpicture.h"
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/messages.h"
+#include "imaging/gui/reportdock.h"
 #include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
 #include "measure/uniformity/gui/uniformitydatadialog.h"
@@ -260,12 +261,21 @@ void UniformityPage::buildWidgets()
     m_reportChart->setAttribute(Qt::WA_DontShowOnScreen);
     m_reportChart->hide();
 
+    // Picture and chart share the width; neither can be pushed out of view.
     auto *views = new QSplitter(Qt::Horizontal);
+    views->setChildrenCollapsible(false);
     views->addWidget(m_picture);
     views->addWidget(m_chart);
+    views->setStretchFactor(0, 1);
+    views->setStretchFactor(1, 1);
+    // The report view is a dock: below the views here, or wherever the
+    // window that takes it puts it.
+    m_reportDock = new ReportDock(QStringLiteral("Uniformity Report"),
+                                  QStringLiteral("uniReportDock"), m_reportView, this);
     auto *right = new QSplitter(Qt::Vertical);
+    right->setChildrenCollapsible(false);
     right->addWidget(views);
-    right->addWidget(m_reportView);
+    right->addWidget(m_reportDock->pageArea());
     right->setStretchFactor(0, 3);
     right->setStretchFactor(1, 2);
 
@@ -386,12 +396,17 @@ void UniformityPage::warn(const QString &title, const QString &text)
 void UniformityPage::loadUniImage()
 {
     const QString path = chooseChartPicture(this);
-    if (path.isEmpty())
-        return;
-    if (loadPicture(path)) {
-        m_fileName->setStyleSheet(QString());
-        m_fileName->setText(path);
-    }
+    if (!path.isEmpty())
+        loadPictureFile(path);
+}
+
+bool UniformityPage::loadPictureFile(const QString &path)
+{
+    if (!loadPicture(path))
+        return false;
+    m_fileName->setStyleSheet(QString());
+    m_fileName->setText(path);
+    return true;
 }
 
 bool UniformityPage::loadPicture(const QString &path)

@@ -28,6 +28,7 @@ class QTextBrowser;
 
 namespace kestro {
 
+class ReportDock;
 class UniformityPictureView;
 
 // The batch parameters of the uniformity test (the window's fields).
@@ -71,6 +72,11 @@ public:
     // without a picture or when the file cannot be written.
     bool saveCpiqFile(const QString &path);
 
+    // Loads a picture file as the open dialog does with the chosen file
+    // (shown in the file field); false, after the message, when it does not
+    // load.
+    bool loadPictureFile(const QString &path);
+
     // Hands a picture to the page as if loaded from `path`; false (with the
     // message shown) when its format is refused.
     bool setPicture(const QImage &image, const QString &path);
@@ -79,6 +85,9 @@ public:
     QSpectrogramPlot *chart() const { return m_chart; }
     QSpectrogramPlot *reportChart() const { return m_reportChart; }
     UniformityPictureView *pictureView() const { return m_picture; }
+    // The report view's dock, below the picture and the chart until a
+    // window takes it.
+    ReportDock *reportDock() const { return m_reportDock; }
     UniformityReportSettings reportSettings() const;
 
 public slots:
@@ -182,6 +191,7 @@ private:
     QSpectrogramPlot *m_chart = nullptr;
     QSpectrogramPlot *m_reportChart = nullptr; // renders the report's charts, never shown
     QTextBrowser *m_reportView = nullptr;
+    ReportDock *m_reportDock = nullptr;
 };
 
 } // namespace kestro

@@ -8,6 +8,8 @@
 #include <QPainter>
 #include <QPen>
 #include <QPixmap>
+#include <QtMath>
+#include <algorithm>
 
 namespace kestro {
 
@@ -117,6 +119,7 @@ void UniformityPictureView::setWindows(const QRectF &center, const QString &cent
         m_windows[i]->setVisible(true);
         m_labels[i]->setVisible(true);
     }
+    updateGeometry();
 }
 
 void UniformityPictureView::clearWindows()
@@ -125,6 +128,26 @@ void UniformityPictureView::clearWindows()
         m_windows[i]->setVisible(false);
         m_labels[i]->setVisible(false);
     }
+    updateGeometry();
+}
+
+QSize UniformityPictureView::minimumSizeHint() const
+{
+    // Labels keep their screen size, so the view needs their room at any
+    // zoom: the widest side's pair with a gap, three label rows.
+    const auto size = [this](int i) {
+        return m_labels[i]->isVisible() ? m_labels[i]->boundingRect().size() : QSizeF();
+    };
+    const double gap = 16.0;
+    const double width = std::max(size(1).width() + size(2).width(),
+                                  size(3).width() + size(4).width())
+                         + gap;
+    double height = 0.0;
+    for (int i = 0; i < 5; ++i)
+        height = std::max(height, size(i).height());
+    const QSize frame(2 * frameWidth(), 2 * frameWidth());
+    return QGraphicsView::minimumSizeHint().expandedTo(
+            QSize(qCeil(width), qCeil(3 * height + 2 * gap)) + frame);
 }
 
 QRectF UniformityPictureView::windowRect(int index) const

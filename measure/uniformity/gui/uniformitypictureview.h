@@ -43,6 +43,10 @@ public:
     QPointF labelAnchor(int index) const;
     Qt::Alignment labelAlignment(int index) const;
 
+    // Wide enough for the two corner labels of a side next to each other
+    // and high enough for the centre label between the corner ones.
+    QSize minimumSizeHint() const override;
+
 protected:
     void resizeEvent(QResizeEvent *event) override;
 
