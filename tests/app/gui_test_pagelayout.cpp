@@ -215,6 +215,16 @@ protected:
         EXPECT_TRUE(faults.isEmpty()) << page << ":\n" << faults.join('\n').toStdString();
     }
 
+    // Where the pictures the pages open are kept: beside the screenshots
+    // when they are taken (their names show in the pictures).
+    QString pictureFile(const QString &name, const QImage &picture)
+    {
+        const QString shots = qEnvironmentVariable("KESTRO_SCREENSHOT_DIR");
+        const QString path = shots.isEmpty() ? dir.filePath(name) : shots + '/' + name;
+        EXPECT_TRUE(picture.save(path));
+        return path;
+    }
+
     std::unique_ptr<Kestro> window;
     QTemporaryDir dir;
 
@@ -247,7 +257,7 @@ TEST_F(PageLayout, EveryPageFitsTheScreenWithResultsShown)
 
     auto *mtf = window->findChild<MtfPage *>();
     ASSERT_TRUE(mtf);
-    const QString edges = test::saveImage(dir, "edges.png", slantedEdgeChart());
+    const QString edges = pictureFile("edges.png", slantedEdgeChart());
     ASSERT_TRUE(mtf->loadImageFile(edges));
     for (const QRectF &r :
          {QRectF(60, 130, 80, 140), QRectF(160, 60, 140, 70), QRectF(480, 520, 80, 140)})
@@ -258,7 +268,7 @@ TEST_F(PageLayout, EveryPageFitsTheScreenWithResultsShown)
 
     auto *uniformity = window->findChild<UniformityPage *>();
     ASSERT_TRUE(uniformity);
-    ASSERT_TRUE(uniformity->loadPictureFile(test::saveImage(dir, "flat.png", flatField())));
+    ASSERT_TRUE(uniformity->loadPictureFile(pictureFile("flat.png", flatField())));
     uniformity->printUniHTML();
     showTab(3, "uniformity");
     expectFits("Color Uniformity");
