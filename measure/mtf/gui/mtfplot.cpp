@@ -1,5 +1,6 @@
 #include "measure/mtf/gui/mtfplot.h"
 
+#include "imaging/gui/plotpicture.h"
 #include "imaging/pngwriter.h"
 
 #include <qwt_legend.h>
@@ -154,22 +155,7 @@ void MTFPlot::legendChecked(const QVariant &itemInfo, bool on, int index)
 QImage MTFPlot::renderImage()
 {
     // A document of width x height millimetres at 85 dots per inch.
-    const double dpi = 85.0;
-    const double mmToInch = 1.0 / 25.4;
-    const QSizeF pixels = QSizeF(width(), height()) * mmToInch * dpi;
-    const QRect rect = QRectF(QPointF(0, 0), pixels).toRect();
-    if (rect.isEmpty())
-        return QImage();
-    QImage image(rect.size(), QImage::Format_RGB32);
-    const int dotsPerMeter = qRound(dpi * mmToInch * 1000.0);
-    image.setDotsPerMeterX(dotsPerMeter);
-    image.setDotsPerMeterY(dotsPerMeter);
-    image.fill(Qt::white);
-    QPainter painter(&image);
-    QwtPlotRenderer renderer;
-    renderer.render(this, &painter, rect);
-    painter.end();
-    return image;
+    return kestro::renderPlotDocument(this, 85.0);
 }
 
 bool MTFPlot::save(const QString &fileName)

@@ -1,5 +1,6 @@
 #include "measure/uniformity/gui/qspectrogramplot.h"
 
+#include "imaging/gui/plotpicture.h"
 #include "imaging/pngwriter.h"
 
 #include <QFontMetrics>
@@ -236,20 +237,7 @@ void QSpectrogramPlot::applyContour()
 QImage QSpectrogramPlot::renderImage(double dotsPerInch)
 {
     // A document of width() x height() millimetres at the given resolution.
-    const QSizeF pixels = QSizeF(width(), height()) / 25.4 * dotsPerInch;
-    const QRect rect = QRectF(QPointF(0.0, 0.0), pixels).toRect();
-    if (rect.isEmpty())
-        return QImage();
-    QImage image(rect.size(), QImage::Format_RGB32);
-    const int dotsPerMeter = qRound(dotsPerInch / 25.4 * 1000.0);
-    image.setDotsPerMeterX(dotsPerMeter);
-    image.setDotsPerMeterY(dotsPerMeter);
-    image.fill(Qt::white);
-    QPainter painter(&image);
-    QwtPlotRenderer renderer;
-    renderer.render(this, &painter, QRectF(rect));
-    painter.end();
-    return image;
+    return kestro::renderPlotDocument(this, dotsPerInch);
 }
 
 bool QSpectrogramPlot::save(const QString &fileName)
