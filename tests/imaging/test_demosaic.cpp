@@ -148,10 +148,12 @@ TEST(Demosaic, FlatFieldsAndDepths)
         }
     }
     // Unsigned samples above a narrower depth's full scale count as full
-    // scale: an over-range centre must not brighten its neighbours' colours.
+    // scale: over-range samples (in an even and an odd column) must not
+    // darken their neighbours' colours.
     std::vector<std::uint16_t> over(10 * 8, 1023);
     std::vector<std::uint16_t> noisy = over;
     noisy[4 * 10 + 5] = 0xFFFF;
+    noisy[3 * 10 + 2] = 0x8000;
     EXPECT_EQ(demosaicToImage(noisy.data(), 10, 8, 10, 0, 0),
               demosaicToImage(over.data(), 10, 8, 10, 0, 0));
 }

@@ -277,9 +277,8 @@ TEST(NoiseEngine, LongStacksStayAccurate)
 TEST(NoiseEngine, RgbFramesAreDecodedFromSrgbPerChannel)
 {
     // Red alternates between two bytes from frame to frame, green and blue
-    // stay constant: only red shows temporal noise, on the linear scale.
-    // Byte 10 lies between the two thresholds in circulation (0.03928 and
-    // 0.04045), so it pins the linear segment of the curve.
+    // stay constant: only red shows temporal noise, on the linear scale
+    // (byte 10 on the linear segment of the curve).
     std::vector<std::unique_ptr<CFrame>> owned;
     QList<const CFrame *> frames;
     for (int i = 0; i < 4; ++i) {

@@ -458,6 +458,14 @@ TEST(Uniformity, CpiqFindsColourCastInOneCorner)
     EXPECT_NEAR(cpiq.zones[1].deltaAb, rest, 1e-9);
     EXPECT_NEAR(cpiq.zones.back().deltaAb, rest, 1e-9);
     EXPECT_EQ(cpiq.metric, cpiq.zones[0].deltaAb);
+    // A dark zone mean of 10.1 decodes between the two sRGB thresholds in
+    // circulation (10.02 and 10.31 on the byte scale): only 0.04045 gives
+    // this L*.
+    UniformityZoneMeans dark;
+    dark.rows = 1;
+    dark.cols = 1;
+    dark.red = dark.green = dark.blue = {10.1};
+    EXPECT_NEAR(cpiqFromZoneMeans(dark).zones[0].L, 2.7691523098403437, 1e-9);
 
     // Uneven zone sizes: zone k spans [floor(k s / n), floor((k + 1) s / n)).
     const QImage field = flatField(203, 157);
