@@ -12,11 +12,11 @@
 // a loaded machine does not inflate as much as the wall time.
 
 #include "imaging/imageload.h"
+#include "imaging/pngwriter.h"
 #include "measure/mtf/gui/mtfplot.h"
 #include "measure/mtf/gui/mtfreportpictures.h"
 #include "measure/mtf/mtfregionlist.h"
 #include "measure/mtf/mtfreport.h"
-#include "measure/mtf/pngwriter.h"
 #include "platform/colorcal/imagecache.h"
 #include "tests/platform/colorcal/slantededge.h"
 
@@ -173,7 +173,7 @@ void BM_EncodeGraph(benchmark::State &state)
 {
     const QImage graph = reportGraph();
     for (auto _ : state)
-        benchmark::DoNotOptimize(mtf::encodePng(graph));
+        benchmark::DoNotOptimize(kestro::encodePng(graph));
 }
 BENCHMARK(BM_EncodeGraph)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -200,7 +200,7 @@ void BM_RegionsPicture(benchmark::State &state)
         outlines.append({r, Qt::red, outlines.size() + 1});
     for (auto _ : state)
         benchmark::DoNotOptimize(
-                mtf::encodePng(mtf::regionsPicture(picture, outlines, QSize(1280, 960))));
+                kestro::encodePng(mtf::regionsPicture(picture, outlines, QSize(1280, 960))));
 }
 BENCHMARK(BM_RegionsPicture)->Unit(benchmark::kMillisecond)->UseRealTime();
 

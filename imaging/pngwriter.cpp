@@ -1,12 +1,21 @@
 #include "imaging/pngwriter.h"
 
+#include "imaging/parallel.h"
+
 #include <QSaveFile>
+#include <algorithm>
+#include <cstring>
 #include <vector>
 #include <zlib.h>
 
 namespace kestro {
 
 namespace {
+
+// Rows are compressed in stripes of about this many bytes each: enough for
+// the compressor to find its runs and matches, small enough that two threads
+// share a 12-megapixel frame evenly.
+constexpr qint64 kStripeBytes = qint64(1) << 20;
 
 void appendBigEndian(QByteArray &out, quint32 value)
 {
@@ -25,25 +34,140 @@ void appendChunk(QByteArray &out, const char *type, const QByteArray &data)
     appendBigEndian(out, static_cast<quint32>(crc32(0, typed, static_cast<uInt>(4 + data.size()))));
 }
 
+// One stripe of rows as a piece of a deflate stream: it ends on a byte
+// boundary (a sync flush) so that the pieces can be joined, the last one
+// with the stream's final block.
+struct Stripe
+{
+    QByteArray deflated;
+    uLong adler = 1; // of the stripe's filtered rows
+    uLong crc = 0;   // of `deflated`
+    bool ok = false;
+};
+
+// The picture's rows as PNG scanlines: the filter byte, then the samples.
+class Scanlines
+{
+public:
+    Scanlines(const QImage &image, PngContent content)
+        : m_image(image)
+        , m_channels(image.format() == QImage::Format_Grayscale8 ? 1 : 3)
+        , m_subtract(content == PngContent::Photograph)
+    { }
+
+    int channels() const { return m_channels; }
+    qint64 length() const { return 1 + qint64(m_image.width()) * m_channels; }
+
+    // Fills `row` (length() bytes) with scanline y; `samples` is scratch of
+    // the same size for the unfiltered samples.
+    void fill(int y, unsigned char *row, unsigned char *samples) const
+    {
+        const int width = m_image.width();
+        const uchar *line = m_image.constScanLine(y);
+        unsigned char *out = m_subtract ? samples : row + 1;
+        switch (m_image.format()) {
+        case QImage::Format_Grayscale8:
+            std::memcpy(out, line, std::size_t(width));
+            break;
+        case QImage::Format_RGB888:
+            std::memcpy(out, line, std::size_t(width) * 3);
+            break;
+        default: { // 32-bit pixels, 0xAARRGGBB
+            const auto *pixels = reinterpret_cast<const QRgb *>(line);
+            for (int x = 0; x < width; ++x, out += 3) {
+                out[0] = static_cast<unsigned char>(qRed(pixels[x]));
+                out[1] = static_cast<unsigned char>(qGreen(pixels[x]));
+                out[2] = static_cast<unsigned char>(qBlue(pixels[x]));
+            }
+            break;
+        }
+        }
+        if (!m_subtract) {
+            row[0] = 0; // filter: none
+            return;
+        }
+        // Filter "Sub": each sample less the same sample of the pixel to its
+        // left (modulo 256).
+        row[0] = 1;
+        const qint64 n = qint64(width) * m_channels;
+        std::memcpy(row + 1, samples, std::size_t(m_channels));
+        for (qint64 i = m_channels; i < n; ++i)
+            row[1 + i] = static_cast<unsigned char>(samples[i] - samples[i - m_channels]);
+    }
+
+private:
+    const QImage &m_image;
+    const int m_channels;
+    const bool m_subtract;
+};
+
+Stripe deflateStripe(const Scanlines &lines, int firstRow, int endRow, bool last, PngContent content)
+{
+    Stripe stripe;
+    z_stream z{};
+    const int strategy = content == PngContent::Photograph ? Z_HUFFMAN_ONLY : Z_DEFAULT_STRATEGY;
+    // A raw stream: the zlib header and checksum are written once for all
+    // stripes.
+    if (deflateInit2(&z, 1, Z_DEFLATED, -15, 8, strategy) != Z_OK)
+        return stripe;
+    const qint64 length = lines.length();
+    std::vector<unsigned char> row(static_cast<std::size_t>(length));
+    std::vector<unsigned char> samples(static_cast<std::size_t>(length));
+    const uLong bound = deflateBound(&z, static_cast<uLong>(length * (endRow - firstRow))) + 16;
+    stripe.deflated.resize(static_cast<int>(bound));
+    z.next_out = reinterpret_cast<Bytef *>(stripe.deflated.data());
+    z.avail_out = static_cast<uInt>(bound);
+    bool ok = true;
+    for (int y = firstRow; y < endRow && ok; ++y) {
+        lines.fill(y, row.data(), samples.data());
+        stripe.adler = adler32(stripe.adler, row.data(), static_cast<uInt>(length));
+        z.next_in = row.data();
+        z.avail_in = static_cast<uInt>(length);
+        const int flush = y + 1 < endRow ? Z_NO_FLUSH : (last ? Z_FINISH : Z_SYNC_FLUSH);
+        const int result = deflate(&z, flush);
+        ok = z.avail_in == 0 && (result == Z_OK || result == Z_STREAM_END || result == Z_BUF_ERROR)
+             && (flush != Z_FINISH || result == Z_STREAM_END);
+    }
+    stripe.deflated.resize(static_cast<int>(bound - z.avail_out));
+    deflateEnd(&z);
+    stripe.crc = crc32(0, reinterpret_cast<const Bytef *>(stripe.deflated.constData()),
+                       static_cast<uInt>(stripe.deflated.size()));
+    stripe.ok = ok;
+    return stripe;
+}
+
 } // namespace
 
-QByteArray encodePng(const QImage &source)
+QByteArray encodePng(const QImage &source, PngContent content)
 {
     if (source.isNull())
         return QByteArray();
-    const bool gray = source.format() == QImage::Format_Grayscale8;
-    const QImage image = gray ? source : source.convertToFormat(QImage::Format_RGB32);
+    // The row reader takes gray, 24-bit and unpremultiplied 32-bit pixels as
+    // they are; everything else is converted once.
+    QImage image = source;
+    switch (source.format()) {
+    case QImage::Format_Grayscale8:
+    case QImage::Format_RGB888:
+    case QImage::Format_RGB32:
+    case QImage::Format_ARGB32:
+        break;
+    default:
+        image = source.convertToFormat(QImage::Format_RGB32);
+        break;
+    }
+    if (image.isNull())
+        return QByteArray();
+    const Scanlines lines(image, content);
     const int width = image.width();
     const int height = image.height();
-    const int channels = gray ? 1 : 3;
 
     QByteArray out("\x89PNG\r\n\x1a\n", 8);
     QByteArray header;
     appendBigEndian(header, static_cast<quint32>(width));
     appendBigEndian(header, static_cast<quint32>(height));
-    header.append(char(8));            // bits per sample
-    header.append(char(gray ? 0 : 2)); // gray or RGB
-    header.append("\0\0\0", 3);        // deflate, filter method 0, no interlace
+    header.append(char(8));                             // bits per sample
+    header.append(char(lines.channels() == 1 ? 0 : 2)); // gray or RGB
+    header.append("\0\0\0", 3);                         // deflate, filter method 0, no interlace
     appendChunk(out, "IHDR", header);
     if (image.dotsPerMeterX() > 0 && image.dotsPerMeterY() > 0) {
         QByteArray physical;
@@ -53,52 +177,57 @@ QByteArray encodePng(const QImage &source)
         appendChunk(out, "pHYs", physical);
     }
 
-    z_stream z{};
-    if (deflateInit2(&z, 1, Z_DEFLATED, 15, 8, Z_DEFAULT_STRATEGY) != Z_OK)
-        return QByteArray();
-    std::vector<unsigned char> row(1 + static_cast<std::size_t>(width) * channels);
-    row[0] = 0; // filter: none
-    std::vector<unsigned char> buffer(1 << 18);
-    QByteArray data;
-    auto pump = [&](int flush) {
-        int result;
-        do {
-            z.next_out = buffer.data();
-            z.avail_out = static_cast<uInt>(buffer.size());
-            result = deflate(&z, flush);
-            data.append(reinterpret_cast<const char *>(buffer.data()),
-                        static_cast<int>(buffer.size() - z.avail_out));
-        } while (z.avail_out == 0 || (flush == Z_FINISH && result != Z_STREAM_END));
-    };
-    for (int y = 0; y < height; ++y) {
-        const uchar *line = image.constScanLine(y);
-        if (gray) {
-            std::copy(line, line + width, row.begin() + 1);
-        } else {
-            const auto *pixels = reinterpret_cast<const QRgb *>(line);
-            unsigned char *p = row.data() + 1;
-            for (int x = 0; x < width; ++x, p += 3) {
-                p[0] = static_cast<unsigned char>(qRed(pixels[x]));
-                p[1] = static_cast<unsigned char>(qGreen(pixels[x]));
-                p[2] = static_cast<unsigned char>(qBlue(pixels[x]));
-            }
-        }
-        z.next_in = row.data();
-        z.avail_in = static_cast<uInt>(row.size());
-        pump(Z_NO_FLUSH);
+    // The stripes depend on the picture alone, so the file does too.
+    const int rowsPerStripe = static_cast<int>(
+            std::clamp<qint64>(kStripeBytes / lines.length(), 1, height));
+    const int stripeCount = (height + rowsPerStripe - 1) / rowsPerStripe;
+    std::vector<Stripe> stripes(static_cast<std::size_t>(stripeCount));
+    parallelFor(stripeCount, [&](int s) {
+        const int first = s * rowsPerStripe;
+        const int end = std::min(height, first + rowsPerStripe);
+        stripes[std::size_t(s)] = deflateStripe(lines, first, end, s + 1 == stripeCount, content);
+    });
+
+    // One IDAT chunk: the zlib header (deflate, 32K window, fastest level),
+    // the stripes in order and the checksum of every filtered row.
+    const char zlibHeader[2] = {0x78, 0x01};
+    qint64 dataSize = 2 + 4;
+    for (const Stripe &stripe : stripes) {
+        if (!stripe.ok)
+            return QByteArray();
+        dataSize += stripe.deflated.size();
     }
-    pump(Z_FINISH);
-    deflateEnd(&z);
-    appendChunk(out, "IDAT", data);
+    if (dataSize > 0x7fffffff - out.size() - 64)
+        return QByteArray(); // beyond one chunk and one byte array
+    out.reserve(static_cast<int>(out.size() + dataSize + 12 + 12));
+    appendBigEndian(out, static_cast<quint32>(dataSize));
+    out.append("IDAT", 4);
+    out.append(zlibHeader, 2);
+    uLong crc = crc32(0, reinterpret_cast<const Bytef *>("IDAT"), 4);
+    crc = crc32(crc, reinterpret_cast<const Bytef *>(zlibHeader), 2);
+    uLong adler = 1;
+    const qint64 rowBytes = lines.length();
+    for (std::size_t s = 0; s < stripes.size(); ++s) {
+        const Stripe &stripe = stripes[s];
+        out.append(stripe.deflated);
+        crc = crc32_combine(crc, stripe.crc, stripe.deflated.size());
+        const int rows = std::min(height - int(s) * rowsPerStripe, rowsPerStripe);
+        adler = adler32_combine(adler, stripe.adler, static_cast<z_off_t>(rowBytes * rows));
+    }
+    QByteArray trailer;
+    appendBigEndian(trailer, static_cast<quint32>(adler));
+    out.append(trailer);
+    crc = crc32(crc, reinterpret_cast<const Bytef *>(trailer.constData()), 4);
+    appendBigEndian(out, static_cast<quint32>(crc));
     appendChunk(out, "IEND", QByteArray());
     return out;
 }
 
-bool savePng(const QImage &image, const QString &path)
+bool savePng(const QImage &image, const QString &path, PngContent content)
 {
     if (image.isNull() || path.isEmpty())
         return false;
-    const QByteArray png = encodePng(image);
+    const QByteArray png = encodePng(image, content);
     if (png.isEmpty())
         return false;
     QSaveFile file(path);

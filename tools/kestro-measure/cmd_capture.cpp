@@ -8,7 +8,7 @@
 
 #include "acquisition/automation.h"
 #include "acquisition/capture.h"
-#include "measure/mtf/pngwriter.h"
+#include "imaging/pngwriter.h"
 
 #include <QFileInfo>
 #include <QImageWriter>
@@ -21,7 +21,7 @@ using namespace kestro::measure;
 bool saveImage(const QImage &picture, const QString &path, const QByteArray &format)
 {
     if (format == "png")
-        return kestro::mtf::savePng(picture, path);
+        return kestro::savePng(picture, path, kestro::PngContent::Photograph);
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return false;

@@ -2,13 +2,11 @@
 // ones, the slope warning cell, and the pictures with their relative links.
 
 #include "measure/mtf/mtfreport.h"
-#include "measure/mtf/pngwriter.h"
 #include "scriptedmtf.h"
 
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QImage>
 #include <QTemporaryDir>
 #include <cmath>
 
@@ -143,28 +141,4 @@ TEST_F(Report, PicturesGoBesideTheReportWithRelativeLinks)
     // The refused crop and the failed region's graph are left out.
     EXPECT_EQ(html.count("<img"), 3);
     EXPECT_EQ(progress, QVector<int>({1, 2}));
-}
-
-TEST(PngWriter, WritesPicturesThatReadBackExactly)
-{
-    QTemporaryDir dir;
-    QImage colour(37, 5, QImage::Format_ARGB32); // alpha is dropped
-    QImage gray(9, 4, QImage::Format_Grayscale8);
-    for (int y = 0; y < 5; ++y)
-        for (int x = 0; x < 37; ++x) {
-            colour.setPixel(x, y, qRgba(x * 7, y * 50, (x * y) % 256, 128));
-            if (x < 9 && y < 4)
-                gray.scanLine(y)[x] = static_cast<uchar>(x * 30 + y);
-        }
-    colour.setDotsPerMeterX(3346);
-    colour.setDotsPerMeterY(3346);
-    ASSERT_TRUE(savePng(colour, dir.filePath("colour.png")));
-    const QImage readColour(dir.filePath("colour.png"));
-    EXPECT_EQ(readColour.dotsPerMeterX(), 3346);
-    EXPECT_EQ(readColour, colour.convertToFormat(QImage::Format_RGB32));
-    ASSERT_TRUE(savePng(gray, dir.filePath("gray.png")));
-    EXPECT_EQ(QImage(dir.filePath("gray.png")).convertToFormat(QImage::Format_Grayscale8), gray);
-
-    EXPECT_FALSE(savePng(QImage(), dir.filePath("null.png")));
-    EXPECT_FALSE(savePng(gray, dir.filePath("no/such/folder/g.png")));
 }
