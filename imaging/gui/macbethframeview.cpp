@@ -18,6 +18,7 @@
 #include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QSaveFile>
 #include <QSpinBox>
 #include <QTimer>
@@ -52,6 +53,44 @@ QToolButton *toolButton(QToolBar *bar, const char *name, const char *icon, const
 }
 
 } // namespace
+
+namespace kestro {
+
+// A label for a file name that may be longer than the room it gets: it
+// takes the width its layout gives (never widening the panel) and shows as
+// much of the name as fits, with "…" standing for the middle.
+class ElidedLabel : public QLabel
+{
+public:
+    explicit ElidedLabel(QWidget *parent)
+        : QLabel(parent)
+    {
+        setSizePolicy(QSizePolicy::Ignored, sizePolicy().verticalPolicy());
+    }
+    void setFullText(const QString &text)
+    {
+        m_full = text;
+        elide();
+    }
+    QString fullText() const { return m_full; }
+
+protected:
+    void resizeEvent(QResizeEvent *event) override
+    {
+        QLabel::resizeEvent(event);
+        elide();
+    }
+
+private:
+    void elide()
+    {
+        const int room = contentsRect().width() - 2 * margin();
+        setText(fontMetrics().elidedText(m_full, Qt::ElideMiddle, qMax(0, room)));
+    }
+    QString m_full;
+};
+
+} // namespace kestro
 
 macbethFrameView::macbethFrameView(QWidget *parent)
     : QWidget(parent)
@@ -172,7 +211,7 @@ void macbethFrameView::buildUi()
     m_browserGroup->setObjectName(QStringLiteral("groupBoxImageBrowser"));
     auto *browserLayout = new QHBoxLayout(m_browserGroup);
     browserLayout->setContentsMargins(4, 2, 4, 2);
-    m_fileNameLabel = new QLabel(m_browserGroup);
+    m_fileNameLabel = new kestro::ElidedLabel(m_browserGroup);
     m_fileNameLabel->setObjectName(QStringLiteral("labelFileName"));
     m_fileNameLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_previousButton = iconButton(m_browserGroup, "toolButtonPrevious", "navigate_left.png",
@@ -205,6 +244,50 @@ bool macbethFrameView::addFrame(const CFrame &frame)
 void macbethFrameView::clearFrames()
 {
     m_frames.clear();
+    m_savedAs.clear();
+}
+
+bool macbethFrameView::replaceFrames(const QVector<QImage> &pictures, const QStringList &fileNames)
+{
+    QList<CFrame *> made;
+    for (const QImage &picture : pictures) {
+        auto *frame = new CFrame;
+        made << frame;
+        if (!frame->setFromImage(picture)) {
+            qDeleteAll(made);
+            return false;
+        }
+    }
+    {
+        // The set changes once for the user: one count, one picture shown.
+        const QSignalBlocker blocker(&m_frames);
+        m_frames.clear();
+        m_savedAs.clear();
+        for (int i = 0; i < made.size(); ++i) {
+            m_frames.addFrame(*made[i]);
+            const QString name = fileNames.value(i);
+            if (!name.isEmpty())
+                m_savedAs.append({made[i]->pixels(), name});
+        }
+    }
+    qDeleteAll(made);
+    changeframeCount();
+    return true;
+}
+
+QString macbethFrameView::frameFileName(const CFrame *frame) const
+{
+    if (!frame)
+        return QString();
+    const QString own = frame->fileName();
+    if (!own.isEmpty())
+        return own;
+    const std::shared_ptr<const CFrameData> block = frame->pixels();
+    for (const auto &saved : m_savedAs) {
+        if (saved.first.lock() == block)
+            return saved.second;
+    }
+    return QString();
 }
 
 CFrame *macbethFrameView::currentFrame() const
@@ -262,8 +345,8 @@ void macbethFrameView::showPrevious()
 void macbethFrameView::refreshBackGroundImage()
 {
     const CFrame *frame = m_pictureGivenDirectly ? nullptr : currentFrame();
-    const QString path = frame ? frame->fileName() : QString();
-    m_fileNameLabel->setText(QFileInfo(path).fileName());
+    const QString path = frameFileName(frame);
+    m_fileNameLabel->setFullText(QFileInfo(path).fileName());
     m_fileNameLabel->setToolTip(QDir::toNativeSeparators(path));
     showPicture(currentImage());
 }
@@ -276,7 +359,7 @@ void macbethFrameView::onRereshButtonClicked()
 void macbethFrameView::loadBackGroundImage(const QImage &image)
 {
     m_pictureGivenDirectly = true;
-    m_fileNameLabel->clear();
+    m_fileNameLabel->setFullText(QString());
     m_fileNameLabel->setToolTip(QString());
     showPicture(image);
 }

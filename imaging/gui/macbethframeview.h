@@ -15,8 +15,11 @@
 #include <QString>
 #include <QVector>
 #include <QWidget>
+#include <memory>
+#include <utility>
 
 class CFrame;
+class CFrameData;
 class QFrame;
 class QGroupBox;
 class QLabel;
@@ -26,6 +29,9 @@ class QSpinBox;
 class QTimer;
 class QToolBar;
 class QToolButton;
+namespace kestro {
+class ElidedLabel;
+}
 
 class macbethFrameView : public QWidget
 {
@@ -46,6 +52,15 @@ public:
     bool addFrame(const CFrame &frame);
     // Deletes every frame; the counter goes to 0.
     void clearFrames();
+    // Replaces the whole frame set by frames made from pictures in memory
+    // (as CFrame::setFromImage makes them), each known by the file it was
+    // saved as (`fileNames`, one per picture; empty for a picture not
+    // saved). The counter and the view follow once, showing the last frame.
+    // False, with the set unchanged, when a picture makes no valid frame.
+    bool replaceFrames(const QVector<QImage> &pictures, const QStringList &fileNames);
+    // The file a frame of the set was read from or saved as (empty when
+    // neither).
+    QString frameFileName(const CFrame *frame) const;
     int frameCount() const { return m_frames.count(); }
     // The frame shown (by the spin box), or null.
     CFrame *currentFrame() const;
@@ -111,6 +126,9 @@ private:
     QString m_lastRoiPath;
     bool m_pictureGivenDirectly = false;
     int m_pendingRunId = 0;
+    // Names of frames made from pictures in memory, by the pixel block they
+    // were made with: a frame loaded again, or gone, no longer matches.
+    QVector<std::pair<std::weak_ptr<const CFrameData>, QString>> m_savedAs;
 
     QToolBar *m_toolBar = nullptr;
     QToolButton *m_refreshButton = nullptr;
@@ -130,7 +148,7 @@ private:
     QPushButton *m_cancelButton = nullptr;
     QFrame *m_imageFrame = nullptr;
     QGroupBox *m_browserGroup = nullptr;
-    QLabel *m_fileNameLabel = nullptr;
+    kestro::ElidedLabel *m_fileNameLabel = nullptr;
     QToolButton *m_previousButton = nullptr;
     QToolButton *m_nextButton = nullptr;
     QSpinBox *m_frameSpinBox = nullptr;

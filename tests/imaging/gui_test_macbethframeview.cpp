@@ -9,7 +9,9 @@
 #include "testsupport.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QLabel>
 #include <QMouseEvent>
 #include <QSignalSpy>
 #include <QSpinBox>
@@ -241,6 +243,42 @@ TEST(MacbethFrameView, FrameSetBrowsingAndCounts)
     EXPECT_EQ(spin->maximum(), 0);
     EXPECT_FALSE(previous->isEnabled());
     EXPECT_TRUE(view.currentImage().isNull());
+}
+
+TEST(MacbethFrameView, FramesFromPicturesKeepTheNamesOfTheirFiles)
+{
+    QTemporaryDir dir;
+    macbethFrameView view;
+    view.resize(320, 400);
+    view.show();
+    QSignalSpy counts(&view, &macbethFrameView::frameCountChanged);
+    const QString saved = QDir::toNativeSeparators(
+            dir.filePath("a_capture_with_a_name_much_longer_than_the_panel_is_wide_0001.png"));
+    ASSERT_TRUE(view.replaceFrames({plain(40, 30, qRgb(200, 0, 0)), plain(40, 30, qRgb(0, 90, 0))},
+                                   {QString(), saved}));
+    EXPECT_EQ(counts.count(), 1); // the set changed once
+    ASSERT_EQ(view.frameCount(), 2);
+    EXPECT_EQ(view.view()->picture().pixel(5, 5), qRgb(0, 90, 0));
+    EXPECT_EQ(view.frameFileName(view.frameSet().at(0)), QString());
+    EXPECT_EQ(view.frameFileName(view.frameSet().at(1)), saved);
+
+    // The name is cut to the label's width, never widening the panel; the
+    // tool tip has it whole.
+    QApplication::processEvents();
+    auto *label = view.findChild<QLabel *>("labelFileName");
+    ASSERT_TRUE(label);
+    EXPECT_TRUE(label->text().contains(QChar(0x2026))) << label->text().toStdString();
+    EXPECT_LE(label->fontMetrics().horizontalAdvance(label->text()), label->width());
+    EXPECT_LE(view.width(), 320);
+    EXPECT_EQ(label->toolTip(), saved);
+
+    // A frame loaded again from a file goes by that file's name.
+    const QString other = kestro::test::saveImage(dir, "other.png", plain(40, 30));
+    ASSERT_TRUE(view.frameSet().at(1)->load(other));
+    EXPECT_EQ(view.frameFileName(view.frameSet().at(1)), other);
+
+    EXPECT_FALSE(view.replaceFrames({plain(40, 30), QImage()}, {}));
+    EXPECT_EQ(view.frameCount(), 2);
 }
 
 TEST(MacbethFrameView, RegionFilesAndSavedView)

@@ -168,10 +168,6 @@ void MacbethChartPage::buildUi()
     auto *split = new QSplitter(Qt::Horizontal, this);
     m_frameView = new macbethFrameView(split);
     split->addWidget(m_frameView);
-    // The frame's file name is cut rather than widening the page beyond a
-    // laptop screen.
-    if (auto *name = m_frameView->findChild<QLabel *>(QStringLiteral("labelFileName")))
-        name->setSizePolicy(QSizePolicy::Ignored, name->sizePolicy().verticalPolicy());
 
     auto *results = new QSplitter(Qt::Vertical, split);
     auto *charts = new QWidget(results);
@@ -270,28 +266,37 @@ void MacbethChartPage::loadChartImage()
 
 void MacbethChartPage::captureChartImage()
 {
-    m_frameView->clearFrames();
+    // The whole series is taken before anything changes: a capture that
+    // fails partway keeps the previous frames and their files.
     const int count = m_captureCount->value();
+    QVector<QImage> pictures;
     for (int i = 1; i <= count; ++i) {
         QImage picture;
         if (!m_capture || !m_capture(picture)) {
             message(QMessageBox::Critical, tr(kErrorTitle), captureFailureText());
             return;
         }
-        const QImage frameImage = picture.isNull() ? QImage()
-                                                   : picture.convertToFormat(QImage::Format_RGB32);
+        // The frames are 32-bit opaque pictures; the captured 24-bit buffer
+        // is let go as soon as it is converted.
+        QImage frameImage = picture.isNull()
+                                    ? QImage()
+                                    : std::move(picture).convertToFormat(QImage::Format_ARGB32);
         if (frameImage.isNull()) {
             message(QMessageBox::Critical, tr(kErrorTitle), captureConversionFailureText());
             return;
         }
-        const QString path = capturedPicturePath(i);
-        CFrame frame;
-        // The frame comes from the saved file, so that it has a name in the
-        // reports; when the file cannot be written it is taken as it is.
-        if (!savePng(frameImage, path) || !frame.load(path))
-            frame.setFromImage(frameImage);
-        m_frameView->addFrame(frame);
+        pictures << frameImage;
     }
+    // Each frame is saved so that it has a name in the reports; one that
+    // cannot be written is kept without a name. The frames are made from the
+    // pictures in memory, not read back from the files.
+    QStringList names;
+    for (int i = 0; i < pictures.size(); ++i) {
+        const QString path = capturedPicturePath(i + 1);
+        names << (savePng(pictures[i], path, PngContent::Photograph) ? path : QString());
+    }
+    if (!m_frameView->replaceFrames(pictures, names))
+        message(QMessageBox::Critical, tr(kErrorTitle), captureConversionFailureText());
 }
 
 bool MacbethChartPage::processMacbethChart()
@@ -324,7 +329,7 @@ bool MacbethChartPage::processMacbethChart()
     changeColordifferenceMetic(m_metric->currentIndex());
 
     const CFrame *frame = m_frameView->currentFrame();
-    m_chartImageFile = frame ? QDir::toNativeSeparators(frame->fileName()) : QString();
+    m_chartImageFile = QDir::toNativeSeparators(m_frameView->frameFileName(frame));
     if (!m_batchMode)
         m_colorReportView->clear();
     m_colorHtml = colorDifferenceReport(m_model, m_chartImageFile);
@@ -357,7 +362,7 @@ bool MacbethChartPage::calculateNoise()
     QStringList files;
     for (const CFrame *frame : set.frames()) {
         frames << frame;
-        files << QDir::toNativeSeparators(frame->fileName());
+        files << QDir::toNativeSeparators(m_frameView->frameFileName(frame));
     }
     QVector<QRect> patches;
     for (const QRectF &r : m_frameView->regionRects())

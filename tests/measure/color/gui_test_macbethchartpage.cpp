@@ -12,6 +12,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFileInfo>
+#include <QLabel>
 #include <QSpinBox>
 #include <QTemporaryDir>
 #include <QTextBrowser>
@@ -191,36 +192,61 @@ TEST(MacbethChartPage, AutoRunMeasuresAgainAfterARegionEdit)
     EXPECT_TRUE(f.messages.isEmpty());
 }
 
-TEST(MacbethChartPage, CaptureSeries)
+TEST(MacbethChartPage, CaptureSeriesReplacesTheFramesOnlyWhenComplete)
 {
+    QTemporaryDir tmp;
+    const QByteArray savedTmp = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(tmp.path()));
     PageFixture f;
+    const QString previous = f.addFrame(f.chart.image, "chart.png");
     f.page.captureChartImage(); // no capture service
     EXPECT_EQ(f.messages.last().title, "Error");
     EXPECT_EQ(f.lastText(), captureFailureText());
 
     int calls = 0;
+    int failing = 0;     // the call that fails
+    bool refused = true; // by the service, else with a picture that does not convert
     f.page.setCaptureFunction([&](QImage &picture) {
         ++calls;
-        picture = calls == 3 ? QImage() : QImage(64, 48, QImage::Format_RGB888);
+        if (calls == failing && refused)
+            return false;
+        picture = calls == failing ? QImage() : QImage(64, 48, QImage::Format_RGB888);
         if (!picture.isNull())
             picture.fill(QColor(10 * calls, 20, 30));
         return true;
     });
     f.page.findChild<QSpinBox *>("spinBoxCaptureCount")->setValue(3);
-    f.page.captureChartImage();
-    EXPECT_EQ(f.lastText(), captureConversionFailureText());
-    ASSERT_EQ(f.page.frameView()->frameCount(), 2);
-    const CFrame *second = f.page.frameView()->frameSet().at(1);
-    EXPECT_EQ(QFileInfo(second->fileName()).fileName(), "from_strobix_to_kestro2.png");
-    EXPECT_EQ(second->image().pixelColor(5, 5), QColor(20, 20, 30));
+    macbethFrameView *view = f.page.frameView();
+    // A series that fails partway keeps the previous frames, and writes no
+    // file that an earlier series' frames may be named after.
+    for (const auto &failure : {std::make_pair(2, true), std::make_pair(3, false)}) {
+        calls = 0;
+        failing = failure.first;
+        refused = failure.second;
+        f.page.captureChartImage();
+        EXPECT_EQ(f.lastText(), refused ? captureFailureText() : captureConversionFailureText());
+        ASSERT_EQ(view->frameCount(), 1);
+        EXPECT_EQ(view->frameFileName(view->frameSet().at(0)), previous);
+        EXPECT_TRUE(QDir(tmp.path()).entryList(QDir::Files).isEmpty());
+    }
 
-    // Failing after the first frame stops the series.
     calls = 0;
-    f.page.setCaptureFunction([&](QImage &picture) {
-        picture = QImage(8, 8, QImage::Format_RGB32);
-        return ++calls < 2;
-    });
+    failing = 0;
+    const int boxes = f.messages.size();
     f.page.captureChartImage();
-    EXPECT_EQ(f.page.frameView()->frameCount(), 1);
-    EXPECT_EQ(f.lastText(), captureFailureText());
+    EXPECT_EQ(f.messages.size(), boxes);
+    ASSERT_EQ(view->frameCount(), 3);
+    for (int k = 1; k <= 3; ++k) {
+        const CFrame *frame = view->frameSet().at(k - 1);
+        const QString file = QDir::toNativeSeparators(
+                tmp.filePath(QStringLiteral("from_strobix_to_kestro%1.png").arg(k)));
+        EXPECT_EQ(view->frameFileName(frame), file);
+        EXPECT_EQ(frame->image().pixelColor(5, 5), QColor(10 * k, 20, 30));
+        EXPECT_EQ(QImage(file).pixelColor(5, 5), QColor(10 * k, 20, 30));
+    }
+    // The last frame is shown, with its file's full name as the tool tip.
+    auto *name = view->findChild<QLabel *>(QStringLiteral("labelFileName"));
+    ASSERT_TRUE(name);
+    EXPECT_EQ(name->toolTip(), view->frameFileName(view->frameSet().at(2)));
+    qputenv("TMPDIR", savedTmp);
 }
