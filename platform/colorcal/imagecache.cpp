@@ -65,7 +65,42 @@ QImage decode(const QString &path, QString *error)
     }
 }
 
+// Keeps `image` as the decoded picture of the file and bounds the cache.
+void remember(const QString &key, qint64 modified, qint64 size, const QImage &image)
+{
+    std::lock_guard<std::mutex> lock(cacheMutex());
+    auto &list = entries();
+    list.remove_if([&](const Entry &e) { return e.path == key; });
+    list.push_front({key, modified, size, image});
+    qint64 bytes = 0;
+    int count = 0;
+    for (auto it = list.begin(); it != list.end();) {
+        bytes += it->image.sizeInBytes();
+        ++count;
+        if (it != list.begin() && (count > kMaxEntries || bytes > kMaxBytes)) {
+            bytes -= it->image.sizeInBytes();
+            --count;
+            it = list.erase(it);
+        } else
+            ++it;
+    }
+}
+
 } // namespace
+
+QImage cacheWrittenPicture(const QString &path, const QImage &picture)
+{
+    const QFileInfo info(path);
+    if (picture.isNull() || path.isEmpty() || !info.isFile())
+        return QImage();
+    const QImage decoded = picture.format() == QImage::Format_Grayscale8
+                                   ? picture
+                                   : picture.convertToFormat(QImage::Format_RGB32);
+    if (decoded.isNull())
+        return decoded;
+    remember(info.absoluteFilePath(), info.lastModified().toMSecsSinceEpoch(), info.size(), decoded);
+    return decoded;
+}
 
 QImage loadImageCached(const QString &path, QString *error)
 {
@@ -91,24 +126,8 @@ QImage loadImageCached(const QString &path, QString *error)
     // Decoding runs outside the lock; two threads asking for the same new
     // file at once both decode it, which costs time but stays correct.
     QImage image = decode(path, error);
-    if (image.isNull())
-        return image;
-    std::lock_guard<std::mutex> lock(cacheMutex());
-    auto &list = entries();
-    list.remove_if([&](const Entry &e) { return e.path == key; });
-    list.push_front({key, modified, size, image});
-    qint64 bytes = 0;
-    int count = 0;
-    for (auto it = list.begin(); it != list.end();) {
-        bytes += it->image.sizeInBytes();
-        ++count;
-        if (it != list.begin() && (count > kMaxEntries || bytes > kMaxBytes)) {
-            bytes -= it->image.sizeInBytes();
-            --count;
-            it = list.erase(it);
-        } else
-            ++it;
-    }
+    if (!image.isNull())
+        remember(key, modified, size, image);
     return image;
 }
 

@@ -356,7 +356,11 @@ void MtfPage::newSlantedEdgeImage(QImage &image)
     m_view->setPicture(image);
     if (!batch.commandLine) {
         m_view->fitView();
-        // A hidden page's view has no size yet: fit again once shown.
+        // The scroll bars of a zoomed view leave only when the view is laid
+        // out again, and a hidden page's view has no size yet: fit again
+        // once the view has its room.
+        if (isVisible())
+            QTimer::singleShot(0, m_view, &imageGraphicsView::fitView);
         m_fitOnShow = !isVisible();
     }
     clearResults();
@@ -398,8 +402,14 @@ void MtfPage::captureMTFChartImage()
     kestro::CapturedPicture captured;
     if (!kestro::capturePicture(this, m_capture, captured))
         return;
+    // The view shows the picture as the calculation decodes the file, and
+    // the calculation takes it from memory instead of reading the file back.
+    QImage picture = kestro::colorcal::cacheWrittenPicture(captured.path, captured.image);
+    if (picture.isNull())
+        picture = captured.image;
+    captured.image = QImage();
     m_mtfFileName = captured.path;
-    newSlantedEdgeImage(captured.image);
+    newSlantedEdgeImage(picture);
     kestro::showCapturedFile(m_fileName);
     m_loadedFileName = kestro::capturedFileText();
     m_fileNameEdited = false;

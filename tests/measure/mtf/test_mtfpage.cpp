@@ -9,9 +9,11 @@
 #include "measure/mtf/gui/mtfpage.h"
 #include "measure/mtf/gui/mtfplot.h"
 #include "measure/mtf/regionbasedmtf.h"
+#include "platform/colorcal/imagecache.h"
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QDir>
 #include <QLineEdit>
@@ -208,6 +210,9 @@ TEST_F(Page, CaptureSavesThePictureAndMarksTheFileLine)
     EXPECT_EQ(QImage(saved).size(), QSize(320, 960));
     EXPECT_EQ(page.fileNameLine()->text(), "<<Captured from Strobix>>");
     EXPECT_EQ(page.fileNameLine()->styleSheet(), "background-color: rgb(170, 255, 127);");
+    // The regions measure the picture in memory; the file is not read back.
+    EXPECT_EQ(kestro::colorcal::loadImageCached(saved).constBits(),
+              page.view()->picture().constBits());
 }
 
 TEST_F(Page, FileNameLineColoursAndTypedPaths)
@@ -289,4 +294,28 @@ TEST_F(Page, BatchRunsTakeTheWindowFieldsAndSayWhyNothingWasWritten)
         EXPECT_NE(err.find(c.why.toStdString()), std::string::npos) << err;
         EXPECT_NE(err.find("Kestro: no MTF report written"), std::string::npos) << err;
     }
+}
+
+TEST_F(Page, CapturedPictureIsFittedToTheView)
+{
+    page.resize(1366, 700);
+    page.show();
+    QImage big(4000, 3000, QImage::Format_RGB888);
+    big.fill(Qt::gray);
+    page.setCaptureFunction([&](QImage &p) { return p = big, true; });
+    // Captured while the previous picture is zoomed in: the view loses its
+    // scroll bars on the way.
+    page.captureMTFChartImage();
+    page.view()->zoomIn();
+    page.view()->zoomIn();
+    QApplication::processEvents();
+    page.captureMTFChartImage();
+    QApplication::processEvents();
+    const QSizeF shown = page.view()->mapFromScene(page.view()->sceneRect()).boundingRect().size();
+    const QSize room = page.view()->viewport()->size();
+    EXPECT_LE(shown.width(), room.width());
+    EXPECT_LE(shown.height(), room.height());
+    EXPECT_GE(std::max(shown.width() - room.width(), shown.height() - room.height()), -4.0)
+            << shown.width() << "x" << shown.height() << " in " << room.width() << "x"
+            << room.height();
 }
