@@ -317,7 +317,16 @@ QWidget *Kestro::buildInitializationPage()
     setTabOrder(apply, saveDefault);
     setTabOrder(saveDefault, saveNew);
     updateCameraStatus();
-    return initTab;
+
+    // The page scrolls when the window is lower than it: the tabs share the
+    // height of the tallest page, and the report docks below the other
+    // pages would be left little room.
+    auto *scroll = new QScrollArea;
+    scroll->setObjectName(QStringLiteral("initScroll"));
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setWidget(initTab);
+    return scroll;
 }
 
 void Kestro::buildActions()

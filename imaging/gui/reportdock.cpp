@@ -35,7 +35,7 @@ public:
 
 int ReportDock::firstHeight(int screenHeight)
 {
-    return screenHeight <= 800 ? 125 : screenHeight / 4;
+    return screenHeight / 4;
 }
 
 ReportDock::ReportDock(const QString &title, const QString &name, QWidget *view, QWidget *page)

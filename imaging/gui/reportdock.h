@@ -31,9 +31,9 @@ public:
     void showWithTab(QTabWidget *tabs, QWidget *page);
 
     // First height of the report (without the title) on a screen of
-    // `screenHeight`: a quarter of a large screen; on a laptop screen (800 px
-    // or less) a few lines, so that the pages above keep the room they need.
-    // The user drags it taller or floats it.
+    // `screenHeight`: a quarter of it, which leaves the pages above the room
+    // they need on a laptop screen too. The user drags it taller or floats
+    // it.
     static int firstHeight(int screenHeight);
 
 protected:

@@ -221,6 +221,17 @@ protected:
         EXPECT_TRUE(faults.isEmpty()) << page << ":\n" << faults.join('\n').toStdString();
     }
 
+    // The report dock shown below a page gets a fair share of the window's
+    // height: the tabs are as tall as their tallest page needs, not more.
+    void expectRoomForReports(const char *page, const char *dockName)
+    {
+        auto *dock = window->findChild<QDockWidget *>(QLatin1String(dockName));
+        ASSERT_TRUE(dock);
+        ASSERT_TRUE(dock->isVisible()) << page;
+        EXPECT_GE(dock->height(), window->height() / 4)
+                << page << ": the dock is " << dock->height() << " px of " << window->height();
+    }
+
     // Where the pictures the pages open are kept: beside the screenshots
     // when they are taken (their names show in the pictures).
     QString pictureFile(const QString &name, const QImage &picture)
@@ -268,6 +279,7 @@ TEST_F(PageLayout, EveryPageFitsTheScreenWithResultsShown)
     EXPECT_TRUE(chart->calculateNoise());
     showTab(1, "macbeth");
     expectFits("Macbeth Chart Image Tests");
+    expectRoomForReports("Macbeth Chart Image Tests", "chartReportDock");
 
     auto *mtf = window->findChild<MtfPage *>();
     ASSERT_TRUE(mtf);
@@ -279,6 +291,7 @@ TEST_F(PageLayout, EveryPageFitsTheScreenWithResultsShown)
     EXPECT_TRUE(mtf->calcMTF(false));
     showTab(2, "mtf");
     expectFits("MTF");
+    expectRoomForReports("MTF", "mtfReportDock");
 
     auto *uniformity = window->findChild<UniformityPage *>();
     ASSERT_TRUE(uniformity);
@@ -286,6 +299,7 @@ TEST_F(PageLayout, EveryPageFitsTheScreenWithResultsShown)
     uniformity->printUniHTML();
     showTab(3, "uniformity");
     expectFits("Color Uniformity");
+    expectRoomForReports("Color Uniformity", "uniReportDock");
 
     // Beside the quick-start help the pages scroll (the chart page's plots
     // keep their size); the picture is for the manual.
