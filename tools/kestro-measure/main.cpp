@@ -3,15 +3,23 @@
 
 #include "command.h"
 
+#ifndef KESTRO_MEASURE_LEAN
 #include <QApplication>
+#endif
 #include <QCoreApplication>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
+
+#ifdef KESTRO_MEASURE_LEAN
+#include <unistd.h>
+#endif
 
 namespace kestro::measure {
 
@@ -83,6 +91,43 @@ static bool drawsReportPictures(int argc, char **argv)
     return false;
 }
 
+#ifdef KESTRO_MEASURE_LEAN
+// This program holds only the plain measurements. Whatever else the command
+// line asks for (a command it does not hold, a report drawn with widgets,
+// the usage over every command) is handed to the full program beside it,
+// which replaces this process: arguments, standard streams and exit status
+// stay those of one run.
+static bool runsHere(int argc, char **argv)
+{
+    if (argc < 2 || drawsReportPictures(argc, argv))
+        return false;
+    for (const Command &c : commands()) {
+        if (std::strcmp(argv[1], c.name) == 0)
+            return true;
+    }
+    return false;
+}
+
+static std::string fullProgramPath()
+{
+    std::vector<char> buffer(4096);
+    const ssize_t n = readlink("/proc/self/exe", buffer.data(), buffer.size() - 1);
+    std::string self = n > 0 ? std::string(buffer.data(), std::size_t(n)) : std::string();
+    const std::string::size_type slash = self.rfind('/');
+    return (slash == std::string::npos ? std::string() : self.substr(0, slash + 1))
+           + KESTRO_MEASURE_FULL_NAME;
+}
+
+[[noreturn]] static void runFullProgram(char **argv)
+{
+    const std::string path = fullProgramPath();
+    execv(path.c_str(), argv);
+    std::fprintf(stderr, "kestro-measure: cannot start %s: %s\n", path.c_str(),
+                 std::strerror(errno));
+    std::exit(1);
+}
+#endif
+
 static void printUsage(FILE *out)
 {
     std::vector<Command> sorted = commands();
@@ -103,14 +148,20 @@ int main(int argc, char **argv)
     // a silent death by signal.
     std::signal(SIGPIPE, SIG_IGN);
 #endif
+#ifdef KESTRO_MEASURE_LEAN
+    if (!runsHere(argc, argv))
+        runFullProgram(argv);
+#endif
     std::unique_ptr<QCoreApplication> app;
+#ifndef KESTRO_MEASURE_LEAN
     if (drawsReportPictures(argc, argv)) {
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
         app = std::make_unique<QApplication>(argc, argv);
-    } else {
-        app = std::make_unique<QCoreApplication>(argc, argv);
     }
+#endif
+    if (!app)
+        app = std::make_unique<QCoreApplication>(argc, argv);
     QStringList args = app->arguments();
     args.removeFirst();
     if (args.isEmpty() || args.first() == QLatin1String("--help")
