@@ -12,6 +12,8 @@
 #include "acquisition/automation.h"
 #include "acquisition/camera.h"
 
+#include "capturecopy.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -41,26 +43,6 @@ CCamera *camera()
     }
     return g_camera.get();
 }
-
-void BM_CopyBaseline12MP(benchmark::State &state)
-{
-    const std::size_t pixels = std::size_t(kWidth) * kHeight;
-    std::unique_ptr<std::uint8_t[]> frame(new std::uint8_t[pixels * 4]);
-    std::memset(frame.get(), 77, pixels * 4);
-    for (auto _ : state) {
-        std::unique_ptr<std::uint8_t[]> rgb(new std::uint8_t[pixels * 3]);
-        const std::uint8_t *s = frame.get();
-        std::uint8_t *d = rgb.get();
-        for (std::size_t i = 0; i < pixels; ++i, s += 4, d += 3) {
-            d[0] = s[0];
-            d[1] = s[1];
-            d[2] = s[2];
-        }
-        benchmark::DoNotOptimize(rgb.get());
-        benchmark::ClobberMemory();
-    }
-}
-BENCHMARK(BM_CopyBaseline12MP)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_Capture12MP(benchmark::State &state)
 {

@@ -19,6 +19,8 @@
 #include "measure/uniformity/gui/uniformitypage.h"
 #include "scene.h"
 
+#include "capturecopy.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
@@ -82,26 +84,6 @@ struct Source
         state.ResumeTiming();
     }
 };
-
-void BM_CopyBaseline12MP(benchmark::State &state)
-{
-    const std::size_t pixels = std::size_t(kWidth) * kHeight;
-    std::unique_ptr<std::uint8_t[]> frame(new std::uint8_t[pixels * 4]);
-    std::memset(frame.get(), 77, pixels * 4);
-    for (auto _ : state) {
-        std::unique_ptr<std::uint8_t[]> rgb(new std::uint8_t[pixels * 3]);
-        const std::uint8_t *s = frame.get();
-        std::uint8_t *d = rgb.get();
-        for (std::size_t i = 0; i < pixels; ++i, s += 4, d += 3) {
-            d[0] = s[0];
-            d[1] = s[1];
-            d[2] = s[2];
-        }
-        benchmark::DoNotOptimize(rgb.get());
-        benchmark::ClobberMemory();
-    }
-}
-BENCHMARK(BM_CopyBaseline12MP)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The captured file alone: written with the settings for drawings (plain
 // rows, fastest LZ matching; /0) and for photographs (/1).
