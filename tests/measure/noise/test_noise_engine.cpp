@@ -404,7 +404,10 @@ TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
                 for (int x = 0; x < w; ++x) {
                     const int cls = map[order][(x & 1) + 2 * (y & 1)];
                     const int noise = cls == 1 ? (i - 1) * 6 : 0; // red: -6, 0, +6
-                    frames[i][y * w + x] = static_cast<std::uint16_t>(black + level[cls] + noise);
+                    // The 2-pixel border that the picture leaves out reads black.
+                    const bool border = x < 2 || y < 2 || x >= w - 2 || y >= h - 2;
+                    frames[i][y * w + x] = static_cast<std::uint16_t>(
+                            black + (border ? 0 : level[cls] + noise));
                 }
         auto check = [&](const NoisePatchResult &r) {
             EXPECT_EQ(r.layout, NoiseLayout::Bayer);
@@ -471,8 +474,13 @@ TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
         }
         QVector<NoisePatchResult> fromFiles;
         NoiseFailure failure;
-        ASSERT_TRUE(measureNoise(loaded, {QRect(3, 1, 9, 7)}, &fromFiles, &failure));
+        ASSERT_TRUE(
+                measureNoise(loaded, {QRect(3, 1, 9, 7), QRect(0, 0, 1, 1)}, &fromFiles, &failure));
         check(fromFiles[0]);
+        // Picture (0, 0) is mosaic (2, 2), inside the border: its one site.
+        const int cls = map[order][0];
+        const int channel = cls == 1 ? 0 : cls == 0 ? 1 : cls == 3 ? 2 : 3;
+        EXPECT_EQ(fromFiles[1].channels[channel].signal, level[cls]);
         // The picture is the mosaic less two pixels each side: 20 x 14.
         EXPECT_TRUE(measureNoise(loaded, {QRect(19, 13, 1, 1)}, &fromFiles, &failure));
         EXPECT_FALSE(measureNoise(loaded, {QRect(19, 13, 2, 1)}, &fromFiles, &failure));
