@@ -3,23 +3,15 @@
 // the truth and kestro-measure, every picture it refers to opens in a
 // browser engine, and a report that cannot be written leaves nothing behind.
 
+#include "browsercheck.h"
 #include "tests/platform/colorcal/slantededge.h"
 #include "testsupport.h"
 
 #include <QDir>
-#include <QEventLoop>
 #include <QJsonArray>
 #include <QRegularExpression>
 #include <QTemporaryDir>
-#include <QTimer>
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#if __has_include(<QtWebEngineWidgets/QWebEngineView>)
-#include <QtWebEngineWidgets/QWebEnginePage>
-#include <QtWebEngineWidgets/QWebEngineView>
-#define KESTRO_TEST_WEBENGINE 1
-#endif
 
 using kestro::test::ProcessResult;
 
@@ -97,38 +89,7 @@ QStringList figureCells(const QString &regionHtml, const QString &channel)
     return cells;
 }
 
-#ifdef KESTRO_TEST_WEBENGINE
-// The natural widths of the pictures of an HTML file once the browser
-// engine has loaded it (0 for a picture that did not load).
-QList<int> pictureWidths(const QString &path)
-{
-    // The engine does not start as root with its sandbox on.
-    if (::geteuid() == 0)
-        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
-    QWebEngineView view;
-    QEventLoop loop;
-    bool loaded = false;
-    QObject::connect(&view, &QWebEngineView::loadFinished, [&](bool ok) {
-        loaded = ok;
-        loop.quit();
-    });
-    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-    view.load(QUrl::fromLocalFile(path));
-    loop.exec();
-    QList<int> widths;
-    if (!loaded)
-        return widths;
-    view.page()->runJavaScript(
-            "Array.from(document.images).map(function (i) { return i.naturalWidth; })",
-            [&](const QVariant &result) {
-                for (const QVariant &w : result.toList())
-                    widths << w.toInt();
-                loop.quit();
-            });
-    loop.exec();
-    return widths;
-}
-#endif
+using kestro::test::pictureWidths;
 
 } // namespace
 

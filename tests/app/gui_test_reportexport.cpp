@@ -8,20 +8,13 @@
 #include "measure/color/gui/macbethchartpage.h"
 #include "tests/measure/color/chartimage.h"
 
+#include "browsercheck.h"
+
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
-#include <QTimer>
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#if __has_include(<QtWebEngineWidgets/QWebEngineView>)
-#include <QtWebEngineWidgets/QWebEnginePage>
-#include <QtWebEngineWidgets/QWebEngineView>
-#define KESTRO_TEST_WEBENGINE 1
-#endif
 
 using namespace kestro;
 
@@ -127,38 +120,7 @@ struct ExportFixture
     }
 };
 
-#ifdef KESTRO_TEST_WEBENGINE
-// The natural width of every picture of an HTML file once the browser
-// engine has loaded it (0 for a picture that did not load).
-QList<int> pictureWidths(const QString &path)
-{
-    // The engine does not start as root with its sandbox on.
-    if (::geteuid() == 0)
-        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
-    QWebEngineView view;
-    QEventLoop loop;
-    bool loaded = false;
-    QObject::connect(&view, &QWebEngineView::loadFinished, [&](bool ok) {
-        loaded = ok;
-        loop.quit();
-    });
-    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-    view.load(QUrl::fromLocalFile(path));
-    loop.exec();
-    QList<int> widths;
-    if (!loaded)
-        return widths;
-    view.page()->runJavaScript("Array.from(document.images).map(function (i) { return "
-                               "i.naturalWidth; })",
-                               [&](const QVariant &result) {
-                                   for (const QVariant &w : result.toList())
-                                       widths << w.toInt();
-                                   loop.quit();
-                               });
-    loop.exec();
-    return widths;
-}
-#endif
+using kestro::test::pictureWidths;
 
 } // namespace
 

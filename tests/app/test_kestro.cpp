@@ -51,15 +51,7 @@ std::unique_ptr<Kestro> batchWindow(const char *test)
     return window;
 }
 
-// The message boxes a call printed (on a non-interactive display they go
-// to stderr as "Title: text").
-template<typename F>
-QString boxesOf(F &&call)
-{
-    testing::internal::CaptureStderr();
-    call();
-    return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
-}
+using kestro::test::boxesOf;
 
 QByteArray readAll(const QString &path)
 {

@@ -32,13 +32,7 @@ using namespace kestro;
 
 namespace {
 
-template<typename F>
-QString boxesOf(F &&call)
-{
-    testing::internal::CaptureStderr();
-    call();
-    return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
-}
+using kestro::test::boxesOf;
 
 double cell(QTableWidget *table, int row, int column)
 {

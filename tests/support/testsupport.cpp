@@ -131,4 +131,11 @@ QString makeFifo(const QTemporaryDir &dir, const QString &name)
     return ::mkfifo(QFile::encodeName(path).constData(), 0600) == 0 ? path : QString();
 }
 
+QString boxesOf(const std::function<void()> &call)
+{
+    testing::internal::CaptureStderr();
+    call();
+    return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
+}
+
 } // namespace kestro::test

@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <QString>
 #include <QTemporaryDir>
+#include <functional>
 #include <ostream>
 
 // Lets GoogleTest print texts in failure messages.
@@ -53,5 +54,9 @@ QByteArray pngDeclaringSize(quint32 width, quint32 height);
 
 // Makes a named pipe in `dir` and returns its path (empty on failure).
 QString makeFifo(const QTemporaryDir &dir, const QString &name);
+
+// The message boxes a call printed: on a non-interactive display they go to
+// stderr as "Title: text".
+QString boxesOf(const std::function<void()> &call);
 
 } // namespace kestro::test

@@ -27,15 +27,7 @@ using namespace kestro;
 
 namespace {
 
-// The message boxes a call printed (on a non-interactive display they go
-// to stderr as "Title: text").
-template<typename F>
-QString boxesOf(F &&call)
-{
-    testing::internal::CaptureStderr();
-    call();
-    return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str());
-}
+using kestro::test::boxesOf;
 
 // Linear light of the green channel in the middle of a picture.
 double middleLevel(const QImage &picture)

@@ -3,6 +3,7 @@
 // test writes it (pictures copied beside the report, linked with
 // backslashes).
 
+#include "browsercheck.h"
 #include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
 #include "measure/uniformity/gui/uniformityreport.h"
@@ -11,16 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
-#include <QEventLoop>
 #include <QTemporaryDir>
-#include <QTimer>
-#include <unistd.h>
-
-#if __has_include(<QWebEngineView>)
-#include <QWebEnginePage>
-#include <QWebEngineView>
-#define KESTRO_TEST_WEBENGINE 1
-#endif
 
 using namespace kestro;
 
@@ -35,40 +27,7 @@ QImage shaded(int width, int height)
     return image;
 }
 
-#ifdef KESTRO_TEST_WEBENGINE
-// The natural widths of the pictures of an HTML file once the browser has
-// loaded it (0 for a picture that did not load); empty when the page did
-// not load.
-QList<int> pictureWidths(const QString &path)
-{
-    // The engine does not start as root with its sandbox on.
-    if (::geteuid() == 0)
-        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
-    QWebEngineView view;
-    view.resize(1000, 800);
-    QEventLoop loop;
-    bool loaded = false;
-    QObject::connect(&view, &QWebEngineView::loadFinished, [&](bool ok) {
-        loaded = ok;
-        loop.quit();
-    });
-    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-    view.load(QUrl::fromLocalFile(path));
-    loop.exec();
-    if (!loaded)
-        return {};
-    QList<int> widths;
-    view.page()->runJavaScript(
-            "Array.from(document.images).map(function (i) { return i.naturalWidth; })",
-            [&](const QVariant &result) {
-                for (const QVariant &w : result.toList())
-                    widths.append(w.toInt());
-                loop.quit();
-            });
-    loop.exec();
-    return widths;
-}
-#endif
+using kestro::test::pictureWidths;
 
 } // namespace
 
