@@ -26,28 +26,70 @@ CColorCalibrate &regionBasedMTF::sharedCalibration()
     return calibration;
 }
 
+void regionBasedMTF::publish()
+{
+    m_published.fetch_add(1, std::memory_order_release);
+}
+
+void regionBasedMTF::acquire() const
+{
+    (void) m_published.load(std::memory_order_acquire);
+}
+
 void regionBasedMTF::setFileName(const QString &fileName)
 {
+    acquire();
     if (fileName.compare(m_fileName, Qt::CaseSensitive) == 0)
         return;
     m_fileName = fileName;
     m_dirty = true;
+    publish();
 }
 
 void regionBasedMTF::setGamma(double gamma)
 {
+    acquire();
     if (gamma == m_gamma)
         return;
     m_gamma = gamma;
     m_dirty = true;
+    publish();
 }
 
 void regionBasedMTF::setPictureHeight(unsigned height)
 {
+    acquire();
     if (height == m_pictureHeight)
         return;
     m_pictureHeight = height;
     m_dirty = true;
+    publish();
+}
+
+void regionBasedMTF::setRegion(const QRect &rect)
+{
+    acquire();
+    regionBasedCalculation::setRegion(rect);
+    publish();
+}
+
+QRect regionBasedMTF::region() const
+{
+    acquire();
+    return regionBasedCalculation::region();
+}
+
+bool regionBasedMTF::isValid() const
+{
+    acquire();
+    return regionBasedCalculation::isValid();
+}
+
+void regionBasedMTF::invalidate()
+{
+    acquire();
+    regionBasedCalculation::invalidate();
+    publish();
 }
 
 void regionBasedMTF::setDrawnRegion(const QRectF &drawn)
@@ -57,6 +99,7 @@ void regionBasedMTF::setDrawnRegion(const QRectF &drawn)
     const bool inRange = std::all_of(std::begin(edges), std::end(edges), [](double v) {
         return std::isfinite(v) && std::fabs(v) <= kMaxCoordinate;
     });
+    acquire();
     QString rangeError;
     if (!inRange) {
         rangeError = QStringLiteral("The region (left %1, top %2, width %3, height %4) lies beyond "
@@ -69,6 +112,7 @@ void regionBasedMTF::setDrawnRegion(const QRectF &drawn)
     if (rangeError != m_rangeError) {
         m_rangeError = rangeError;
         m_dirty = true;
+        publish();
     }
     setRegion(kestro::roiStoredRect(rect));
 }
@@ -103,6 +147,7 @@ const double *regionBasedMTF::curve(int channel) const
 
 double regionBasedMTF::overshoot(int channel) const
 {
+    acquire();
     return channel >= 0 && channel < 4 ? m_overshoot[channel] : 0.0;
 }
 
@@ -119,11 +164,13 @@ double regionBasedMTF::samplesPerBin(int channel) const
 
 QString regionBasedMTF::errorMessage() const
 {
+    acquire();
     return m_errorMessage;
 }
 
 QString regionBasedMTF::regionInfoHtml() const
 {
+    acquire();
     // One multi-argument pass, so that a "%" sequence in the file name is
     // left as it stands.
     QString info = QString("<table><tr><th align=\"left\">Region</th><td> topleft(%1, %2), width: "
@@ -156,6 +203,7 @@ QString regionBasedMTF::regionInfoHtml() const
 
 QString regionBasedMTF::regionTag() const
 {
+    acquire();
     return QString("%1_%2_%3_%4")
             .arg(m_region.left())
             .arg(m_region.top())
@@ -194,8 +242,15 @@ bool regionBasedMTF::callLibrary(unsigned int &pointCount, double *frequencies, 
 
 bool regionBasedMTF::calculate()
 {
+    acquire();
     if (!m_dirty)
         return true;
+    // Whichever way the calculation ends, its results are published.
+    struct Publisher
+    {
+        regionBasedMTF *self;
+        ~Publisher() { self->publish(); }
+    } publisher{this};
     std::fill(std::begin(m_overshoot), std::end(m_overshoot), 0.0);
     if (!m_rangeError.isEmpty()) {
         m_errorMessage = m_rangeError;

@@ -8,6 +8,7 @@
 
 #include <QRectF>
 #include <QString>
+#include <atomic>
 
 class regionBasedMTF : public regionBasedCalculation
 {
@@ -23,6 +24,10 @@ public:
 
     bool calculate() override;
     QString errorMessage() const override;
+    bool isValid() const override;
+    QRect region() const override;
+    void setRegion(const QRect &rect) override;
+    void invalidate() override;
 
     // Each setter marks the result stale only when the value really changes.
     void setFileName(const QString &fileName);
@@ -34,15 +39,15 @@ public:
     // calculate() with a message that names it.
     void setDrawnRegion(const QRectF &rect);
     static constexpr double kMaxCoordinate = 1 << 30;
-    QString fileName() const { return m_fileName; }
-    double gamma() const { return m_gamma; }
-    unsigned pictureHeight() const { return m_pictureHeight; }
+    QString fileName() const { return acquired(m_fileName); }
+    double gamma() const { return acquired(m_gamma); }
+    unsigned pictureHeight() const { return acquired(m_pictureHeight); }
 
     // Null while there is no valid result (and for a channel outside 0..3).
     const double *frequencies() const;
     const double *frequenciesLWPH() const;
     const double *curve(int channel) const;
-    unsigned pointCount() const { return m_pointCount; }
+    unsigned pointCount() const { return acquired(m_pointCount); }
 
     // The last computed values, valid or not (0 outside 0..4).
     double mtf50(int channel) const { return metric(m_mtf50, channel); }
@@ -54,7 +59,7 @@ public:
     // Curve maximum minus 1 for red, green and blue; the plain maximum for
     // gray; 0.0 for any other channel.
     double overshoot(int channel) const;
-    double roiDistance() const { return m_roiDistance; }
+    double roiDistance() const { return acquired(m_roiDistance); }
     // How far the result can be trusted, per channel: the edge's
     // contrast-to-noise ratio and the mean number of pixels behind each
     // value of the edge profile. NaN while there is no result and for a
@@ -84,11 +89,28 @@ protected:
     // until then.
     CColorCalibrate::MtfQuality m_quality{};
 
+    // Inputs and results are written on the MTF worker thread and read on
+    // the interface thread after the run. That handover (a queued signal,
+    // QThread::wait) happens inside Qt, out of the thread sanitizer's sight,
+    // and plain reads would not be ordered by the standard's rules either:
+    // every change ends with publish() (a release) and every read starts
+    // with acquire().
+    void publish();
+    void acquire() const;
+
 private:
-    static double metric(const double (&values)[5], int channel)
+    template<typename T>
+    const T &acquired(const T &member) const
     {
+        acquire();
+        return member;
+    }
+    double metric(const double (&values)[5], int channel) const
+    {
+        acquire();
         return channel >= 0 && channel < 5 ? values[channel] : 0.0;
     }
+    std::atomic<unsigned> m_published{0};
 
     double m_frequencies[kMaxPoints] = {};
     double m_frequenciesLWPH[kMaxPoints] = {};

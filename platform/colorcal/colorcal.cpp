@@ -23,6 +23,7 @@ bool CColorCalibrate::InitializeCalibration(bool colorCalibration, bool mtf)
     (void) colorCalibration;
     (void) mtf;
     // The computations are self-contained: nothing to load or warm up.
+    const std::lock_guard<std::mutex> lock(m_errorMutex);
     m_initialized = true;
     m_errorState = 0;
     m_errorText[0] = '\0';
@@ -31,6 +32,7 @@ bool CColorCalibrate::InitializeCalibration(bool colorCalibration, bool mtf)
 
 int CColorCalibrate::LastErrorState(char *text, int size) const
 {
+    const std::lock_guard<std::mutex> lock(m_errorMutex);
     if (text && size > 0) {
         std::strncpy(text, m_errorText, static_cast<std::size_t>(size) - 1);
         text[size - 1] = '\0';

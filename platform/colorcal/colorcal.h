@@ -10,6 +10,7 @@
 #include <QList>
 #include <QString>
 #include <functional>
+#include <mutex>
 
 struct tl_camera_t;
 
@@ -128,6 +129,9 @@ public:
 private:
     tl_camera_t *m_camera = nullptr;
     std::function<tl_camera_t *()> m_cameraSource;
+    // The error state is set by initialisation on a worker thread while the
+    // window may already ask for it: both sides take the lock.
+    mutable std::mutex m_errorMutex;
     bool m_initialized = false;
     int m_errorState = 0;
     char m_errorText[512] = {};

@@ -42,6 +42,7 @@ QByteArray fitName(const Result &r)
 
 void CColorCalibrate::setError(int state, const char *text)
 {
+    const std::lock_guard<std::mutex> lock(m_errorMutex);
     m_errorState = state;
     std::strncpy(m_errorText, text, sizeof m_errorText - 1);
     m_errorText[sizeof m_errorText - 1] = '\0';
