@@ -40,86 +40,56 @@ void appendChunk(QByteArray &out, const char *type, const QByteArray &data)
 struct Stripe
 {
     QByteArray deflated;
-    uLong adler = 1; // of the stripe's filtered rows
+    uLong adler = 1; // of the stripe's scanlines
     uLong crc = 0;   // of `deflated`
     bool ok = false;
 };
 
-// The picture's rows as PNG scanlines: the filter byte, then the samples.
-class Scanlines
+// Fills `row` with scanline y of a gray, 24-bit or unpremultiplied 32-bit
+// picture: the filter byte (none), then the samples.
+void fillScanline(const QImage &image, int y, unsigned char *row)
 {
-public:
-    Scanlines(const QImage &image, PngContent content)
-        : m_image(image)
-        , m_channels(image.format() == QImage::Format_Grayscale8 ? 1 : 3)
-        , m_subtract(content == PngContent::Photograph)
-    { }
-
-    int channels() const { return m_channels; }
-    qint64 length() const { return 1 + qint64(m_image.width()) * m_channels; }
-
-    // Fills `row` (length() bytes) with scanline y; `samples` is scratch of
-    // the same size for the unfiltered samples.
-    void fill(int y, unsigned char *row, unsigned char *samples) const
-    {
-        const int width = m_image.width();
-        const uchar *line = m_image.constScanLine(y);
-        unsigned char *out = m_subtract ? samples : row + 1;
-        switch (m_image.format()) {
-        case QImage::Format_Grayscale8:
-            std::memcpy(out, line, std::size_t(width));
-            break;
-        case QImage::Format_RGB888:
-            std::memcpy(out, line, std::size_t(width) * 3);
-            break;
-        default: { // 32-bit pixels, 0xAARRGGBB
-            const auto *pixels = reinterpret_cast<const QRgb *>(line);
-            for (int x = 0; x < width; ++x, out += 3) {
-                out[0] = static_cast<unsigned char>(qRed(pixels[x]));
-                out[1] = static_cast<unsigned char>(qGreen(pixels[x]));
-                out[2] = static_cast<unsigned char>(qBlue(pixels[x]));
-            }
-            break;
+    const int width = image.width();
+    const uchar *line = image.constScanLine(y);
+    row[0] = 0;
+    unsigned char *out = row + 1;
+    switch (image.format()) {
+    case QImage::Format_Grayscale8:
+        std::memcpy(out, line, std::size_t(width));
+        break;
+    case QImage::Format_RGB888:
+        std::memcpy(out, line, std::size_t(width) * 3);
+        break;
+    default: { // 32-bit pixels, 0xAARRGGBB
+        const auto *pixels = reinterpret_cast<const QRgb *>(line);
+        for (int x = 0; x < width; ++x, out += 3) {
+            out[0] = static_cast<unsigned char>(qRed(pixels[x]));
+            out[1] = static_cast<unsigned char>(qGreen(pixels[x]));
+            out[2] = static_cast<unsigned char>(qBlue(pixels[x]));
         }
-        }
-        if (!m_subtract) {
-            row[0] = 0; // filter: none
-            return;
-        }
-        // Filter "Sub": each sample less the same sample of the pixel to its
-        // left (modulo 256).
-        row[0] = 1;
-        const qint64 n = qint64(width) * m_channels;
-        std::memcpy(row + 1, samples, std::size_t(m_channels));
-        for (qint64 i = m_channels; i < n; ++i)
-            row[1 + i] = static_cast<unsigned char>(samples[i] - samples[i - m_channels]);
+        break;
     }
+    }
+}
 
-private:
-    const QImage &m_image;
-    const int m_channels;
-    const bool m_subtract;
-};
-
-Stripe deflateStripe(const Scanlines &lines, int firstRow, int endRow, bool last, PngContent content)
+Stripe deflateStripe(const QImage &image, qint64 length, int firstRow, int endRow, bool last,
+                     PngCompression compression)
 {
     Stripe stripe;
     z_stream z{};
-    const int strategy = content == PngContent::Photograph ? Z_HUFFMAN_ONLY : Z_DEFAULT_STRATEGY;
     // A raw stream: the zlib header and checksum are written once for all
     // stripes.
-    if (deflateInit2(&z, 1, Z_DEFLATED, -15, 8, strategy) != Z_OK)
+    const int level = compression == PngCompression::None ? 0 : 1;
+    if (deflateInit2(&z, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         return stripe;
-    const qint64 length = lines.length();
     std::vector<unsigned char> row(static_cast<std::size_t>(length));
-    std::vector<unsigned char> samples(static_cast<std::size_t>(length));
     const uLong bound = deflateBound(&z, static_cast<uLong>(length * (endRow - firstRow))) + 16;
     stripe.deflated.resize(static_cast<int>(bound));
     z.next_out = reinterpret_cast<Bytef *>(stripe.deflated.data());
     z.avail_out = static_cast<uInt>(bound);
     bool ok = true;
     for (int y = firstRow; y < endRow && ok; ++y) {
-        lines.fill(y, row.data(), samples.data());
+        fillScanline(image, y, row.data());
         stripe.adler = adler32(stripe.adler, row.data(), static_cast<uInt>(length));
         z.next_in = row.data();
         z.avail_in = static_cast<uInt>(length);
@@ -138,7 +108,7 @@ Stripe deflateStripe(const Scanlines &lines, int firstRow, int endRow, bool last
 
 } // namespace
 
-QByteArray encodePng(const QImage &source, PngContent content)
+QByteArray encodePng(const QImage &source, PngCompression compression)
 {
     if (source.isNull())
         return QByteArray();
@@ -157,7 +127,8 @@ QByteArray encodePng(const QImage &source, PngContent content)
     }
     if (image.isNull())
         return QByteArray();
-    const Scanlines lines(image, content);
+    const int channels = image.format() == QImage::Format_Grayscale8 ? 1 : 3;
+    const qint64 rowBytes = 1 + qint64(image.width()) * channels;
     const int width = image.width();
     const int height = image.height();
 
@@ -165,9 +136,9 @@ QByteArray encodePng(const QImage &source, PngContent content)
     QByteArray header;
     appendBigEndian(header, static_cast<quint32>(width));
     appendBigEndian(header, static_cast<quint32>(height));
-    header.append(char(8));                             // bits per sample
-    header.append(char(lines.channels() == 1 ? 0 : 2)); // gray or RGB
-    header.append("\0\0\0", 3);                         // deflate, filter method 0, no interlace
+    header.append(char(8));                     // bits per sample
+    header.append(char(channels == 1 ? 0 : 2)); // gray or RGB
+    header.append("\0\0\0", 3);                 // deflate, filter method 0, no interlace
     appendChunk(out, "IHDR", header);
     if (image.dotsPerMeterX() > 0 && image.dotsPerMeterY() > 0) {
         QByteArray physical;
@@ -179,13 +150,14 @@ QByteArray encodePng(const QImage &source, PngContent content)
 
     // The stripes depend on the picture alone, so the file does too.
     const int rowsPerStripe = static_cast<int>(
-            std::clamp<qint64>(kStripeBytes / lines.length(), 1, height));
+            std::clamp<qint64>(kStripeBytes / rowBytes, 1, height));
     const int stripeCount = (height + rowsPerStripe - 1) / rowsPerStripe;
     std::vector<Stripe> stripes(static_cast<std::size_t>(stripeCount));
     parallelFor(stripeCount, [&](int s) {
         const int first = s * rowsPerStripe;
         const int end = std::min(height, first + rowsPerStripe);
-        stripes[std::size_t(s)] = deflateStripe(lines, first, end, s + 1 == stripeCount, content);
+        stripes[std::size_t(s)] = deflateStripe(image, rowBytes, first, end, s + 1 == stripeCount,
+                                                compression);
     });
 
     // One IDAT chunk: the zlib header (deflate, 32K window, fastest level),
@@ -206,7 +178,6 @@ QByteArray encodePng(const QImage &source, PngContent content)
     uLong crc = crc32(0, reinterpret_cast<const Bytef *>("IDAT"), 4);
     crc = crc32(crc, reinterpret_cast<const Bytef *>(zlibHeader), 2);
     uLong adler = 1;
-    const qint64 rowBytes = lines.length();
     for (std::size_t s = 0; s < stripes.size(); ++s) {
         const Stripe &stripe = stripes[s];
         out.append(stripe.deflated);
@@ -223,11 +194,11 @@ QByteArray encodePng(const QImage &source, PngContent content)
     return out;
 }
 
-bool savePng(const QImage &image, const QString &path, PngContent content)
+bool savePng(const QImage &image, const QString &path, PngCompression compression)
 {
     if (image.isNull() || path.isEmpty())
         return false;
-    const QByteArray png = encodePng(image, content);
+    const QByteArray png = encodePng(image, compression);
     if (png.isEmpty())
         return false;
     QSaveFile file(path);

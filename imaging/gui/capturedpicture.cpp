@@ -19,7 +19,7 @@ bool capturePicture(QWidget *parent, const CaptureFunction &capture, CapturedPic
     if (picture.isNull())
         return fail(captureConversionFailureText());
     const QString path = capturedPicturePath();
-    if (!savePng(picture, path, PngContent::Photograph))
+    if (!savePng(picture, path, PngCompression::None))
         return fail(QStringLiteral("Cannot write file %1.").arg(path));
     captured.image = picture;
     captured.path = path;

@@ -21,7 +21,7 @@ using namespace kestro::measure;
 bool saveImage(const QImage &picture, const QString &path, const QByteArray &format)
 {
     if (format == "png")
-        return kestro::savePng(picture, path, kestro::PngContent::Photograph);
+        return kestro::savePng(picture, path, kestro::PngCompression::None);
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return false;

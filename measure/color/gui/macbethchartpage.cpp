@@ -293,7 +293,7 @@ void MacbethChartPage::captureChartImage()
     QStringList names;
     for (int i = 0; i < pictures.size(); ++i) {
         const QString path = capturedPicturePath(i + 1);
-        names << (savePng(pictures[i], path, PngContent::Photograph) ? path : QString());
+        names << (savePng(pictures[i], path, PngCompression::None) ? path : QString());
     }
     if (!m_frameView->replaceFrames(pictures, names))
         message(QMessageBox::Critical, tr(kErrorTitle), captureConversionFailureText());
