@@ -282,7 +282,7 @@ bool CFrame::load(const QString &path)
     return true;
 }
 
-bool CFrame::setFromImage(const QImage &image, int tag)
+bool CFrame::setFromImage(const QImage &image, int tag, const QString &fileName)
 {
     auto block = std::make_shared<CFrameData>();
     const FrameError error = kestro::frameFromImage(image, block.get());
@@ -294,6 +294,7 @@ bool CFrame::setFromImage(const QImage &image, int tag)
         return false;
     }
     block->tag = tag;
+    block->fileName = fileName;
     block->valid = true;
     publish(std::move(block));
     return true;

@@ -103,8 +103,9 @@ public:
     // indexed gray frames (kind 1, 16-bit samples rounded to 8 bits), colour
     // pictures 32-bit ARGB frames (kind 3); 1-bit pictures are refused.
     bool load(const QString &path);
-    // Fills the frame from a captured picture (tag identifies the source).
-    bool setFromImage(const QImage &image, int tag = 0);
+    // Fills the frame from a picture in memory (tag identifies the source);
+    // `fileName` names the file the picture was saved as, if any.
+    bool setFromImage(const QImage &image, int tag = 0, const QString &fileName = QString());
 
     // The current block, for reading from any thread (never null).
     std::shared_ptr<const CFrameData> pixels() const;

@@ -244,16 +244,15 @@ bool macbethFrameView::addFrame(const CFrame &frame)
 void macbethFrameView::clearFrames()
 {
     m_frames.clear();
-    m_savedAs.clear();
 }
 
 bool macbethFrameView::replaceFrames(const QVector<QImage> &pictures, const QStringList &fileNames)
 {
     QList<CFrame *> made;
-    for (const QImage &picture : pictures) {
+    for (int i = 0; i < pictures.size(); ++i) {
         auto *frame = new CFrame;
         made << frame;
-        if (!frame->setFromImage(picture)) {
+        if (!frame->setFromImage(pictures[i], 0, fileNames.value(i))) {
             qDeleteAll(made);
             return false;
         }
@@ -262,32 +261,12 @@ bool macbethFrameView::replaceFrames(const QVector<QImage> &pictures, const QStr
         // The set changes once for the user: one count, one picture shown.
         const QSignalBlocker blocker(&m_frames);
         m_frames.clear();
-        m_savedAs.clear();
-        for (int i = 0; i < made.size(); ++i) {
-            m_frames.addFrame(*made[i]);
-            const QString name = fileNames.value(i);
-            if (!name.isEmpty())
-                m_savedAs.append({made[i]->pixels(), name});
-        }
+        for (const CFrame *frame : made)
+            m_frames.addFrame(*frame);
     }
     qDeleteAll(made);
     changeframeCount();
     return true;
-}
-
-QString macbethFrameView::frameFileName(const CFrame *frame) const
-{
-    if (!frame)
-        return QString();
-    const QString own = frame->fileName();
-    if (!own.isEmpty())
-        return own;
-    const std::shared_ptr<const CFrameData> block = frame->pixels();
-    for (const auto &saved : m_savedAs) {
-        if (saved.first.lock() == block)
-            return saved.second;
-    }
-    return QString();
 }
 
 CFrame *macbethFrameView::currentFrame() const

@@ -59,8 +59,11 @@ public:
     // False, with the set unchanged, when a picture makes no valid frame.
     bool replaceFrames(const QVector<QImage> &pictures, const QStringList &fileNames);
     // The file a frame of the set was read from or saved as (empty when
-    // neither).
-    QString frameFileName(const CFrame *frame) const;
+    // neither, or for no frame).
+    QString frameFileName(const CFrame *frame) const
+    {
+        return frame ? frame->fileName() : QString();
+    }
     int frameCount() const { return m_frames.count(); }
     // The frame shown (by the spin box), or null.
     CFrame *currentFrame() const;
@@ -128,7 +131,6 @@ private:
     int m_pendingRunId = 0;
     // Names of frames made from pictures in memory, by the pixel block they
     // were made with: a frame loaded again, or gone, no longer matches.
-    QVector<std::pair<std::weak_ptr<const CFrameData>, QString>> m_savedAs;
 
     QToolBar *m_toolBar = nullptr;
     QToolButton *m_refreshButton = nullptr;
