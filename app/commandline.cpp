@@ -5,6 +5,7 @@
 #include "app/kestro.h"
 #include "imaging/frame.h"
 #include "imaging/imageload.h"
+#include "platform/colorcal/imagecache.h"
 
 #include <QImage>
 #include <QString>
@@ -205,12 +206,14 @@ void Kestro::runMtf(int argc, char **argv)
     }
     if (!m_roiFileGiven && (x1 == x2 || y1 == y2))
         return;
+    // Through the calculation's cache of decoded files: the regions then
+    // measure this picture instead of decoding the file again.
     QString error;
-    QImage image = kestro::loadImage(m_mtfImagePath, &error);
+    QImage image = kestro::colorcal::loadImageCached(m_mtfImagePath, &error);
     if (image.isNull()) {
         // Nothing to measure: the exit code stays 0, the reason goes to
         // stderr, no report is written.
-        reason(error);
+        reason(QStringLiteral("cannot read ") + m_mtfImagePath + QStringLiteral(": ") + error);
         return;
     }
     newSlantedEdgeImage(image);

@@ -3,7 +3,6 @@
 #include "imaging/imageload.h"
 
 #include "platform/tarnlib/tarnlib.h"
-#include "platform/tarnlib/tarnlib_p.h"
 
 #include <QFile>
 #include <algorithm>
@@ -81,7 +80,7 @@ FrameError readRawFrame(const QString &path, CFrameData *block)
     const QByteArray name = QFile::encodeName(path);
     const int status = tl_OpenCameras2(&list.cameras, &list.count, name.constData(), 16, 0);
     if (status != TL_OK || list.count < 1 || !list.cameras || !list.cameras[0]) {
-        block->errorDetail = tarn::lastErrorDetail();
+        block->errorDetail = QString::fromLocal8Bit(tl_LastErrorText());
         return fromStatus(status == TL_OK ? TL_ERR_IO : status);
     }
     tl_camera_t *camera = list.cameras[0];

@@ -52,8 +52,15 @@ void setLastSaveDirectory(const QString &folder)
 
 QString chooseOpenFile(QWidget *parent, const QString &caption, const QString &filter)
 {
+    return chooseOpenFileFrom(parent, caption, filter, QString());
+}
+
+QString chooseOpenFileFrom(QWidget *parent, const QString &caption, const QString &filter,
+                           const QString &start)
+{
     return remember(openFolder(),
-                    QFileDialog::getOpenFileName(parent, caption, openFolder(), filter));
+                    QFileDialog::getOpenFileName(parent, caption,
+                                                 start.isEmpty() ? openFolder() : start, filter));
 }
 
 QStringList chooseOpenFiles(QWidget *parent, const QString &caption, const QString &filter)
@@ -66,8 +73,15 @@ QStringList chooseOpenFiles(QWidget *parent, const QString &caption, const QStri
 
 QString chooseSaveFile(QWidget *parent, const QString &caption, const QString &filter)
 {
+    return chooseSaveFileFrom(parent, caption, filter, QString());
+}
+
+QString chooseSaveFileFrom(QWidget *parent, const QString &caption, const QString &filter,
+                           const QString &start)
+{
     return remember(saveFolder(),
-                    QFileDialog::getSaveFileName(parent, caption, saveFolder(), filter));
+                    QFileDialog::getSaveFileName(parent, caption,
+                                                 start.isEmpty() ? saveFolder() : start, filter));
 }
 
 } // namespace kestro

@@ -23,6 +23,13 @@ void setLastSaveDirectory(const QString &folder);
 QString chooseOpenFile(QWidget *parent, const QString &caption, const QString &filter);
 QStringList chooseOpenFiles(QWidget *parent, const QString &caption, const QString &filter);
 QString chooseSaveFile(QWidget *parent, const QString &caption, const QString &filter);
+// The same dialogs opening at `start` (a file or a folder) instead of the last
+// folder, for callers that keep a memory of their own; the chosen file's
+// folder is remembered all the same. An empty `start` is the last folder.
+QString chooseOpenFileFrom(QWidget *parent, const QString &caption, const QString &filter,
+                           const QString &start);
+QString chooseSaveFileFrom(QWidget *parent, const QString &caption, const QString &filter,
+                           const QString &start);
 
 // The open dialog of a page that measures one chart picture.
 inline QString chooseChartPicture(QWidget *parent)

@@ -1,8 +1,9 @@
 #include "imaging/gui/roidialogs.h"
 
-#include <QFileDialog>
+#include "imaging/gui/filedialogs.h"
+#include "imaging/gui/messages.h"
+
 #include <QFileInfo>
-#include <QMessageBox>
 
 namespace kestro {
 
@@ -15,25 +16,27 @@ QString acceptRoiFileToLoad(QWidget *parent, const QString &chosen, QString &las
     if (chosen.isEmpty())
         return QString();
     if (!QFileInfo::exists(chosen)) {
-        QMessageBox::warning(parent, QStringLiteral("Load marker position"),
-                             QStringLiteral("Cannot load file %1.").arg(chosen), QMessageBox::Ok);
+        showMessage(parent, QMessageBox::Warning, QStringLiteral("Load marker position"),
+                    QStringLiteral("Cannot load file %1.").arg(chosen));
         return QString();
     }
     lastRoiPath = chosen;
     return chosen;
 }
 
+// The dialogs open at the view's last ROI file; until it has one, in the
+// program's last folder.
 QString askRoiFileToLoad(QWidget *parent, QString &lastRoiPath)
 {
-    const QString chosen = QFileDialog::getOpenFileName(parent, QStringLiteral("Load region data"),
-                                                        lastRoiPath, QLatin1String(kRoiFilter));
+    const QString chosen = chooseOpenFileFrom(parent, QStringLiteral("Load region data"),
+                                              QLatin1String(kRoiFilter), lastRoiPath);
     return acceptRoiFileToLoad(parent, chosen, lastRoiPath);
 }
 
 QString askRoiFileToSave(QWidget *parent, QString &lastRoiPath)
 {
-    const QString chosen = QFileDialog::getSaveFileName(parent, QStringLiteral("Save region data"),
-                                                        lastRoiPath, QLatin1String(kRoiFilter));
+    const QString chosen = chooseSaveFileFrom(parent, QStringLiteral("Save region data"),
+                                              QLatin1String(kRoiFilter), lastRoiPath);
     if (chosen.isEmpty())
         return QString();
     lastRoiPath = chosen;

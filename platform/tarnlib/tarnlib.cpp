@@ -403,9 +403,22 @@ const char *tl_StatusText(int status)
         return "transport not started";
     case TL_ERR_NO_PRESET:
         return "no such preset";
+    case TL_ERR_NO_REGISTER:
+        return "no such register";
+    case TL_ERR_RANGE:
+        return "value out of range for the register";
+    case TL_ERR_SYNTAX:
+        return "malformed line in the INI preset";
     default:
         return "unknown status";
     }
+}
+
+const char *tl_LastErrorText(void)
+{
+    thread_local QByteArray text;
+    text = tarn::lastErrorDetail().toLocal8Bit();
+    return text.constData();
 }
 
 } // extern "C"

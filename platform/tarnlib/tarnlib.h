@@ -198,6 +198,13 @@ int tl_ReadSensorDataFile(const char *path, tl_sensor_t *sensor);
 /* Short English text for a status code. */
 const char *tl_StatusText(int status);
 
+/* Why the last failed call on this thread failed, in more words than its
+ * status code: the value and file that were refused ("BitsPerPixel=20 in
+ * /data/a.ini: ..."), in the local 8-bit encoding; empty when the call gave
+ * no detail. Each thread has its own text, which stays valid until the next
+ * library call on the same thread. */
+const char *tl_LastErrorText(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,6 +5,9 @@
 #include <QTemporaryDir>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -201,6 +204,33 @@ TEST(Tarnlib, BadFilesAndDescriptions)
     EXPECT_EQ(tl_OpenCameras(&list, &count, tl_SensorData()), TL_ERR_NO_CAMERA);
     tl_CloseCameras2(nullptr, 0);
     qunsetenv("KESTRO_SENSOR_DATA");
+}
+
+// The reason of the last failure is kept per thread and cleared by a
+// success; every status has a text of its own.
+TEST(Tarnlib, ErrorTexts)
+{
+    QTemporaryDir dir;
+    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(dir.filePath("nowhere")));
+    write(dir.filePath("f.raw"), QByteArray(32, 1));
+    write(dir.filePath("f.ini"), sidecar("Width=4\nHeight=4\nBitsPerPixel=17\n"));
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_BAD_DESCRIPTION);
+    const std::string reason = tl_LastErrorText();
+    EXPECT_NE(reason.find("BitsPerPixel=17"), std::string::npos) << reason;
+    std::string other = "unset";
+    std::thread([&] { other = tl_LastErrorText(); }).join();
+    EXPECT_EQ(other, "");
+    write(dir.filePath("f.ini"), sidecar("Width=4\nHeight=4\nBitsPerPixel=10\n"));
+    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_OK);
+    EXPECT_STREQ(tl_LastErrorText(), "");
+    qunsetenv("KESTRO_SENSOR_DATA");
+
+    std::set<std::string> texts;
+    for (int status = TL_OK; status <= TL_ERR_SYNTAX; ++status)
+        texts.insert(tl_StatusText(status));
+    EXPECT_EQ(texts.size(), std::size_t(TL_ERR_SYNTAX - TL_OK + 1));
+    EXPECT_EQ(texts.count("unknown status"), 0u);
+    EXPECT_STREQ(tl_StatusText(TL_ERR_RANGE), "value out of range for the register");
 }
 
 TEST(Tarnlib, BayerImageTypes)
