@@ -24,6 +24,43 @@ ImageLoadError openRegularFile(QFile &file, const QString &path, QString *detail
     return ImageLoadError::Unreadable;
 }
 
+namespace {
+
+// The format that the file's first bytes name, for the formats with an
+// unmistakable signature; empty for any other content. A reader given no
+// format asks every image plugin in turn whether it can read the device,
+// which loads all of them and their libraries (a vector-graphics plugin
+// brings the whole widget library) for the first picture a program reads.
+QByteArray signatureFormat(QIODevice &device)
+{
+    const QByteArray head = device.peek(32);
+    const auto starts = [&head](const char *magic, int size) {
+        return head.size() >= size && std::memcmp(head.constData(), magic, size) == 0;
+    };
+    if (starts("\x89PNG\r\n\x1a\n", 8))
+        return "png";
+    if (starts("\xff\xd8\xff", 3))
+        return "jpeg";
+    if (starts("II*\0", 4) || starts("MM\0*", 4))
+        return "tiff";
+    if (starts("GIF87a", 6) || starts("GIF89a", 6))
+        return "gif";
+    if (starts("RIFF", 4) && head.size() >= 12 && head.mid(8, 4) == "WEBP")
+        return "webp";
+    // BMP: "BM" and one of the known sizes of the information header.
+    if (starts("BM", 2) && head.size() >= 18) {
+        const auto *b = reinterpret_cast<const uchar *>(head.constData());
+        const quint32 infoSize = b[14] | b[15] << 8 | b[16] << 16 | quint32(b[17]) << 24;
+        for (quint32 known : {12u, 40u, 52u, 56u, 64u, 108u, 124u}) {
+            if (infoSize == known)
+                return "bmp";
+        }
+    }
+    return QByteArray();
+}
+
+} // namespace
+
 ImageLoadResult readImageFile(const QString &path)
 {
     ImageLoadResult result;
@@ -35,7 +72,10 @@ ImageLoadResult readImageFile(const QString &path)
     // The format comes from the content, not from the suffix; pixels are
     // taken as stored (no orientation tag applied), so that region
     // coordinates mean the same picture in every engine.
-    QImageReader reader(&file);
+    const QByteArray format = signatureFormat(file);
+    QImageReader reader(&file, format);
+    // With a format known, the reader is kept from probing every plugin.
+    reader.setAutoDetectImageFormat(format.isEmpty());
     reader.setAutoTransform(false);
     auto tooLarge = [](const QSize &size) {
         return size.isValid() && qint64(size.width()) * qint64(size.height()) > kMaxImagePixels;

@@ -3,6 +3,7 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QImageWriter>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -86,4 +87,24 @@ TEST(ImageLoad, KeepsTheDecodersReason)
     const QString jpeg = dir.filePath("really-a-jpeg.png");
     ASSERT_TRUE(picture.save(jpeg, "JPEG"));
     EXPECT_TRUE(readImageFile(jpeg).ok());
+}
+
+// Each format is recognised by its content under a name that says nothing,
+// those told by their signature as well as the rest.
+TEST(ImageLoad, EveryWritableFormatLoadsUnderANeutralName)
+{
+    QTemporaryDir dir;
+    QImage picture(9, 6, QImage::Format_RGB32);
+    picture.fill(qRgb(40, 120, 200));
+    const QList<QByteArray> writable = QImageWriter::supportedImageFormats();
+    for (const char *format : {"png", "jpeg", "bmp", "tiff", "webp", "ppm", "gif"}) {
+        if (!writable.contains(format))
+            continue;
+        const QString path = dir.filePath(QStringLiteral("picture-%1.dat").arg(format));
+        QImageWriter writer(path, format);
+        ASSERT_TRUE(writer.write(picture)) << format;
+        const kestro::ImageLoadResult r = readImageFile(path);
+        ASSERT_TRUE(r.ok()) << format << ": " << kestro::imageLoadErrorText(r, path).toStdString();
+        EXPECT_EQ(r.image.size(), QSize(9, 6)) << format;
+    }
 }
