@@ -21,6 +21,7 @@
 #include <QPainter>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -44,15 +45,16 @@ struct Chart
     void write(const QString &folder)
     {
         const int size = 512, patch = 96;
+        // Colour edges, each channel blurred a little differently, sRGB-like
+        // encoding and sensor-like noise.
         kestro::test::EdgeParams edge;
+        const double blur[3] = {0.8, 0.7, 0.9};
+        std::copy(std::begin(blur), std::end(blur), edge.sigma);
+        edge.colour = true;
         edge.width = patch;
         edge.height = patch * 4 / 3;
-        edge.colour = true;
-        edge.sigma[0] = 0.8;
-        edge.sigma[1] = 0.7;
-        edge.sigma[2] = 0.9;
-        edge.encodeGamma = 1 / 2.2;
         edge.noise = 1.5;
+        edge.encodeGamma = 1 / 2.2;
         QImage picture(size, size, QImage::Format_RGB32);
         picture.fill(qRgb(128, 128, 128));
         QPainter painter(&picture);
