@@ -113,14 +113,12 @@ std::vector<Segment> cutColumns(const PassSetup &setup, int used, int gridWidth,
 struct VectorKernels
 {
     static constexpr auto addRows = &uniformitykernels::addRows;
-    static constexpr auto sumColumns = &uniformitykernels::sumColumns;
     static constexpr auto blockMeans = &uniformitykernels::blockMeans;
 };
 
 struct ReferenceKernels
 {
     static constexpr auto addRows = &uniformitykernels::addRowsReference;
-    static constexpr auto sumColumns = &uniformitykernels::sumColumnsReference;
     static constexpr auto blockMeans = &uniformitykernels::blockMeansReference;
 };
 
@@ -203,8 +201,9 @@ void runBand(const PassSetup &setup, int y0, int y1, ZoneSums &zones)
                                                        * setup.zoneCols
                                              : 0;
         for (const Segment &segment : segments) {
-            const uniformitykernels::LaneSums sum = Kernels::sumColumns(lanes.data(), segment.x0,
-                                                                        segment.x1);
+            const uniformitykernels::LaneSums sum = uniformitykernels::sumColumns(lanes.data(),
+                                                                                  segment.x0,
+                                                                                  segment.x1);
             if (segment.block >= 0) {
                 blockB[segment.block] += sum.lane[0];
                 blockG[segment.block] += sum.lane[1];

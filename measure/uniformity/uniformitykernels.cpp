@@ -69,17 +69,6 @@ void addRowsReference(const std::uint8_t *src, std::size_t stride, int rows, std
     }
 }
 
-KESTRO_SCALAR_FUNCTION
-LaneSums sumColumnsReference(const std::uint16_t *lanes, int x0, int x1)
-{
-    LaneSums sums{{0, 0, 0, 0}};
-    KESTRO_SCALAR_LOOP
-    for (int x = x0; x < x1; ++x)
-        for (int k = 0; k < 4; ++k)
-            sums.lane[k] += lanes[4 * static_cast<std::ptrdiff_t>(x) + k];
-    return sums;
-}
-
 // The arrays do not overlap, so the divisions run side by side in vector
 // lanes; a division rounds the same in a lane as alone.
 __attribute__((target_clones("avx2", "default"))) void blockMeans(
