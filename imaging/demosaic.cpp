@@ -141,6 +141,7 @@ struct Scratch
     std::vector<std::int32_t> split;   // 5 * 2 * halfWidth
     std::vector<std::uint32_t> pixels; // 2 * halfWidth: even, then odd columns
     int rowInSlot[5] = {-1, -1, -1, -1, -1};
+    std::uint16_t top = 0; // largest unsigned sample split so far
 };
 
 KESTRO_DEMOSAIC_CLONES
@@ -153,14 +154,22 @@ void splitRow(const std::int16_t *__restrict src, int halfWidth, std::int32_t *_
     }
 }
 
+// Also returns the largest sample of the row as it was read, so that the
+// caller learns whether anything was above full scale without a pass of its
+// own over the mosaic.
 KESTRO_DEMOSAIC_CLONES
-void splitRowClamped(const std::uint16_t *__restrict src, int halfWidth, int full,
-                     std::int32_t *__restrict even, std::int32_t *__restrict odd)
+std::uint16_t splitRowClamped(const std::uint16_t *__restrict src, int halfWidth, int full,
+                              std::int32_t *__restrict even, std::int32_t *__restrict odd)
 {
+    std::uint16_t top = 0;
     for (int k = 0; k < halfWidth; ++k) {
-        even[k] = std::min<std::int32_t>(src[2 * k], full);
-        odd[k] = std::min<std::int32_t>(src[2 * k + 1], full);
+        const std::uint16_t a = src[2 * k];
+        const std::uint16_t b = src[2 * k + 1];
+        top = std::max(top, std::max(a, b));
+        even[k] = std::min<std::int32_t>(a, full);
+        odd[k] = std::min<std::int32_t>(b, full);
     }
+    return top;
 }
 
 KESTRO_DEMOSAIC_CLONES
@@ -196,7 +205,8 @@ void bandRows(const Band &band, int y0, int y1, Scratch &scratch)
                 if (band.samples)
                     splitRow(band.samples + at, hw, even, odd);
                 else
-                    splitRowClamped(band.unsignedSamples + at, hw, band.full, even, odd);
+                    scratch.top = std::max(scratch.top, splitRowClamped(band.unsignedSamples + at,
+                                                                        hw, band.full, even, odd));
                 scratch.rowInSlot[slot] = row;
             }
             // Even output x = 2j is centred on mosaic column 2j + 2 (even,
@@ -240,12 +250,14 @@ QImage allocatePicture(int width, int height)
     return QImage(width, height, QImage::Format_RGB32);
 }
 
-void runBand(const Band &band, int y0, int y1)
+// Returns the largest unsigned sample the band read (0 for signed samples).
+std::uint16_t runBand(const Band &band, int y0, int y1)
 {
     Scratch scratch;
     scratch.split.resize(static_cast<size_t>(10) * band.halfWidth);
     scratch.pixels.resize(static_cast<size_t>(2) * band.halfWidth);
     bandRows(band, y0, y1, scratch);
+    return scratch.top;
 }
 
 } // namespace
@@ -268,8 +280,11 @@ int quantiseChannel(int n, int range)
 namespace {
 
 QImage demosaic(const std::int16_t *samples, const std::uint16_t *unsignedSamples, int width,
-                int height, int bits, unsigned black, int bayerOrder, int threads)
+                int height, int bits, unsigned black, int bayerOrder, int threads,
+                bool *withinFullScale)
 {
+    if (withinFullScale)
+        *withinFullScale = false;
     if ((!samples && !unsignedSamples) || bits < 1 || bits > 16)
         return QImage();
     const int full = (1 << bits) - 1;
@@ -307,12 +322,16 @@ QImage demosaic(const std::int16_t *samples, const std::uint16_t *unsignedSample
     // writes its own rows, so the picture does not depend on the banding.
     if (threads <= 0)
         threads = 4 * parallelThreadCount();
+    // Each band reports its largest sample in its own slot.
     const int bands = std::max(1, std::min({threads, 64, outH / 64}));
-    parallelFor(bands, [&band, outH, bands](int part) {
+    std::vector<std::uint16_t> tops(static_cast<size_t>(bands), 0);
+    parallelFor(bands, [&band, &tops, outH, bands](int part) {
         const int y0 = static_cast<int>(static_cast<long long>(outH) * part / bands);
         const int y1 = static_cast<int>(static_cast<long long>(outH) * (part + 1) / bands);
-        runBand(band, y0, y1);
+        tops[static_cast<size_t>(part)] = runBand(band, y0, y1);
     });
+    if (withinFullScale)
+        *withinFullScale = *std::max_element(tops.begin(), tops.end()) <= full;
     return image;
 }
 
@@ -323,15 +342,18 @@ QImage demosaicToImage(const std::int16_t *samples, int width, int height, int b
 {
     if (!samples)
         return QImage();
-    return demosaic(samples, nullptr, width, height, bits, black, bayerOrder, threads);
+    return demosaic(samples, nullptr, width, height, bits, black, bayerOrder, threads, nullptr);
 }
 
 QImage demosaicToImage(const std::uint16_t *samples, int width, int height, int bits,
-                       unsigned black, int bayerOrder, int threads)
+                       unsigned black, int bayerOrder, int threads, bool *withinFullScale)
 {
+    if (withinFullScale)
+        *withinFullScale = false;
     if (!samples)
         return QImage();
-    return demosaic(nullptr, samples, width, height, bits, black, bayerOrder, threads);
+    return demosaic(nullptr, samples, width, height, bits, black, bayerOrder, threads,
+                    withinFullScale);
 }
 
 } // namespace kestro

@@ -35,8 +35,15 @@ int quantiseChannel(int n, int range);
 // picture cannot be allocated. The rows are computed in at most `threads`
 // bands on the worker pool (1: on the calling thread alone; <= 0: a few
 // bands per pool thread); the picture is the same for any banding.
+//
+// When `withinFullScale` is given, it is set to whether every sample the
+// picture was made from (the mosaic cut to even width and height) is at or
+// below full scale; false when no picture was made. A caller that keeps the
+// samples learns from it whether they need clamping, without reading them
+// again.
 QImage demosaicToImage(const std::uint16_t *samples, int width, int height, int bits,
-                       unsigned black, int bayerOrder, int threads = 0);
+                       unsigned black, int bayerOrder, int threads = 0,
+                       bool *withinFullScale = nullptr);
 QImage demosaicToImage(const std::int16_t *samples, int width, int height, int bits, unsigned black,
                        int bayerOrder, int threads = 0);
 

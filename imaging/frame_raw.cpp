@@ -40,20 +40,40 @@ struct CameraList
     ~CameraList() { tl_CloseCameras2(cameras, count); }
 };
 
+std::uint16_t sampleAt(const std::uint8_t *bytes, long long index)
+{
+    std::uint16_t v;
+    std::memcpy(&v, bytes + 2 * index, 2);
+    return v;
+}
+
 // Samples of a depth below 16 bits whose unused high bits are set (noise on
 // the wire, a wrong sidecar) are clamped to full scale, so that every
 // consumer of the frame sees values inside the declared depth.
-void clampSamples(std::uint8_t *bytes, long long samples, int bits)
+void clampSamples(std::uint8_t *bytes, long long samples, std::uint16_t full)
 {
-    if (bits >= 16)
-        return;
-    const std::uint16_t full = static_cast<std::uint16_t>((1u << bits) - 1u);
     for (long long i = 0; i < samples; ++i) {
-        std::uint16_t v;
-        std::memcpy(&v, bytes + 2 * i, 2);
-        if (v > full)
-            std::memcpy(bytes + 2 * i, &full, 2);
+        const std::uint16_t v = std::min(sampleAt(bytes, i), full);
+        std::memcpy(bytes + 2 * i, &v, 2);
     }
+}
+
+// Whether the samples that the demosaic leaves out (the last column of an
+// odd width, the last row of an odd height) are within full scale.
+bool edgesWithinFullScale(const std::uint8_t *bytes, int width, int height, std::uint16_t full)
+{
+    if (width & 1) {
+        for (int y = 0; y < height; ++y)
+            if (sampleAt(bytes, static_cast<long long>(y) * width + width - 1) > full)
+                return false;
+    }
+    if (height & 1) {
+        const long long row = static_cast<long long>(height - 1) * width;
+        for (int x = 0; x < width; ++x)
+            if (sampleAt(bytes, row + x) > full)
+                return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -99,9 +119,13 @@ FrameError readRawFrame(const QString &path, CFrameData *block)
                              + QStringLiteral(" megapixels are accepted");
         return FrameError::TooLarge;
     }
-    std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[bufferSize]());
+    // The grab writes every sample; only bytes past them (a buffer larger
+    // than the frame) need zeroing. Zeroing the whole buffer first would be
+    // one more pass over a frame of many megabytes.
+    std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[bufferSize]);
     if (!buffer)
         return FrameError::OutOfMemory;
+    std::memset(buffer.get() + pixels * 2, 0, bufferSize - static_cast<size_t>(pixels * 2));
     if (tl_grabFrame(camera, buffer.get(), bufferSize) != TL_OK)
         return FrameError::RawReadFailed;
     unsigned int order = 0;
@@ -110,7 +134,6 @@ FrameError readRawFrame(const QString &path, CFrameData *block)
         order = 0;
     if (tl_getSensorParameter(camera, TL_PARAM_BLACK_LEVEL, &black) != TL_OK)
         black = 0;
-    clampSamples(buffer.get(), pixels, sensor.bitsPerPixel);
 
     block->width = sensor.width;
     block->height = sensor.height;
@@ -132,10 +155,19 @@ FrameError readRawFrame(const QString &path, CFrameData *block)
     // The display picture, whatever the image type; a picture that cannot
     // be made (too small, no memory) stays null and the raw data remains.
     // Samples are unsigned 16-bit words: a 16-bit sensor's bright values
-    // are above 32767.
+    // are above 32767. The demosaic clamps as it reads and says whether it
+    // met a sample above full scale, so the stored samples are rewritten only
+    // when something needs clamping: in an ordinary frame, nothing does.
+    bool withinFullScale = false;
     block->image = demosaicToImage(reinterpret_cast<const std::uint16_t *>(buffer.get()),
                                    sensor.width, sensor.height, sensor.bitsPerPixel, black,
-                                   static_cast<int>(order));
+                                   static_cast<int>(order), 0, &withinFullScale);
+    if (sensor.bitsPerPixel < 16) {
+        const auto full = static_cast<std::uint16_t>((1u << sensor.bitsPerPixel) - 1u);
+        if (!withinFullScale
+            || !edgesWithinFullScale(buffer.get(), sensor.width, sensor.height, full))
+            clampSamples(buffer.get(), pixels, full);
+    }
     block->raw = std::move(buffer);
     return FrameError::None;
 }

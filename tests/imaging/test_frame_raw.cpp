@@ -126,6 +126,21 @@ TEST_F(FrameRaw, SixteenBitSamplesAreUnsignedAndNarrowerOnesClamped)
     EXPECT_EQ(frame.image(),
               kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()), 10,
                                       8, 12, 0, 0));
+
+    // Stray samples the picture does not read (the last column of an odd
+    // width, the last row of an odd height, a frame too small to demosaic)
+    // are clamped in the data all the same.
+    for (const QSize size : {QSize(11, 9), QSize(5, 5)}) {
+        QByteArray edges = mosaic16(size.width(), size.height(), 12);
+        const int stray[2] = {size.width() - 1, size.width() * size.height() - 2};
+        for (const int i : stray)
+            edges[2 * i] = edges[2 * i + 1] = '\xff';
+        write(path("e.raw"), edges);
+        write(path("e.ini"), frameIni(size.width(), size.height(), 12, 1, 0, 0));
+        ASSERT_TRUE(frame.load(path("e.raw")));
+        for (const int i : stray)
+            EXPECT_EQ(frame.data()[2 * i + 1], 0x0f) << size.width() << " " << i;
+    }
 }
 
 TEST_F(FrameRaw, NamesInAnyScriptAndSidecarsWithAByteOrderMark)
