@@ -12,7 +12,6 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFileInfo>
-#include <QLabel>
 #include <QSpinBox>
 #include <QTemporaryDir>
 #include <QTextBrowser>
@@ -111,7 +110,6 @@ TEST(MacbethChartPage, ProcessingMessagesAndResults)
                                       "color=\"red\">")
                                       .arg(argmax + 1)));
     EXPECT_TRUE(html.contains("<a href=\"" + QDir::toNativeSeparators(f.dir.filePath("chart.png"))));
-    EXPECT_TRUE(f.page.colorReportView()->toPlainText().contains("Color Difference Results"));
     EXPECT_EQ(f.page.colorDifference().patch(5).region, f.chart.rects[5].adjusted(2, 2, -2, -2));
 
     // The selector switches the bar chart between all patches and the gray row.
@@ -244,9 +242,5 @@ TEST(MacbethChartPage, CaptureSeriesReplacesTheFramesOnlyWhenComplete)
         EXPECT_EQ(frame->image().pixelColor(5, 5), QColor(10 * k, 20, 30));
         EXPECT_EQ(QImage(file).pixelColor(5, 5), QColor(10 * k, 20, 30));
     }
-    // The last frame is shown, with its file's full name as the tool tip.
-    auto *name = view->findChild<QLabel *>(QStringLiteral("labelFileName"));
-    ASSERT_TRUE(name);
-    EXPECT_EQ(name->toolTip(), view->frameFileName(view->frameSet().at(2)));
     qputenv("TMPDIR", savedTmp);
 }

@@ -22,8 +22,8 @@ std::array<QRgb, 24> uniform(QRgb c)
     return a;
 }
 
-// Puts chosen metric values straight into the records, marked computed, so
-// that the summary rules can be checked on exact numbers.
+// Puts chosen metric values straight into the records, marked computed: the
+// summary's averages, percentiles and tie-breaking are then exact numbers.
 struct Injected
 {
     std::array<double, 24> dE00{}, dC00{}, dH00{}, sat{};
@@ -43,30 +43,13 @@ void inject(QStdMacbethChartColorDifference &m, const Injected &v)
 
 } // namespace
 
-TEST(MacbethColorDifference, ReferenceTableAndInitialState)
-{
-    QStdMacbethChartColorDifference m;
-    EXPECT_EQ(m.patch(0).refL, 37.54);
-    EXPECT_EQ(m.patch(0).refA, 12.02);
-    EXPECT_EQ(m.patch(0).refB, 13.33);
-    EXPECT_EQ(m.patch(15).refB, 80.03);
-    EXPECT_EQ(m.patch(18).refL, 96.54);
-    EXPECT_EQ(m.patch(23).refL, 20.48);
-    EXPECT_EQ(m.patch(23).refB, -0.97);
-    EXPECT_TRUE(m.patch(5).linearise);
-    EXPECT_FALSE(m.patch(5).computed);
-    EXPECT_EQ(m.patch(5).rOverG, 1.0);
-    EXPECT_EQ(m.summary().dE00MaximumIndex, -1);
-    EXPECT_EQ(m.summary().saturationMaximumIndex, -1);
-    EXPECT_FALSE(m.measuredColor(0).isValid());
-}
-
 TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
 {
     // The values themselves are checked against an independent computation
     // in the command test; here the chain around them.
     const auto chart = makeChart(kChartColours);
     QStdMacbethChartColorDifference m;
+    EXPECT_FALSE(m.measuredColor(0).isValid());
     ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
     EXPECT_TRUE(m.errorText().isEmpty());
     EXPECT_FALSE(m.patch(3).computed); // computed lazily
@@ -91,13 +74,9 @@ TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
     EXPECT_EQ(s.dE00Maximum, float(m.dE00(12)));
     EXPECT_EQ(s.saturationMaximumIndex, -1);
     EXPECT_NEAR(s.grayROverGAverage, 1.0, 0.01);
-
     std::array<double, 24> values{};
     m.getDE00(values.data(), 30); // clamps to 24
     EXPECT_EQ(values[7], m.dE00(7));
-    std::array<QColor, 24> colours;
-    m.getMeasuredColors(colours.data(), 24);
-    EXPECT_EQ(colours[2].red(), 98);
 }
 
 TEST(MacbethColorDifference, AveragingKeepsSixteenBitQuantisation)
