@@ -88,10 +88,6 @@ TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
             EXPECT_NE(img.pixel(inside, barTop - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
         }
     }
-    // Dark patches get white text, light ones black text.
-    const Cell dark = cellOf(img.size(), 23), light = cellOf(img.size(), 18);
-    EXPECT_GT(countPixels(img, dark.left, qRgb(255, 255, 255)), 10);
-    EXPECT_GT(countPixels(img, light.left, qRgb(0, 0, 0)), 10);
     // The selected patch has its frame around the cell.
     const int m = img.width() / 50, cw = (img.width() - 2 * m) / 6, ch = (img.height() - 2 * m) / 4;
     const QRect cell7(m + cw, m + ch, cw, ch);
@@ -166,18 +162,6 @@ TEST(ChartGraph, AnySizeAndNonFiniteValues)
         const QImage img = chart.grab().toImage();
         EXPECT_EQ(img.size(), size);
     }
-    // A small chart still shows its values.
-    for (int k = 0; k < 24; ++k)
-        values[k] = k * 1.25;
-    chart.setValues(values, 24);
-    chart.resize(330, 220);
-    const QImage small = shot(chart);
-    const Cell c = cellOf(small.size(), 9); // mid-gray default colour: black text
-    int dark = 0;
-    for (int y = c.left.top(); y <= c.left.bottom(); ++y)
-        for (int x = c.left.left(); x <= c.left.right(); ++x)
-            dark += qGray(small.pixel(x, y)) < 64;
-    EXPECT_GT(dark, 3);
 }
 
 #ifdef KESTRO_HAVE_GRAY_CHART_PLOT
@@ -192,8 +176,6 @@ TEST(NoiseCharts, InitAndUpdate)
     EXPECT_TRUE(results.isEmpty());
     EXPECT_EQ(chart.mode(), ChartGraph::NoiseMode);
     EXPECT_EQ(plot->parentWidget(), &area);
-    EXPECT_EQ(plot->minimumSize(), QSize(420, 260));
-    EXPECT_EQ(plot->maximumSize(), QSize(420, 260));
 
     // 24 RGB patches, two frames: SNR = signal / overall; patch 21 has no
     // noise in green and keeps a zero.

@@ -1,7 +1,7 @@
 #include "imaging/frame.h"
 #include "measure/noise/noiseengine.h"
+#include "testsupport.h"
 
-#include <QFile>
 #include <QImage>
 #include <QTemporaryDir>
 #include <cmath>
@@ -384,9 +384,8 @@ TEST(NoiseEngine, FailureTexts)
 }
 
 // A mosaic with a distinct level on each colour site and temporal noise on
-// the red sites only, as sample buffers and as raw sensor files with their
-// sidecar: every channel reads its own sites, minus the black level, for each
-// colour order and for patches starting on odd coordinates.
+// the red sites only: every channel reads its own sites, minus the black
+// level, for each colour order and for patches starting on odd coordinates.
 TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
 {
     // Position class at (x & 1) + 2 (y & 1): 0 Gr, 1 R, 2 B, 3 Gb.
@@ -409,77 +408,50 @@ TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
                     frames[i][y * w + x] = static_cast<std::uint16_t>(
                             black + (border ? 0 : level[cls] + noise));
                 }
-        auto check = [&](const NoisePatchResult &r) {
-            EXPECT_EQ(r.layout, NoiseLayout::Bayer);
-            ASSERT_EQ(r.channels.size(), 4);
-            for (int c = 0; c < 4; ++c) {
-                EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
-                EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
-                EXPECT_EQ(r.channels[c].fpn, 0.0) << names[c];
-                EXPECT_NEAR(r.channels[c].overall, c == 0 ? std::sqrt(24.0) : 0.0, 1e-12)
-                        << names[c];
-            }
-        };
-
-        NoiseAccumulator acc;
-        auto data = [&](int i) {
-            NoiseFrameData d;
-            d.data = reinterpret_cast<const std::uint8_t *>(frames[i].data());
-            d.size = frames[i].size() * 2;
-            d.width = w;
-            d.height = h;
-            d.bytesPerLine = 2 * w;
-            d.bytesPerPixel = 2;
-            d.layout = NoiseLayout::Bayer;
-            d.bayerOrder = order;
-            d.blackLevel = black;
-            d.picture = QSize(w - 4, h - 4);
-            d.pictureOffset = QPoint(2, 2);
-            return d;
-        };
-        // Picture coordinates; (3, 1) is mosaic (5, 3).
-        ASSERT_TRUE(acc.start(data(0), {QRect(3, 1, 9, 7), QRect(0, 0, 1, 1)}));
-        for (int i = 0; i < 3; ++i)
-            ASSERT_TRUE(acc.add(data(i)));
-        const QVector<NoisePatchResult> results = acc.results();
-        check(results[0]);
-        // A one-pixel patch holds a single site: the other channels have none.
-        int withSamples = 0;
-        for (const NoiseChannelResult &c : results[1].channels)
-            withSamples += std::isfinite(c.signal) ? 1 : 0;
-        EXPECT_EQ(withSamples, 1);
-
-        // The same mosaics through raw files: the frame's samples, colour
-        // order and black level reach the engine.
+        // Raw files with their sidecar: the frame's samples, colour order,
+        // black level and picture offset reach the engine.
         std::vector<std::unique_ptr<CFrame>> owned;
         QList<const CFrame *> loaded;
         for (int i = 0; i < 3; ++i) {
-            const QString base = dir.filePath(QString("o%1_f%2").arg(order).arg(i));
-            QFile raw(base + ".raw"), ini(base + ".ini");
-            ASSERT_TRUE(raw.open(QIODevice::WriteOnly));
-            raw.write(reinterpret_cast<const char *>(frames[i].data()), w * h * 2);
-            raw.close();
-            ASSERT_TRUE(ini.open(QIODevice::WriteOnly));
-            ini.write(QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\n"
-                              "BayerOrder=%3\nBlackLevel=%4\n")
-                              .arg(w)
-                              .arg(h)
-                              .arg(order)
-                              .arg(black)
-                              .toLatin1());
-            ini.close();
+            const QString base = QString("o%1_f%2").arg(order).arg(i);
+            const QString raw = test::writeFile(dir, base + ".raw",
+                                                QByteArray(reinterpret_cast<const char *>(
+                                                                   frames[i].data()),
+                                                           w * h * 2));
+            test::writeFile(dir, base + ".ini",
+                            QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\n"
+                                    "BayerOrder=%3\nBlackLevel=%4\n")
+                                    .arg(w)
+                                    .arg(h)
+                                    .arg(order)
+                                    .arg(black)
+                                    .toLatin1());
             owned.emplace_back(new CFrame);
-            ASSERT_TRUE(owned.back()->load(base + ".raw"));
+            ASSERT_TRUE(owned.back()->load(raw));
             loaded << owned.back().get();
         }
         QVector<NoisePatchResult> fromFiles;
         NoiseFailure failure;
+        // Picture coordinates; (3, 1) is mosaic (5, 3).
         ASSERT_TRUE(
                 measureNoise(loaded, {QRect(3, 1, 9, 7), QRect(0, 0, 1, 1)}, &fromFiles, &failure));
-        check(fromFiles[0]);
-        // Picture (0, 0) is mosaic (2, 2), inside the border: its one site.
+        const NoisePatchResult &r = fromFiles[0];
+        EXPECT_EQ(r.layout, NoiseLayout::Bayer);
+        ASSERT_EQ(r.channels.size(), 4);
+        for (int c = 0; c < 4; ++c) {
+            EXPECT_EQ(r.channels[c].name, QLatin1String(names[c]));
+            EXPECT_DOUBLE_EQ(r.channels[c].signal, want[c]) << names[c];
+            EXPECT_EQ(r.channels[c].fpn, 0.0) << names[c];
+            EXPECT_NEAR(r.channels[c].overall, c == 0 ? std::sqrt(24.0) : 0.0, 1e-12) << names[c];
+        }
+        // Picture (0, 0) is mosaic (2, 2), inside the border: its one site,
+        // and no sample in the other channels.
         const int cls = map[order][0];
         const int channel = cls == 1 ? 0 : cls == 0 ? 1 : cls == 3 ? 2 : 3;
+        int withSamples = 0;
+        for (const NoiseChannelResult &c : fromFiles[1].channels)
+            withSamples += std::isfinite(c.signal) ? 1 : 0;
+        EXPECT_EQ(withSamples, 1);
         EXPECT_EQ(fromFiles[1].channels[channel].signal, level[cls]);
         // The picture is the mosaic less two pixels each side: 20 x 14.
         EXPECT_TRUE(measureNoise(loaded, {QRect(19, 13, 1, 1)}, &fromFiles, &failure));

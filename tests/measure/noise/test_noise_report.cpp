@@ -56,13 +56,6 @@ TEST(NoiseReport, LayoutOfTheDocument)
     for (int i = 0; i < 6; ++i)
         results << record(3, 100 + i, 1, 1);
     const QString all = buildNoiseReport(results, {"C:/x/one.png", "two.png"}, -1);
-    EXPECT_TRUE(all.startsWith("<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\""));
-    EXPECT_TRUE(all.contains(
-            "</style></head><body style=\" font-family:'MS Shell Dlg 2'; font-size:8.25pt; "
-            "font-weight:400; font-style:normal;\"><center><H1>Signal Noise Results</H1></center>"
-            "<p>For RGB images, input image is considered to be sRGB and linearized before singal "
-            "and noise are computed.</p>"));
-    EXPECT_FALSE(all.contains("<title>"));
     EXPECT_TRUE(all.contains(
             "<caption>Input files</caption><tr><td>1</td><td><a href=\"C:/x/one.png\" "
             "target=\"BLANK\">C:/x/one.png</a></td></tr><tr><td>2</td><td><a href=\"two.png\" "
@@ -72,13 +65,6 @@ TEST(NoiseReport, LayoutOfTheDocument)
                 QString("<caption>Patch %1&nbsp;&nbsp;&nbsp;&nbsp;Noise Levels (standard "
                         "deviation).</caption>\n<tr><th>Channel</th>")
                         .arg(p)));
-    EXPECT_TRUE(all.contains("<th align=\"center\">SNR <br> (signal to noise ratio)</th>"));
-    EXPECT_TRUE(all.contains("<P>Define also the following intermediate values:</P>"));
-    EXPECT_TRUE(all.contains("<P>The analysis results are calculated as follows:</P>"));
-    EXPECT_TRUE(all.contains("&#963;"));
-    EXPECT_TRUE(all.endsWith(
-            "<P>In the above equations RMS Dyn refers to overall noise. Avg Dyn refers to "
-            "temporal noise. </p></body></html>"));
 
     // One patch: only the fifth patch's table.
     const QString fifth = buildNoiseReport(results, {}, 4);
