@@ -138,6 +138,15 @@ int runUniformity(const QStringList &args)
     }
     if (path.isEmpty())
         return measure::usageError(name);
+    // A percentage outside 0..100 is wrong whatever the picture, like a zone
+    // grid out of range: refused before the picture is read, in the engine's
+    // words.
+    if (!isValidUniformityPercent(center))
+        return measure::fail(
+                uniformityErrorText({UniformityError::InvalidCenterPercent, {}, center}));
+    if (!isValidUniformityPercent(corner))
+        return measure::fail(
+                uniformityErrorText({UniformityError::InvalidCornerPercent, {}, corner}));
 
     QString loadError;
     const QImage picture = loadImage(path, &loadError);

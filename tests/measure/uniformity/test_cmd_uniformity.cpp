@@ -100,4 +100,14 @@ TEST(UniformityCommand, RefusalsAndUsageErrors)
     // Only the zones option explains its format.
     r = runProcess(measureToolPath(), {"uniformity", path, "--center", "ten"});
     EXPECT_EQ(r.err, "kestro-measure: invalid value for --center: ten\n");
+
+    // Percentages outside 0..100 would give windows off the grid: refused in
+    // the engine's words, like any other out-of-range option.
+    r = runProcess(measureToolPath(), {"uniformity", path, "--center", "101"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.out.isEmpty());
+    EXPECT_EQ(r.err, "kestro-measure: Invalid centre percentage 101: give a value from 0 to 100.\n");
+    r = runProcess(measureToolPath(), {"uniformity", path, "--corner", "-1"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "kestro-measure: Invalid corner percentage -1: give a value from 0 to 100.\n");
 }
