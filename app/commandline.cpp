@@ -15,7 +15,8 @@
 
 namespace {
 
-// Batch output goes to stdout through printf, exactly as the texts stand.
+// Batch output goes to stdout unchanged, without a newline added: test
+// stations read these texts and compare them character for character.
 void out(const char *text)
 {
     std::printf("%s", text);

@@ -89,8 +89,11 @@ namespace kestro {
 
 QString settingsFileLocation(const QString &applicationDir, const QString &userConfigDir)
 {
-    // The name is appended to the directory path as it stands, without a
-    // separator.
+    // The name is appended to the directory path without a separator: the
+    // path has no trailing slash, so "/opt/kestro/bin" gives
+    // "/opt/kestro/binKestro.ini", beside the program's folder. That is where
+    // the program has always kept its settings, so an existing settings file
+    // goes on being found.
     const QString beside = applicationDir + QStringLiteral("Kestro.ini");
     const QFileInfo info(beside);
     const bool writable = info.exists() ? info.isFile() && info.isWritable()
@@ -511,33 +514,44 @@ void Kestro::updateCameraStatus()
 
 void Kestro::initialize()
 {
-    // 1. Splash screen; it is not shown, only finished at the end.
+    // Start-up makes each part after the parts it uses: the calibration
+    // library is built on the camera's handle and initialised only when the
+    // probe found its runtime; a window whose library failed exits before any
+    // page is built; the chart page is wired before the noise charts, which
+    // are part of it, and before the colour-correction panel, which listens
+    // to it; the start tab is chosen last, when the tab-change handler is
+    // connected and every page exists.
+
+    // Made but never shown; closed when start-up ends.
     m_splash = new QSplashScreen(QPixmap(QStringLiteral(":/Kestro/Resources/wizardlogo.PNG")));
 
-    // 2. Camera object and sensor types.
+    // The camera object and the sensor types it can open.
     if (!m_camera)
         m_camera = std::make_unique<CCamera>();
     fillSensorTypes();
 
-    // 3. Initial camera state (closed) and the revision list.
+    // A first start begins with the camera closed and the revisions of the
+    // stored sensor type.
     if (!m_alreadyInitialized) {
         m_camera->close();
         fillSensorRevisions();
     }
     updateCameraStatus();
 
-    // 4. Runtime probe.
+    // The colour-correction panel waits for a chart to be taken for it; the
+    // probe tells whether the library's runtime can be loaded at all.
     m_matrixPanel->setEnabled(false);
     m_matlabRuntimeInstalled = isMatlabRuntimeInstalled();
 
-    // 5. The calibration library on the camera handle.
+    // The calibration library on the camera handle.
     m_colorCal = std::make_unique<CColorCalibrate>(m_camera->handle());
     // The camera opens and closes after start-up (Probe): the library's
     // writers ask for the one open when they run.
     m_colorCal->SetCameraSource([this] { return m_camera ? m_camera->handle() : nullptr; });
 
-    // 6. Initialise it: synchronously in batch mode, on a thread otherwise,
-    //    not at all without the runtime.
+    // A batch run measures as soon as start-up ends, so it initialises the
+    // library here; a window initialises it on a thread so that it appears at
+    // once. Without the runtime there is nothing to initialise.
     if (m_commandLineMode || !m_matlabRuntimeInstalled) {
         if (m_matlabRuntimeInstalled) {
             const bool isMtf = m_commandLineType.compare(QLatin1String("MTF"), Qt::CaseInsensitive)
@@ -555,7 +569,9 @@ void Kestro::initialize()
         m_workflow->widget(2)->setEnabled(false);
     }
 
-    // 7. Windowed mode: revision list again and the library's state.
+    // A window refreshes the revision list and gives up at once when the
+    // library already reports a failure: its colour and MTF measurements
+    // would not work.
     if (!m_commandLineMode) {
         fillSensorRevisions();
         if (m_colorCal->LastErrorState() != 0) {
@@ -571,7 +587,8 @@ void Kestro::initialize()
         }
     }
 
-    // 8. Signals.
+    // From here on the tab widget, the sensor lists and the configuration
+    // button report to the window.
     connect(m_workflow, &QTabWidget::currentChanged, this, &Kestro::currentTabChanged);
     connect(m_sensorType, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
             &Kestro::setSensorType);
@@ -579,14 +596,15 @@ void Kestro::initialize()
             &Kestro::setSensorRev);
     connect(m_loadConfig, &QPushButton::pressed, this, &Kestro::loadUserConfig);
 
-    // 9. Pages, in this order.
+    // The pages inside their tabs: the chart page first, since the noise
+    // charts are part of it and the colour-correction panel listens to it.
     wireColorDifferencePage();
     wireNoisePage();
     wireMtfPage();
     wireUniformityPage();
     kestro::installMatrixPanel(this);
 
-    // 10. Start tab, help and directories.
+    // Start tab, help page and the file dialogs' starting folders.
     if (!m_alreadyInitialized) {
         selectQuickStartPage(0);
         if (m_currentTab != 0) {

@@ -39,8 +39,9 @@ bool isMatlabRuntimeInstalled();
 
 namespace kestro {
 // The settings file: "Kestro.ini" appended to the application directory path
-// as it stands (so it lands beside that directory) when that file can be
-// written, else "Kestro.ini" in `userConfigDir`.
+// with no separator (so it lands beside that directory, named after it) when
+// that file can be written, else "Kestro.ini" in `userConfigDir` (a program
+// installed under /usr cannot write beside its own folder).
 QString settingsFileLocation(const QString &applicationDir, const QString &userConfigDir);
 } // namespace kestro
 

@@ -163,6 +163,8 @@ QString channelName(int imageType, int index);
 namespace kestro {
 // Reads a raw sensor file into a block (the frame's raw branch).
 FrameError readRawFrame(const QString &path, CFrameData *block);
-// Fills a block from a decoded picture by the frame format rules.
+// Fills a block from a decoded picture: indexed and gray pictures become
+// one-sample 8-bit frames, every colour format a 32-bit ARGB frame; 1-bit and
+// alpha-only pictures are refused.
 FrameError frameFromImage(QImage image, CFrameData *block);
 } // namespace kestro

@@ -10,7 +10,7 @@ QRect alignedRect(const QRectF &rect)
 {
     // Edges are rounded in double and kept inside a range where the integer
     // rectangle (and right = left + width - 1) cannot overflow; a region that
-    // large is refused by the validity rule anyway. Non-finite edges read 0.
+    // large is refused by isRegionValid() anyway. Non-finite edges read 0.
     constexpr double kLimit = 1 << 30;
     auto edge = [](double v, bool up) {
         if (!std::isfinite(v))

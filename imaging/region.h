@@ -1,7 +1,8 @@
 #pragma once
-// Headless region rules: a region is an axis-aligned rectangle in image pixel
-// coordinates. Measurements round it outwards to whole pixels and check it
-// against the picture before they use it.
+// Regions without widgets: a region is an axis-aligned rectangle in image
+// pixel coordinates. Measurements round it outwards to whole pixels and check
+// it against the picture before they use it, so that a region drawn partly
+// off the picture is refused instead of read out of bounds.
 
 #include <QColor>
 #include <QImage>

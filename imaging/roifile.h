@@ -41,7 +41,8 @@ struct RoiReadResult
 
 // Reads the "patches" array of an ROI file. Each value is taken as a real
 // number; a missing value, one that does not convert or one that is not
-// finite gives 0. Empty and off-image rectangles are returned as they stand.
+// finite gives 0. Empty and off-image rectangles are returned unchanged: the
+// measurement that uses a region refuses it with its own text.
 // A file that is not a regular file, cannot be opened, is larger than
 // kMaxRoiFileBytes, announces a "size" below 1 or above kMaxRoiEntries, or
 // holds a value beyond kMaxRoiCoordinate gives ok = false and no rectangles

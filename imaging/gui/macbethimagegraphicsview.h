@@ -24,7 +24,8 @@ public:
 
     const QList<QGraphicsCornerEllipseItem *> &handles() const { return m_handles; }
     // Replaces the handles by one per square, numbered in square order,
-    // stacked above the regions and coloured by the outline colour rule.
+    // stacked above the regions and coloured like a region outline on the
+    // same square, so that each stands out from the patch beneath it.
     void setHandles(const QVector<QRectF> &squares);
     // Moves the existing handles onto new squares, except the one being
     // dragged (it follows the pointer itself).

@@ -171,8 +171,8 @@ QString regionBasedMTF::errorMessage() const
 QString regionBasedMTF::regionInfoHtml() const
 {
     acquire();
-    // One multi-argument pass, so that a "%" sequence in the file name is
-    // left as it stands.
+    // One multi-argument pass, so that a "%1" in the file name is not taken
+    // for the place of a later argument.
     QString info = QString("<table><tr><th align=\"left\">Region</th><td> topleft(%1, %2), width: "
                            "%3, height: %4</td> </tr><tr><th align=\"left\">File Name</th><td "
                            "width=\"500px\"> %5</td></tr><tr><th align=\"left\">ROI "

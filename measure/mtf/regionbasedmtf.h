@@ -92,7 +92,7 @@ protected:
     // Inputs and results are written on the MTF worker thread and read on
     // the interface thread after the run. That handover (a queued signal,
     // QThread::wait) happens inside Qt, out of the thread sanitizer's sight,
-    // and plain reads would not be ordered by the standard's rules either:
+    // and plain reads would not be ordered by the C++ memory model either:
     // every change ends with publish() (a release) and every read starts
     // with acquire().
     void publish();

@@ -295,7 +295,8 @@ void ChartGraph::paintChart(QPainter &p, const QSize &size) const
         p.drawRect(cell.adjusted(1, 1, -2, -2));
         p.restore();
     };
-    // Left half: the patch colour with lines of text in the brightness rule.
+    // Left half: the patch colour with lines of text in white on dark patches
+    // and black on light ones, so that they stay readable on every patch.
     auto drawColorWithText = [&](const QRect &area, const QColor &color, const QStringList &lines) {
         p.setPen(Qt::NoPen);
         p.setBrush(color);

@@ -526,7 +526,9 @@ bool MacbethChartPage::writeNoiseReport(const QString &path, QString *error)
                 location.makeCompanionFolder();
                 saveChartPictures(location, m_noiseChart, m_noiseGrayPlot, QStringLiteral(".png"),
                                   QStringLiteral("_GrayChart.png"));
-                // Written as it stands: the noise report is one document already.
+                // The noise HTML goes into the file whole, between its heading
+                // and its chart pictures: there is no second document to merge
+                // it with, so its own head and body stay as they were built.
                 return QLatin1String("<center><H1>Noise Measurement Results</H1></center>")
                        + m_noiseHtml + QLatin1String("<br>")
                        + chartPicturesHtml(location, QStringLiteral(".png"),

@@ -64,9 +64,9 @@ void warn(QWidget *parent, const QString &title, const QString &text)
 
 } // namespace
 
-// The regions as they stand when a run starts. The run reads only this
-// copy, and the page keeps the regions themselves from being removed until
-// it ends.
+// A snapshot of the regions taken when a run starts. The run reads only this
+// copy, so moving a region meanwhile cannot change a measurement half-way,
+// and the page keeps the regions themselves from being removed until it ends.
 class MtfPage::RunSource : public MTFRegionSource
 {
 public:
