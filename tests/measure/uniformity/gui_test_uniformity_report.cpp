@@ -71,64 +71,34 @@ CpiqResult handmadeZones()
 
 } // namespace
 
-TEST(UniformityReport, HtmlByteForByte)
+TEST(UniformityReport, HtmlRowsPicturesAndCpiq)
 {
     const QString html = uniformityReportHtml(shadedSettings(), shadedData(),
                                               QStringLiteral("/tmp/k/"));
+    EXPECT_TRUE(html.contains(
+            "<p>Image: /data/flat field.png</p> <p>Original Width : 48\tOriginal Height : "
+            "32\tSubSampled Width : 12\tSubSampled Height : 8\tSubSampling Rate : 4</p><p>Center "
+            "Percentage : 50 %\tCorner Percentage : 25 %</p>\n"));
+    // Each channel's row: max, mean, min, centre, the four corners and their
+    // drop-offs; the CSV test checks every row's figures.
     const QString row = QStringLiteral("</th>\n<th align=\"center\">");
-    const QString expected
-            = QStringLiteral(
-                      "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
-                      "\"http://www.w3.org/TR/REC-html40/strict.dtd\"><html><head><meta "
-                      "name=\"qrichtext\" content=\"1\" /><style type=\"text/css\">p, li { "
-                      "white-space: pre-wrap; }</style><title>Uniformity Test Report</title></head>"
-                      "<body style=\" font-family:'MS Shell Dlg 2'; font-size:8.25pt; "
-                      "font-weight:400; font-style:normal;\">"
-                      "<h1>Uniformity Test Report</h1><p>Minimum, maximum and mean value of each "
-                      "color channel (component) is based on subsampled data of the image. </p>"
-                      "<p>Image: /data/flat field.png</p> <p>Original Width : 48\tOriginal Height "
-                      ": 32\tSubSampled Width : 12\tSubSampled Height : 8\tSubSampling Rate : "
-                      "4</p><p>Center Percentage : 50 %\tCorner Percentage : 25 %</p>\n"
-                      "<p style=\" margin-top:0px; margin-bottom:0px; margin-left:0px; "
-                      "margin-right:0px;-qt-block-indent:0; text-indent:0px;\"><table border=\"1\" "
-                      "cellspacing=\"0\" cellpadding=\"1\">\n<caption>Uniformity Test</caption>\n"
-                      "<tr><th align=\"center\">&nbsp;&nbsp;Channel&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Max&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Mean&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Min&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Center&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Upper Left&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Upper Right&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Lower Left&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;Lower Right&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;UL DropOff&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;UR DropOff&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;LL DropOff&nbsp;&nbsp;</th>\n"
-                      "<th align=\"center\">&nbsp;&nbsp;LR DropOff&nbsp;&nbsp;</th></tr>\n")
-              + QStringLiteral("<tr><th align=\"center\">Y") + row + "162" + row + "148" + row
-              + "135" + row + "148.93" + row + "137.395" + row + "141.955" + row + "152.345" + row
-              + "156.905" + row + "11.535" + row + "6.975" + row + "-3.415" + row + "-7.975"
-              + "</th></tr>\n" + QStringLiteral("<tr><th align=\"center\">R") + row + "190" + row
-              + "155" + row + "120" + row + "155" + row + "125" + row + "125" + row + "175" + row
-              + "175" + row + "30" + row + "30" + row + "-20" + row + "-20" + "</th></tr>\n"
-              + QStringLiteral("<tr><th align=\"center\">G") + row + "150" + row + "150" + row
-              + "150" + row + "150" + row + "150" + row + "150" + row + "150" + row + "150" + row
-              + "0" + row + "0" + row + "0" + row + "0" + "</th></tr>\n"
-              + QStringLiteral("<tr><th align=\"center\">B") + row + "155" + row + "127" + row
-              + "100" + row + "127.5" + row + "105" + row + "145" + row + "105" + row + "145" + row
-              + "22.5" + row + "-17.5" + row + "22.5" + row + "-17.5" + "</th></tr>\n"
-              + QStringLiteral(
-                      "</table>\n</p>\n"
-                      "<p align=\"center\"><img width=\"550\" height=\"366\" src=\"/data/flat "
-                      "field.png\"></p> <p><center>Original Image</center></p> <p></p><br><br>"
-                      "<p align=\"center\"><img src=\"/tmp/k/UniformityY.png\"></p> "
-                      "<p><center>Uniformity Chart of Y Channel</center></p> <p></p><br><br>"
-                      "<p align=\"center\"><img src=\"/tmp/k/UniformityB.png\"></p> "
-                      "<p><center>Uniformity Chart of B Channel</center></p> <p></p><br><br>"
-                      "<h2>CPIQ regions shading balance report</h2><table cellspacing=\"15\">"
-                      "<tr><th></th></table><p><H3> Color Uniformity Metric (CPIQ) </H3>0</p>"
-                      "</body></html>");
-    EXPECT_EQ(html, expected);
+    EXPECT_TRUE(html.contains(QStringLiteral("<tr><th align=\"center\">Y") + row + "162" + row
+                              + "148" + row + "135" + row + "148.93" + row + "137.395" + row
+                              + "141.955" + row + "152.345" + row + "156.905" + row + "11.535" + row
+                              + "6.975" + row + "-3.415" + row + "-7.975" + "</th></tr>\n"))
+            << html.toStdString();
+    // The picture at the chart size, then the charts of the checked channels.
+    EXPECT_TRUE(
+            html.endsWith("</table>\n</p>\n"
+                          "<p align=\"center\"><img width=\"550\" height=\"366\" src=\"/data/flat "
+                          "field.png\"></p> <p><center>Original Image</center></p> <p></p><br><br>"
+                          "<p align=\"center\"><img src=\"/tmp/k/UniformityY.png\"></p> "
+                          "<p><center>Uniformity Chart of Y Channel</center></p> <p></p><br><br>"
+                          "<p align=\"center\"><img src=\"/tmp/k/UniformityB.png\"></p> "
+                          "<p><center>Uniformity Chart of B Channel</center></p> <p></p><br><br>"
+                          "<h2>CPIQ regions shading balance report</h2><table cellspacing=\"15\">"
+                          "<tr><th></th></table><p><H3> Color Uniformity Metric (CPIQ) </H3>0</p>"
+                          "</body></html>"));
 
     // The CPIQ zones, when measured, fill the last table.
     UniformityReportData data = shadedData();
