@@ -47,9 +47,6 @@ TEST(Frame, ColourFormatsBecomeArgb32AndOneBitIsRefused)
         ASSERT_TRUE(frame.setFromImage(source)) << f;
         EXPECT_EQ(frame.image().format(), QImage::Format_ARGB32) << f;
         EXPECT_EQ(frame.image(), source.convertToFormat(QImage::Format_ARGB32)) << f;
-        EXPECT_EQ(frame.kind(), 3u);
-        EXPECT_EQ(frame.bitsPerPixel(), 32);
-        EXPECT_EQ(frame.bytesPerLine(), 21 * 4);
         EXPECT_EQ(frame.dataSize(), 21 * 4 * 13);
     }
 
@@ -184,8 +181,7 @@ TEST(Frame, LinearCopyDecodesEveryColourByte)
         for (int x = 0; x < frame.width(); ++x) {
             const int o = y * frame.bytesPerLine() + 4 * x;
             for (int k = 0; k < 3; ++k) {
-                const double v = src[o + k] / 255.0;
-                const double linear = v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+                const double linear = kestro::test::srgbByteDecodeReference(src[o + k]);
                 ASSERT_EQ(lin[o + k], static_cast<int>(std::floor(linear * 255.0 + 0.5)))
                         << x << "," << y;
             }
@@ -221,12 +217,6 @@ TEST(Frame, CompatibilityRule)
     EXPECT_FALSE(f1.isCompatible(empty));
     ASSERT_TRUE(f2.setFromImage(gradient(20, 10, QImage::Format_ARGB32), 7));
     EXPECT_FALSE(f1.isCompatible(f2)); // tags differ
-
-    EXPECT_EQ(bytesPerPixelForBits(12), 2);
-    EXPECT_EQ(bytesPerPixelForBits(48), 1); // deliberately not 6
-    EXPECT_EQ(channelName(10, 3), "BayerB");
-    EXPECT_EQ(channelName(9, 4), "IR");
-    EXPECT_EQ(channelName(8, 6), "---");
 }
 
 // Readers take the pixels, check that everything they see belongs to one

@@ -55,6 +55,16 @@ QByteArray pngDeclaringSize(quint32 width, quint32 height);
 // Makes a named pipe in `dir` and returns its path (empty on failure).
 QString makeFifo(const QTemporaryDir &dir, const QString &name);
 
+// Linear light of a stored sRGB value in 0..1, written out from the
+// standard's formula so that tests never take expected values from the
+// decoding they check.
+double srgbDecodeReference(double value);
+// The same for an 8-bit channel.
+inline double srgbByteDecodeReference(int byte)
+{
+    return srgbDecodeReference(byte / 255.0);
+}
+
 // The message boxes a call printed: on a non-interactive display they go to
 // stderr as "Title: text".
 QString boxesOf(const std::function<void()> &call);

@@ -6,7 +6,6 @@
 #include "acquisition/automation.h"
 #include "acquisition/imagesourceprotocol.h"
 #include "app/kestro.h"
-#include "imaging/srgb.h"
 #include "scene.h"
 
 #include "testsupport.h"
@@ -34,8 +33,8 @@ double middleLevel(const QImage &picture)
 {
     if (picture.isNull())
         return -1;
-    return srgbByteToLinear(
-            std::uint8_t(qGreen(picture.pixel(picture.width() / 2, picture.height() / 2))));
+    return test::srgbByteDecodeReference(
+            qGreen(picture.pixel(picture.width() / 2, picture.height() / 2)));
 }
 
 TEST(CaptureWindow, PagesCaptureAndTheSetupPromptLastsUntilTheFirstSuccess)

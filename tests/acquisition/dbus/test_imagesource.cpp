@@ -7,7 +7,6 @@
 #include "acquisition/automation.h"
 #include "acquisition/camera.h"
 #include "acquisition/imagesourceprotocol.h"
-#include "imaging/srgb.h"
 #include "measure/color/cielab.h"
 #include "measure/color/macbethcolordifference.h"
 #include "scene.h"
@@ -68,7 +67,7 @@ double linear(const QImage &image, int x, int y, int channel)
 {
     const QRgb p = image.pixel(x, y);
     const int v = channel == 0 ? qRed(p) : channel == 1 ? qGreen(p) : qBlue(p);
-    return srgbByteToLinear(std::uint8_t(v));
+    return test::srgbByteDecodeReference(v);
 }
 
 class CaptureTest : public ::testing::Test
@@ -83,9 +82,14 @@ protected:
         qputenv(imagesource::kProgramVariable, QFile::encodeName(test::imageSourceProgram()));
     }
 
+    // The camera object's end quits the service it started and reaps it.
     void TearDown() override
     {
+        const qint64 pid = m_camera && m_camera->automation()
+                                   ? automationOf(*m_camera)->startedProcessId()
+                                   : 0;
         m_camera.reset();
+        EXPECT_FALSE(pid > 0 && test::processExists(pid));
         EXPECT_TRUE(waitForService(false)) << "the image source outlived the camera object";
         EXPECT_TRUE(test::zombieChildren().empty());
     }
@@ -379,17 +383,6 @@ TEST_F(CaptureTest, ServiceThatCannotStartFailsInTime)
     EXPECT_TRUE(test::zombieChildren().empty());
 }
 
-TEST_F(CaptureTest, QuitOnDestructionEndsTheStartedService)
-{
-    setOptions({{"width", "64"}, {"height", "48"}});
-    const qint64 pid = service().startedProcessId();
-    ASSERT_GT(pid, 0);
-    EXPECT_FALSE(capture().isNull());
-    m_camera.reset();
-    EXPECT_FALSE(test::processExists(pid));
-    EXPECT_FALSE(serviceOnBus());
-}
-
 TEST_F(CaptureTest, BusActivationStartsTheInstalledService)
 {
     const QString file = PrivateBus::instance()->serviceDirectory()
@@ -457,9 +450,8 @@ TEST_F(CaptureCommandTest, SavesOneFrameOrFailsWithThePageText)
     EXPECT_EQ(json.value("file").toString(), out);
     const QImage saved(out);
     ASSERT_EQ(saved.size(), QSize(json.value("width").toInt(), json.value("height").toInt()));
-    EXPECT_NEAR(srgbByteToLinear(
-                        std::uint8_t(qGreen(saved.pixel(saved.width() / 2, saved.height() / 2)))),
-                imagesource::kFlatLevel, 0.02);
+    EXPECT_NEAR(linear(saved, saved.width() / 2, saved.height() / 2, 1), imagesource::kFlatLevel,
+                0.02);
     EXPECT_FALSE(serviceOnBus()) << "the tool's camera object ends the service";
 
     // No session bus, or no camera: the page's text, promptly, and no file.
