@@ -64,8 +64,8 @@ TEST(ChartGeometry, GridTransformAndPatchRectangles)
     EXPECT_FALSE(fillDetection(h, 400, 800, 0.5, none));
     EXPECT_EQ(none.found, 0);
 
-    // A square turned 45 degrees holds an upright square of half its
-    // half-diagonal... here the diamond of radius 10 holds a half side of 5.
+    // A diamond of half-diagonal 10 holds an upright square of half side 5
+    // about its centre, and none about a point outside it.
     const Point2 diamond[4] = {{0, -10}, {10, 0}, {0, 10}, {-10, 0}};
     EXPECT_NEAR(insetSquareHalfSide(diamond, {0, 0}), 5.0, 1e-9);
     EXPECT_LE(insetSquareHalfSide(diamond, {20, 0}), 0.0);
