@@ -232,9 +232,3 @@ TEST(Tarnlib, ErrorTexts)
     EXPECT_EQ(texts.count("unknown status"), 0u);
     EXPECT_STREQ(tl_StatusText(TL_ERR_RANGE), "value out of range for the register");
 }
-
-TEST(Tarnlib, BayerImageTypes)
-{
-    for (int t = -1; t <= 12; ++t)
-        EXPECT_EQ(tl_IsBayerImageType(t) != 0, t == 1 || t == 7 || t == 8 || t == 10) << t;
-}
