@@ -1,5 +1,6 @@
 #include "acquisition/camera.h"
 #include "platform/tarnlib/tarnlib.h"
+#include "testsupport.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,23 +15,11 @@ namespace {
 class CameraTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        m_savedData = qgetenv("XDG_DATA_HOME");
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.path()));
-    }
-    void TearDown() override
-    {
-        qunsetenv("KESTRO_DEMO_CAMERA");
-        if (m_savedData.isEmpty())
-            qunsetenv("XDG_DATA_HOME");
-        else
-            qputenv("XDG_DATA_HOME", m_savedData);
-    }
-    static void plugIn(const char *board) { qputenv("KESTRO_DEMO_CAMERA", board); }
+    void SetUp() override { m_env.set("XDG_DATA_HOME", QFile::encodeName(m_home.path())); }
+    void plugIn(const char *board) { m_env.set("KESTRO_DEMO_CAMERA", board); }
 
     QTemporaryDir m_home;
-    QByteArray m_savedData;
+    kestro::test::ScopedEnvironment m_env;
 };
 
 } // namespace

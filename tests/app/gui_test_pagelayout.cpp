@@ -166,10 +166,8 @@ class PageLayout : public ::testing::Test
 protected:
     void SetUp() override
     {
-        for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME"}) {
-            m_saved.append({name, qgetenv(name)});
-            qputenv(name, QFile::encodeName(m_home.filePath(name)));
-        }
+        for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME"})
+            m_env.set(name, QFile::encodeName(m_home.filePath(name)));
         QFile::remove(settingsFileLocation(QCoreApplication::applicationDirPath(),
                                            m_home.filePath("config")));
         window = std::make_unique<Kestro>();
@@ -180,12 +178,7 @@ protected:
         window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
     }
-    void TearDown() override
-    {
-        window.reset();
-        for (const auto &saved : m_saved)
-            qputenv(saved.first, saved.second);
-    }
+    void TearDown() override { window.reset(); }
 
     // Shows tab `index`, lets the layouts settle and, when asked, saves a
     // picture of the screen.
@@ -246,7 +239,7 @@ protected:
 
 private:
     QTemporaryDir m_home;
-    QList<QPair<const char *, QByteArray>> m_saved;
+    test::ScopedEnvironment m_env;
 };
 
 } // namespace

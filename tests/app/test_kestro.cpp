@@ -80,23 +80,11 @@ class WindowTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME"}) {
-            m_saved.append({name, qgetenv(name)});
-            qputenv(name, QFile::encodeName(m_home.filePath(name)));
-        }
-        qunsetenv("KESTRO_DEMO_CAMERA");
+        for (const char *name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME"})
+            m_env.set(name, QFile::encodeName(m_home.filePath(name)));
+        m_env.set("KESTRO_DEMO_CAMERA", {});
         QFile::remove(kestro::settingsFileLocation(QCoreApplication::applicationDirPath(),
                                                    m_home.filePath("config")));
-    }
-    void TearDown() override
-    {
-        qunsetenv("KESTRO_DEMO_CAMERA");
-        for (const auto &saved : m_saved) {
-            if (saved.second.isEmpty())
-                qunsetenv(saved.first);
-            else
-                qputenv(saved.first, saved.second);
-        }
     }
     std::unique_ptr<Kestro> windowed()
     {
@@ -107,7 +95,7 @@ protected:
     }
 
     QTemporaryDir m_home;
-    QList<QPair<const char *, QByteArray>> m_saved;
+    kestro::test::ScopedEnvironment m_env;
 };
 
 } // namespace

@@ -4,6 +4,8 @@
 
 #include "imaging/gui/capturedpicture.h"
 
+#include "testsupport.h"
+
 #include <QFile>
 #include <QLineEdit>
 #include <QTemporaryDir>
@@ -17,12 +19,7 @@ namespace {
 class CapturedPictureTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        m_savedTmp = qgetenv("TMPDIR");
-        qputenv("TMPDIR", QFile::encodeName(m_tmp.path()));
-    }
-    void TearDown() override { qputenv("TMPDIR", m_savedTmp); }
+    void SetUp() override { m_env.set("TMPDIR", QFile::encodeName(m_tmp.path())); }
 
     // The box texts that a capture printed (the display is not
     // interactive: boxes go to stderr as "Title: text").
@@ -34,7 +31,7 @@ protected:
     }
 
     QTemporaryDir m_tmp;
-    QByteArray m_savedTmp;
+    kestro::test::ScopedEnvironment m_env;
 };
 
 } // namespace

@@ -137,6 +137,25 @@ double srgbDecodeReference(double value)
     return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
 }
 
+ScopedEnvironment::~ScopedEnvironment()
+{
+    for (auto it = m_saved.crbegin(); it != m_saved.crend(); ++it) {
+        if (it->second.isEmpty())
+            qunsetenv(it->first.constData());
+        else
+            qputenv(it->first.constData(), it->second);
+    }
+}
+
+void ScopedEnvironment::set(const char *name, const QByteArray &value)
+{
+    m_saved.append({name, qgetenv(name)});
+    if (value.isEmpty())
+        qunsetenv(name);
+    else
+        qputenv(name, value);
+}
+
 QString boxesOf(const std::function<void()> &call)
 {
     testing::internal::CaptureStderr();

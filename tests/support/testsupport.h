@@ -3,6 +3,8 @@
 
 #include <QImage>
 #include <QJsonObject>
+#include <QList>
+#include <QPair>
 #include <QString>
 #include <QTemporaryDir>
 #include <functional>
@@ -64,6 +66,22 @@ inline double srgbByteDecodeReference(int byte)
 {
     return srgbDecodeReference(byte / 255.0);
 }
+
+// Sets environment variables for its lifetime and then restores what they
+// were, so that one test's per-user folders or devices never reach the next.
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment() = default;
+    ScopedEnvironment(const ScopedEnvironment &) = delete;
+    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
+    ~ScopedEnvironment();
+    // An empty value unsets the variable.
+    void set(const char *name, const QByteArray &value);
+
+private:
+    QList<QPair<QByteArray, QByteArray>> m_saved; // name, previous value ("" when unset)
+};
 
 // The message boxes a call printed: on a non-interactive display they go to
 // stderr as "Title: text".
