@@ -3,7 +3,6 @@
 // implementation must match it bit for bit.
 #include "imaging/demosaic.h"
 #include "imaging/parallel.h"
-#include "imaging/rawimage.h"
 
 #include <QImage>
 #include <atomic>
@@ -208,40 +207,6 @@ TEST(Demosaic, BandsGiveTheSameResultAsOneThread)
                   demosaicToImage(m.samples.data(), m.width, m.height, m.bits, m.black, order, 7));
         setParallelLaunchFailsForTesting(false);
     }
-}
-
-TEST(RawNormalise, PlaneValuesCropAndDefaultBlack)
-{
-    std::vector<std::int16_t> samples(7 * 5);
-    for (size_t i = 0; i < samples.size(); ++i)
-        samples[i] = static_cast<std::int16_t>(i * 30);
-    RawPlane p = normaliseRaw(samples.data(), 7, 5, 10, 64);
-    ASSERT_EQ(p.width, 6);
-    ASSERT_EQ(p.height, 4);
-    EXPECT_FLOAT_EQ(p.values[0], (0 - 64.0f) / (1023 - 64.0f));
-    EXPECT_FLOAT_EQ(p.values[1 * 6 + 2],
-                    (9 * 30 - 64.0f) / (1023 - 64.0f)); // row pitch is the full width
-
-    // Negative black: 42 * 2^(10 - bits).
-    EXPECT_DOUBLE_EQ(defaultBlackLevel(10), 42.0);
-    EXPECT_DOUBLE_EQ(defaultBlackLevel(12), 10.5);
-    EXPECT_DOUBLE_EQ(defaultBlackLevel(8), 168.0);
-    p = normaliseRaw(samples.data(), 7, 5, 12, -1);
-    EXPECT_FLOAT_EQ(p.values[1], (30 - 10.5f) / (4095 - 10.5f));
-
-    // Crop origin and size; absurd sizes mean "all that remains".
-    p = normaliseRaw(samples.data(), 7, 5, 10, 0, 1, 1, 4, 2);
-    ASSERT_EQ(p.width, 4);
-    ASSERT_EQ(p.height, 2);
-    EXPECT_FLOAT_EQ(p.values[0], 8 * 30 / 1023.0f);
-    p = normaliseRaw(samples.data(), 7, 5, 10, 0, 2, 1, 100, -3);
-    EXPECT_EQ(p.width, 4);
-    EXPECT_EQ(p.height, 4);
-    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 10, 0, 7, 0).isEmpty());
-    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 0, 0).isEmpty());
-    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 17, 0).isEmpty());
-    EXPECT_TRUE(normaliseRaw(samples.data(), 7, 5, 10, 1023).isEmpty());
-    EXPECT_TRUE(normaliseRaw(samples.data(), 1, 5, 10, 0).isEmpty());
 }
 
 TEST(Parallel, EveryPartRunsOnceAndFailuresReachTheCaller)
