@@ -322,7 +322,10 @@ double MtfPage::customGamma() const
 
 bool MtfPage::isCalculating() const
 {
-    return m_thread->isRunning();
+    // A threaded run lasts until its end is handled here, not until the
+    // worker stops: in between, the inputs stay locked and no second run
+    // may start, or the first run's end would unlock them under it.
+    return m_running || m_thread->isRunning();
 }
 
 bool MtfPage::autoRerun() const
@@ -696,6 +699,7 @@ bool MtfPage::calcMTF(bool interactive)
     }
     if (interactive) {
         setInputsEnabled(false);
+        m_running = true;
         m_thread->start(QThread::InheritPriority);
         return true;
     }
@@ -705,6 +709,7 @@ bool MtfPage::calcMTF(bool interactive)
 
 void MtfPage::mtfCalculationFinished()
 {
+    m_running = false;
     finishRun();
 }
 

@@ -157,6 +157,8 @@ private:
     QList<QWidget *> m_runLocked; // inputs that a running calculation reads
 
     MTFThread *m_thread = nullptr;
+    // A threaded run started and its end not yet handled.
+    bool m_running = false;
     RunSource *m_runSource = nullptr;
     std::function<MtfBatchSettings()> m_batchSettings;
     kestro::CaptureFunction m_capture;

@@ -160,8 +160,7 @@ TEST_F(Page, ThreadedRunLocksTheInputsUntilItEnds)
 // The worker's end and the page's handling of it are apart: in between, the
 // page must still count as calculating, or a second run starts while the
 // first one's end is pending and that end then unlocks the inputs under it.
-// Disabled while MtfPage::isCalculating() asks the thread alone.
-TEST_F(Page, DISABLED_NoSecondRunBeforeTheFirstEndIsHandled)
+TEST_F(Page, NoSecondRunBeforeTheFirstEndIsHandled)
 {
     loadWithRegions({kEdge, kFlat});
     ASSERT_TRUE(page.calcMTF(true));
