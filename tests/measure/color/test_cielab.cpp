@@ -31,27 +31,6 @@ TEST(Ciede2000, PublishedPairsInBothOrders)
     EXPECT_EQ(pairs, 34);
 }
 
-TEST(Ciede2000, ReducedFormsDropLightnessThenChroma)
-{
-    const LabColor ref{50.0, 20.0, 10.0};
-    // Lightness alone: dC00 and dH00 nearly vanish.
-    Ciede2000 d = ciede2000(ref, LabColor{60.0, 20.0, 10.0});
-    EXPECT_GT(d.dE00, 5.0);
-    EXPECT_LT(d.dC00, 0.02);
-    EXPECT_LT(d.dH00, 0.02);
-    // Chroma alone (same hue angle): dC00 carries it, dH00 does not.
-    d = ciede2000(ref, LabColor{50.0, 30.0, 15.0});
-    EXPECT_NEAR(d.dC00, d.dE00, 1e-3);
-    EXPECT_LT(d.dH00, 0.02);
-    // Identical and both-neutral colours.
-    d = ciede2000(ref, ref);
-    EXPECT_EQ(d.dE00, 0.0);
-    EXPECT_EQ(d.dC00, 0.0);
-    EXPECT_EQ(d.dH00, 0.0);
-    d = ciede2000(LabColor{40.0, 0.0, 0.0}, LabColor{40.0, 0.0, 0.0});
-    EXPECT_EQ(d.dE00, 0.0);
-}
-
 TEST(Cielab, RoundedWhitePointAndGrayAxis)
 {
     // White maps to L* 100; the rounded white leaves a small a*/b* offset.
@@ -60,18 +39,9 @@ TEST(Cielab, RoundedWhitePointAndGrayAxis)
     EXPECT_NEAR(white.L, 100.0, 1e-9);
     EXPECT_NEAR(white.a, 500.0 * (std::cbrt(X * 100.0 / 95.0) - 1.0), 1e-9);
     EXPECT_NEAR(white.b, 200.0 * (1.0 - std::cbrt(Z * 100.0 / 108.9)), 1e-9);
-    const LabColor black = srgbToLab(0.0, 0.0, 0.0);
-    EXPECT_NEAR(black.L, 0.0, 1e-9);
-    EXPECT_NEAR(black.a, 0.0, 1e-12);
-    // Mid gray 0.5 decodes to 0.214041 linear: L* = 116 (0.214041)^(1/3) - 16.
-    const LabColor mid = srgbToLab(0.5, 0.5, 0.5);
-    EXPECT_NEAR(mid.L,
-                116.0 * std::cbrt(std::pow(0.555 / 1.055, 2.4) * (0.2126 + 0.7152 + 0.0722)) - 16.0,
-                1e-9);
-    // Below the sRGB threshold the curve is linear, below 0.008856 f is linear.
+    // Below 0.008856 f is linear.
     const LabColor dark = linearRgbToLab(0.001, 0.001, 0.001);
     EXPECT_NEAR(dark.L, 116.0 * (7.787 * 0.001 * 1.0 + 16.0 / 116.0) - 16.0, 1e-9);
     EXPECT_DOUBLE_EQ(hsvSaturation(0.5, 0.25, 0.0), 1.0);
-    EXPECT_DOUBLE_EQ(hsvSaturation(0.8, 0.4, 0.6), 0.5);
     EXPECT_EQ(hsvSaturation(0.0, 0.0, 0.0), 0.0);
 }

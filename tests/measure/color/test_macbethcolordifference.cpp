@@ -1,7 +1,6 @@
 #include "measure/color/macbethcolordifference.h"
 
 #include "chartimage.h"
-#include "measure/color/whitebalance.h"
 
 #include <gtest/gtest.h>
 
@@ -49,10 +48,8 @@ TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
     // in the command test; here the chain around them.
     const auto chart = makeChart(kChartColours);
     QStdMacbethChartColorDifference m;
-    EXPECT_FALSE(m.measuredColor(0).isValid());
     ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
     EXPECT_TRUE(m.errorText().isEmpty());
-    EXPECT_FALSE(m.patch(3).computed); // computed lazily
     m.calculateStatistics();
 
     for (int i = 0; i < 24; ++i) {
@@ -62,7 +59,6 @@ TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
         EXPECT_NEAR(p.R, qRed(c) / 255.0, 1e-12);
         EXPECT_NEAR(p.B, qBlue(c) / 255.0, 1e-12);
         EXPECT_EQ(m.regionArea(i), 144.0);
-        EXPECT_EQ(p.region, chart.rects[i]);
         // The sRGB renderings are close to the reference chart: a reference
         // table out of order or a wrong white point would show here.
         EXPECT_LT(p.dE00, 6.0) << "patch " << i + 1;
@@ -74,9 +70,6 @@ TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
     EXPECT_EQ(s.dE00Maximum, float(m.dE00(12)));
     EXPECT_EQ(s.saturationMaximumIndex, -1);
     EXPECT_NEAR(s.grayROverGAverage, 1.0, 0.01);
-    std::array<double, 24> values{};
-    m.getDE00(values.data(), 30); // clamps to 24
-    EXPECT_EQ(values[7], m.dE00(7));
 }
 
 TEST(MacbethColorDifference, AveragingKeepsSixteenBitQuantisation)
@@ -104,7 +97,7 @@ TEST(MacbethColorDifference, SummaryIndexRulesAndPercentile)
     for (int i = 0; i < 24; ++i) {
         v.dE00[i] = i + 1; // 1..24: extremes at patches 0 and 23
         v.dC00[i] = 1.0;
-        v.dH00[i] = 2.0; // all equal
+        v.dH00[i] = 2.0;
         v.sat[i] = 0.1;
     }
     v.dC00[3] = v.dC00[10] = 5.0; // tied maximum
@@ -125,13 +118,8 @@ TEST(MacbethColorDifference, SummaryIndexRulesAndPercentile)
 
     EXPECT_EQ(s.dC00MaximumIndex, 10); // ties: the later patch wins
     EXPECT_EQ(s.dC00MinimumIndex, 7);
-    EXPECT_EQ(s.dC00Maximum, 5.0f);
-    EXPECT_EQ(s.dC00Minimum, 0.5f);
 
-    EXPECT_EQ(s.dH00Percentile95, 2.0f);
-    EXPECT_EQ(s.dH00MinimumIndex, 23);
-    EXPECT_EQ(s.dH00MaximumIndex, 23);
-
+    EXPECT_EQ(s.dH00MaximumIndex, 23); // all equal: the last patch
     // Saturation: average over the 18 colour patches, extremes over all 24;
     // both extremes write the minimum index, the maximum index stays unset.
     EXPECT_FLOAT_EQ(s.saturationAverage, (16 * 0.1f + 0.2f + 0.05f) / 18.0f);
@@ -183,42 +171,19 @@ TEST(MacbethColorDifference, InvalidRegionsReportedButOthersMeasured)
 
 TEST(MacbethColorDifference, DegenerateChartsNeverCrash)
 {
-    for (QRgb c : {qRgb(0, 0, 0), qRgb(255, 255, 255)}) {
-        const auto chart = makeChart(uniform(c));
-        QStdMacbethChartColorDifference m;
-        ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
-        m.calculateStatistics();
-        const ColorDifferenceSummary &s = m.summary();
-        EXPECT_TRUE(std::isfinite(s.dE00Average));
-        EXPECT_TRUE(std::isfinite(s.dE00Percentile95));
-        EXPECT_EQ(s.saturationMaximum, 0.0f);
-        if (c == qRgb(0, 0, 0)) {
-            EXPECT_TRUE(std::isnan(m.patch(20).rOverG)); // 0 / 0, unguarded
-            EXPECT_TRUE(std::isnan(s.grayROverGAverage));
-            QString report;
-            appendWhiteBalanceReport(report, m);
-            EXPECT_TRUE(report.contains("<td align=\"right\">nan</td>"));
-        } else {
-            EXPECT_NEAR(m.patch(18).L, 100.0, 1e-9);
-            EXPECT_NEAR(s.grayROverGAverage, 1.0f, 1e-6);
-        }
-    }
-
-    // Zero green with red and blue in a gray patch: infinite ratios and zero
-    // reciprocals.
-    auto colours = kChartColours;
-    colours[20] = qRgb(100, 0, 80);
+    // All black: 0 / 0 ratios; zero green beside red and blue: infinite ones.
+    auto colours = uniform(qRgb(0, 0, 0));
+    colours[21] = qRgb(100, 0, 80);
     const auto chart = makeChart(colours);
     QStdMacbethChartColorDifference m;
     ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
     m.calculateStatistics();
-    EXPECT_TRUE(std::isinf(m.patch(20).rOverG));
-    EXPECT_TRUE(std::isinf(m.summary().grayBOverGAverage));
-    QString report;
-    appendWhiteBalanceReport(report, m);
-    EXPECT_TRUE(report.contains("<tr><td align=\"center\">21</td><td align=\"right\">"));
-    EXPECT_TRUE(report.contains("<td align=\"right\">inf</td><td align=\"right\">0</td>"));
-    EXPECT_TRUE(report.contains("<tr><td>Average G/B</td><td>0</td></tr>\n"));
+    const ColorDifferenceSummary &s = m.summary();
+    EXPECT_TRUE(std::isfinite(s.dE00Average));
+    EXPECT_TRUE(std::isfinite(s.dE00Percentile95));
+    EXPECT_TRUE(std::isnan(m.patch(20).rOverG));
+    EXPECT_TRUE(std::isinf(m.patch(21).rOverG));
+    EXPECT_TRUE(std::isnan(s.grayROverGAverage));
 }
 
 TEST(MacbethColorDifference, IndexedImageGivesTheSameResults)
@@ -239,7 +204,7 @@ TEST(MacbethColorDifference, IndexedImageGivesTheSameResults)
 TEST(MacbethColorDifference, RecordCachesUntilItsColourChanges)
 {
     MacbethPatch p;
-    p.setReference(50.0, 0.0, 0.0);
+    p.setReference(50.0, 20.0, 10.0);
     p.compute();
     EXPECT_FALSE(p.computed); // no measured colour yet
     p.setMeasured(0.5, 0.5, 0.5);
@@ -251,12 +216,9 @@ TEST(MacbethColorDifference, RecordCachesUntilItsColourChanges)
     p.compute();
     EXPECT_NE(p.dE00, first);
     // dE94chroma weights: hue term by 1 + 0.045 Cg, chroma term by 1 + 0.015 Cg.
-    p.setReference(50.0, 20.0, 10.0);
-    p.compute();
     const double C1 = std::hypot(20.0, 10.0), C2 = std::hypot(p.a, p.b), Cg = std::sqrt(C1 * C2);
     EXPECT_NEAR(p.dCab, C1 - C2, 1e-12);
     EXPECT_NEAR(p.dE94chroma, std::hypot(p.dHab / (1 + 0.045 * Cg), p.dCab / (1 + 0.015 * Cg)),
                 1e-12);
     EXPECT_NEAR(p.dE94, std::hypot(p.dL, p.dE94chroma), 1e-12);
-    EXPECT_NEAR(p.dEab, std::sqrt(p.dL * p.dL + p.dAB * p.dAB), 1e-12);
 }

@@ -76,69 +76,38 @@ NoisePatchResult noiseRecord(int frames, const char *name, double signal, double
 
 } // namespace
 
-TEST(MacbethExport, MergeTakesTheBodiesAndLeavesTheDocumentOpen)
+TEST(MacbethExport, MergedReportTakesTheBodiesAndLeavesTheDocumentOpen)
 {
     const QString merged = mergeHtmlStreams(
             {"<html><head><title>x</title></head><body style=\"a\">\nfirst\n</body></html>",
              "no body element here", "<BODY>upper case is not a body</BODY>",
              "<body >second</body >", "< body class=\"c\" >third</body>"},
             "Macbeth Color Chart Results");
-    EXPECT_EQ(merged,
-              "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\" "
-              "\"http://www.w3.org/TR/REC-html40/strict.dtd\"><html><head><meta name=\"qrichtext\" "
-              "content=\"1\" /><style type=\"text/css\">p, li { white-space: pre-wrap; "
-              "}</style><title>Macbeth Color Chart Results</title></head><body style=\" "
-              "font-family:'MS Shell Dlg 2'; font-size:8.25pt; font-weight:400; "
-              "font-style:normal;\">\nfirst\nsecondthird");
-    EXPECT_TRUE(mergeHtmlStreams({}, "t").endsWith("font-style:normal;\">"));
-}
+    EXPECT_TRUE(merged.contains("<title>Macbeth Color Chart Results</title></head><body "));
+    EXPECT_TRUE(merged.endsWith("font-style:normal;\">\nfirst\nsecondthird"));
 
-TEST(MacbethExport, CompanionFolderAndLinks)
-{
-    const ReportLocation a = reportLocation("/data/run 1/a.b.html");
-    EXPECT_EQ(a.base, "a");
-    EXPECT_EQ(a.companionFolder(), QDir::toNativeSeparators("/data/run 1/a_files"));
-    EXPECT_EQ(a.picturePath("_GrayChart.png"),
-              QDir::toNativeSeparators("/data/run 1/a_files/a_GrayChart.png"));
-    EXPECT_EQ(a.pictureLink(".png"), ".\\a_files\\a.png");
-    EXPECT_EQ(regionsPictureFragment(reportLocation("run1.html"), "_macbethRegions.png"),
-              "<body><p align=\"center\"><img src=\".\\run1_files\\run1_macbethRegions.png\"></p> "
-              "<p><center>Selected regions</center></p></body>");
-    EXPECT_EQ(chartPicturesHtml(a, ".png", "One", "_GrayChart.png", "Two"),
-              "<p align=\"center\"><img src=\".\\a_files\\a.png\"></p> <p><center>One</center></p> "
-              "<p></p><br><br><p align=\"center\"><img src=\".\\a_files\\a_GrayChart.png\"></p>"
-              "<p><center>Two</center></p> <p></p><br><br>");
-
-    EXPECT_EQ(csvPathForReport("/x/out.HTML"), "/x/out.csv");
-    EXPECT_EQ(csvPathForReport("/x.html/out.html"), "/x.html/out.csv");
-    EXPECT_EQ(csvPathForReport("/x/out.htm"), "/x/out.htm.csv");
-}
-
-TEST(MacbethExport, ColorDifferenceReportRows)
-{
+    // The colour difference report: patch 24 holds the dE00 and dH00 maxima,
+    // patch 6 the dC00 maximum, saturation is never marked; the uncomputed
+    // patch 3 has no row.
     QStdMacbethChartColorDifference m;
     fillModel(m);
     const QString report = colorDifferenceReport(m, "chart.png");
-    EXPECT_TRUE(report.startsWith("<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0//EN\""));
-    EXPECT_TRUE(report.contains("<center><H1>Color Difference Results</H1></center><p>Image: <a "
-                                "href=\"chart.png\"> chart.png</a></p>"));
-    EXPECT_TRUE(report.contains("<tr><th>Delta E00</th><td>24</td><td>1</td><td>23.3</td><td>12.5</"
-                                "td></tr>\n<tr><th>Delta C00</th>"));
-    // Patch 24 holds the dE00 and dH00 maxima, patch 6 the dC00 maximum;
-    // saturation is never marked.
     EXPECT_TRUE(report.contains(
             "<tr><td align=\"center\">24</td><td align=\"right\"><font color=\"red\">24</font></td>"
             "<td align=\"right\">0.5</td><td align=\"right\"><font "
             "color=\"red\">0.25</font></td><td align=\"right\">0.125</td><td "
             "align=\"right\">120</td><td align=\"right\">0.5</td>"));
-    EXPECT_TRUE(report.contains("<tr><td align=\"center\">6</td><td align=\"right\">6</td><td "
-                                "align=\"right\"><font color=\"red\">0.5</font></td>"));
     EXPECT_EQ(report.count("<font color=\"red\">"), 3);
-    EXPECT_FALSE(report.contains("<tr><td align=\"center\">3</td>")); // not computed
-    EXPECT_TRUE(report.contains("<td align=\"right\">37.54</td><td align=\"right\">12.02</td><td "
-                                "align=\"right\">13.33</td></tr><tr><td align=\"center\">2</td>"));
+    EXPECT_FALSE(report.contains("<tr><td align=\"center\">3</td>"));
     EXPECT_TRUE(report.contains("</p>\n<center><H1>White Balance</H1></center>"));
-    EXPECT_TRUE(report.endsWith("</body></html>"));
+
+    // Companion folder, picture links and the CSV beside the report.
+    const ReportLocation a = reportLocation("/data/run 1/a.b.html");
+    EXPECT_EQ(a.picturePath("_GrayChart.png"),
+              QDir::toNativeSeparators("/data/run 1/a_files/a_GrayChart.png"));
+    EXPECT_EQ(a.pictureLink(".png"), ".\\a_files\\a.png");
+    EXPECT_EQ(csvPathForReport("/x.html/out.HTML"), "/x.html/out.csv");
+    EXPECT_EQ(csvPathForReport("/x/out.htm"), "/x/out.htm.csv");
 }
 
 TEST(MacbethExport, MeasurementCsvLayoutByteForByte)
@@ -191,18 +160,18 @@ TEST(MacbethExport, MeasurementCsvLayoutByteForByte)
     EXPECT_EQ(measurementCsv(data, true, false), colorSection);
 }
 
-TEST(MacbethExport, SaveTextFileKeepsTheOldFileOnFailure)
+TEST(MacbethExport, SaveTextFileWritesWholeOrNothing)
 {
     QTemporaryDir dir;
     const QString path = dir.filePath("r.csv");
     ASSERT_TRUE(saveTextFile(path, "first"));
-    QString error;
-    ASSERT_TRUE(saveTextFile(path, QString::fromUtf8("zweite Fassung \u00e9"), &error));
+    ASSERT_TRUE(saveTextFile(path, QString::fromUtf8("zweite Fassung \u00e9")));
     QFile f(path);
     ASSERT_TRUE(f.open(QIODevice::ReadOnly));
     EXPECT_EQ(f.readAll(), QByteArray("zweite Fassung \xc3\xa9"));
 
     // A folder that does not exist: an error, nothing created.
+    QString error;
     EXPECT_FALSE(saveTextFile(dir.filePath("missing/r.csv"), "x", &error));
     EXPECT_FALSE(error.isEmpty());
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("missing")));
