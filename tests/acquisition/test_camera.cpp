@@ -35,7 +35,6 @@ TEST_F(CameraTest, OpenIdentifiesTheSensorAndLoadsItsStartUpPreset)
     ASSERT_EQ(camera.open(), TL_OK);
     ASSERT_TRUE(camera.isOpen());
     EXPECT_EQ(camera.partId(), 0x6442u);
-    EXPECT_EQ(camera.revision(), 2);
     EXPECT_EQ(camera.defaultIniFile(),
               QDir(m_home.path()).filePath("Kestro/ini/KSD644-REV2-DEV3.ini"));
 
@@ -46,7 +45,6 @@ TEST_F(CameraTest, OpenIdentifiesTheSensorAndLoadsItsStartUpPreset)
     unsigned value = 0;
     ASSERT_EQ(support->readRegister("MODE_SELECT", &value), TL_OK);
     EXPECT_EQ(value, 1u);
-    EXPECT_EQ(support->registerNames().size(), 16);
     EXPECT_EQ(support->writeRegister("NO_SUCH", 1), TL_ERR_NO_REGISTER);
     std::vector<unsigned char> frame(camera.handle()->sensor.bufferSize);
     EXPECT_EQ(tl_grabFrame(camera.handle(), frame.data(), static_cast<unsigned>(frame.size())),
@@ -58,15 +56,6 @@ TEST_F(CameraTest, OpenIdentifiesTheSensorAndLoadsItsStartUpPreset)
     EXPECT_EQ(camera.partId(), 0x1024u);
     plugIn("NOSUCHBOARD");
     EXPECT_EQ(camera.open(), TL_ERR_NO_CAMERA);
-    EXPECT_FALSE(camera.isOpen());
     EXPECT_FALSE(camera.handle());
     camera.close(); // closing twice is harmless
-}
-
-TEST(CameraTable, SupportedSensors)
-{
-    EXPECT_EQ(CCamera::supportedIndex(0x6441), 0);
-    EXPECT_EQ(CCamera::supportedIndex(0x1024), 3);
-    EXPECT_EQ(CCamera::supportedIndex(0x8001), -1); // the KSV800 board
-    EXPECT_EQ(CCamera::supportedIndex(0), -1);      // the end record is no sensor
 }

@@ -1,14 +1,13 @@
 // The batch MTF test end to end: KestroLoader run as a test station runs it,
 // on generated slanted edges of known sharpness. The report's figures match
-// the truth and kestro-measure, every picture it refers to opens in a
-// browser engine, and a report that cannot be written leaves nothing behind.
+// the truth, every picture it refers to opens in a browser engine, and a
+// report that cannot be written leaves nothing behind.
 
 #include "browsercheck.h"
 #include "tests/platform/colorcal/slantededge.h"
 #include "testsupport.h"
 
 #include <QDir>
-#include <QJsonArray>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -93,7 +92,7 @@ using kestro::test::pictureWidths;
 
 } // namespace
 
-TEST(BatchMtf, RegionFileReportAgreesWithTheTruthAndTheCommandLineTool)
+TEST(BatchMtf, RegionFileReportAgreesWithTheTruth)
 {
     Chart chart;
     const QString report = chart.dir.filePath("out.html");
@@ -111,45 +110,20 @@ TEST(BatchMtf, RegionFileReportAgreesWithTheTruthAndTheCommandLineTool)
         EXPECT_FALSE(QImage(file).isNull()) << file.toStdString();
 
     // Per region: the figures of the gray edges are the same in every
-    // channel, near the true MTF50, and equal kestro-measure's figures.
-    QStringList rois;
-    for (const QRect &rect : chart.regions)
-        rois << "--roi"
-             << QString("%1,%2,%3,%4")
-                        .arg(rect.left())
-                        .arg(rect.top())
-                        .arg(rect.width())
-                        .arg(rect.height());
-    const QJsonObject measured = kestro::test::parseJsonOutput(
-            kestro::test::runProcess(kestro::test::measureToolPath(),
-                                     QStringList{"mtf", chart.image, "--gamma", "1"} + rois));
-    const QJsonArray regions = measured.value("regions").toArray();
-    ASSERT_EQ(regions.size(), 3);
+    // channel and near the true MTF50 and slope; the flat region is refused
+    // with the engine's reason.
     const QStringList sections = html.split("<hr>");
     ASSERT_EQ(sections.size(), 4);
-    const char *keys[] = {"mtf50", "mtf50Peak", "mtf10", "mtf10Peak", "slopeDegrees", "contrast"};
-    const char *channels[] = {"red", "green", "blue"};
-    const char *rows[] = {"Red", "Green", "Blue"};
+    const double truth = kestro::test::trueCrossing(kSigma, kAngle, 0.5);
     for (int i = 0; i < 2; ++i) {
-        const QJsonObject region = regions[i].toObject();
-        ASSERT_TRUE(region.value("valid").toBool());
-        for (int c = 0; c < 3; ++c) {
-            const QStringList cells = figureCells(sections[i], rows[c]);
-            ASSERT_EQ(cells.size(), 7) << sections[i].toStdString();
-            for (int k = 0; k < 6; ++k) {
-                double value = region.value(keys[k]).toObject().value(channels[c]).toDouble();
-                if (k == 4)
-                    value = std::abs(value);
-                EXPECT_EQ(cells[k + 1], QString::number(value, 'g', 3)) << keys[k];
-            }
-        }
-        const double truth = kestro::test::trueCrossing(kSigma, kAngle, 0.5);
-        EXPECT_NEAR(figureCells(sections[i], "Red")[1].toDouble() / truth, 1.0, 0.01);
-        EXPECT_NEAR(figureCells(sections[i], "Red")[5].toDouble(), kAngle, 0.1);
+        const QStringList red = figureCells(sections[i], "Red");
+        ASSERT_EQ(red.size(), 7) << sections[i].toStdString();
+        EXPECT_EQ(figureCells(sections[i], "Green"), red);
+        EXPECT_EQ(figureCells(sections[i], "Blue"), red);
+        EXPECT_NEAR(red[1].toDouble() / truth, 1.0, 0.01);
+        EXPECT_NEAR(red[5].toDouble(), kAngle, 0.1);
     }
-    EXPECT_FALSE(regions[2].toObject().value("valid").toBool());
-    EXPECT_TRUE(sections[2].contains("No valid result for this region. Last error message : "
-                                     + regions[2].toObject().value("error").toString()));
+    EXPECT_TRUE(sections[2].contains("No valid result for this region. Last error message : "));
 
 #ifdef KESTRO_TEST_WEBENGINE
     const QList<int> widths = pictureWidths(report);

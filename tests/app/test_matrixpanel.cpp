@@ -9,15 +9,12 @@
 #include "app/kestro.h"
 #include "app/matrixpanel.h"
 #include "imaging/frame.h"
-#include "platform/colorcal/ccm_registers.h"
-#include "platform/colorcal/colorcal.h"
-#include "platform/tarnlib/tarnlib.h"
-
-#ifdef KESTRO_HAVE_COLOR_PAGE
 #include "imaging/gui/imagegraphicsview.h"
 #include "imaging/gui/macbethframeview.h"
 #include "measure/color/gui/macbethchartpage.h"
-#endif
+#include "platform/colorcal/ccm_registers.h"
+#include "platform/colorcal/colorcal.h"
+#include "platform/tarnlib/tarnlib.h"
 
 #include "testsupport.h"
 
@@ -39,40 +36,14 @@ double cell(QTableWidget *table, int row, int column)
     return table->item(row, column)->text().toDouble();
 }
 
-// The chart measured as the page does: through the page when it announces
-// its measurements, else through the model straight into the panel.
-void processChart(Kestro *window, MatrixPanel *panel, const QImage &image,
-                  const QVector<QRect> &rects)
-{
-#ifdef KESTRO_HAVE_COLOR_PAGE
-    auto *page = window->findChild<MacbethChartPage *>();
-    if (page && page->metaObject()->indexOfSignal("chartProcessed()") >= 0) {
-        QTemporaryDir dir;
-        CFrame frame;
-        ASSERT_TRUE(frame.load(test::saveImage(dir, "chart.png", image)));
-        page->frameView()->addFrame(frame);
-        for (const QRect &r : rects)
-            page->frameView()->view()->addRegion(QRectF(r));
-        ASSERT_TRUE(page->processMacbethChart());
-        return;
-    }
-#endif
-    QStdMacbethChartColorDifference model;
-    QStdMacbethChartColorDifference::Rects patchRects;
-    std::copy(rects.begin(), rects.end(), patchRects.begin());
-    ASSERT_TRUE(model.setMeasuredRegions(image, patchRects));
-    model.calculateStatistics();
-    panel->takeChart(model);
-}
-
 } // namespace
 
 TEST(MatrixPanel, ProcessedChartIsShownSavedAndAppliedToTheSensor)
 {
     QTemporaryDir home;
-    const QByteArray savedHome = qgetenv("XDG_DATA_HOME");
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
-    qputenv("KESTRO_DEMO_CAMERA", "KSD644-REV1");
+    test::ScopedEnvironment env;
+    env.set("XDG_DATA_HOME", QFile::encodeName(home.path()));
+    env.set("KESTRO_DEMO_CAMERA", "KSD644-REV1");
     {
         Kestro window;
         window.setCommandLineMode(false);
@@ -84,10 +55,19 @@ TEST(MatrixPanel, ProcessedChartIsShownSavedAndAppliedToTheSensor)
         boxesOf([&] { window.probeCameras(); });
         ASSERT_TRUE(window.isCameraOpen());
 
+        // The chart measured through the page, which hands it to the panel.
         QVector<QRect> rects;
         const ccm::Chart chart = test::renderChart(test::sampleMixing(), test::sampleGains(), 0.8,
                                                    0.0, 1, false);
-        processChart(&window, panel, test::renderChartImage(chart, 40, &rects), rects);
+        auto *page = window.findChild<MacbethChartPage *>();
+        ASSERT_TRUE(page);
+        CFrame frame;
+        ASSERT_TRUE(frame.load(
+                test::saveImage(home, "chart.png", test::renderChartImage(chart, 40, &rects))));
+        page->frameView()->addFrame(frame);
+        for (const QRect &r : rects)
+            page->frameView()->view()->addRegion(QRectF(r));
+        ASSERT_TRUE(page->processMacbethChart());
         EXPECT_TRUE(group->isEnabled());
         QTableWidget *matrix = panel->matrixTable();
         for (int r = 0; r < 3; ++r)
@@ -137,6 +117,4 @@ TEST(MatrixPanel, ProcessedChartIsShownSavedAndAppliedToTheSensor)
         EXPECT_NEAR(regs.matrixFormat.decode(rr) / 256.0,
                     window.colorCalibration()->CorrectionResult().matrix[0][0], 1.0 / 256);
     }
-    qunsetenv("KESTRO_DEMO_CAMERA");
-    qputenv("XDG_DATA_HOME", savedHome);
 }

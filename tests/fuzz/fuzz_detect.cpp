@@ -8,10 +8,6 @@
 //     fills the pixels (blue, green, red), repeated as needed.
 //   Mode 1 (odd): bytes 1-64 eight doubles, the corners of a candidate grid
 //     on a 96 x 64 picture filled from the rest.
-//
-//   CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DKESTRO_BUILD_FUZZ=ON
-//   cmake --build build-fuzz --target fuzz_detect
-//   build-fuzz/tests/fuzz/fuzz_detect -max_total_time=300 -max_len=20000 -timeout=30
 #include "platform/chartdetect/chartdetect.h"
 #include "platform/chartdetect/chartgeometry.h"
 #include "platform/chartdetect/chartrefine.h"

@@ -2,11 +2,6 @@
 // from the same bytes. Every input must end in a picture within the size
 // limit or in a failure with a reason, never in a crash or a huge
 // allocation.
-//
-//   CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DKESTRO_BUILD_FUZZ=ON \
-//     -DCMAKE_CXX_FLAGS="-fsanitize=address,undefined -fsanitize=fuzzer-no-link"
-//   cmake --build build-fuzz --target fuzz_image
-//   build-fuzz/tests/fuzz/fuzz_image -max_total_time=300 -rss_limit_mb=3000 tests/fuzz/seeds-image/
 #include "imaging/frame.h"
 #include "imaging/imageload.h"
 

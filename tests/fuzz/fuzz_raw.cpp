@@ -4,11 +4,6 @@
 // sidecar length (little-endian, cut to what is there); then the sidecar
 // text, then the raw file bytes. Without a sidecar the sensor data folder
 // (one small sensor of 8 x 6 samples, 10 bits, 96 bytes) describes the file.
-//
-//   CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DKESTRO_BUILD_FUZZ=ON \
-//     -DCMAKE_CXX_FLAGS="-fsanitize=address,undefined -fsanitize=fuzzer-no-link"
-//   cmake --build build-fuzz --target fuzz_raw
-//   build-fuzz/tests/fuzz/fuzz_raw -max_total_time=300 -max_len=4096
 #include "imaging/frame.h"
 
 #include <QDir>

@@ -179,12 +179,8 @@ TEST(Demosaic, RefusesWhatCannotBeDemosaiced)
 {
     std::vector<std::int16_t> samples(64, 100);
     EXPECT_TRUE(demosaicToImage(samples.data(), 5, 12, 10, 0, 0).isNull()); // 4 wide after cutting
-    EXPECT_TRUE(demosaicToImage(samples.data(), 8, 5, 10, 0, 0).isNull());
-    EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 0, 0, 0).isNull());
     EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 17, 0, 0).isNull());
     EXPECT_TRUE(demosaicToImage(samples.data(), 8, 8, 10, 1023, 0).isNull());
-    EXPECT_TRUE(
-            demosaicToImage(static_cast<const std::int16_t *>(nullptr), 8, 8, 10, 0, 0).isNull());
     EXPECT_EQ(demosaicToImage(samples.data(), 7, 7, 10, 0, 0).size(), QSize(2, 2));
     // Out-of-range orders give the order-0 result.
     const Mosaic m = randomMosaic(12, 10, 10, 64, 7);

@@ -57,40 +57,36 @@ protected:
 
 TEST_F(FrameRaw, SidecarDescribesTheFrame)
 {
+    // A name in any script, a sidecar with a byte order mark.
+    ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("Снимки 图像")));
+    const QString raw = dir.filePath(QStringLiteral("Снимки 图像/кадр %1.raw"));
     const QByteArray data = mosaic16(20, 14, 12);
-    write(path("s.raw"), data);
-    write(path("s.ini"), frameIni(20, 14, 12, 1, 3, 168));
+    write(raw, data);
+    write(dir.filePath(QStringLiteral("Снимки 图像/кадр %1.ini")),
+          "\xEF\xBB\xBF" + frameIni(20, 14, 12, 1, 3, 168));
     CFrame frame;
-    ASSERT_TRUE(frame.load(path("s.raw")));
+    ASSERT_TRUE(frame.load(raw)) << frame.errorText().toStdString();
     EXPECT_EQ(frame.kind(), 1u);
     EXPECT_EQ(frame.bytesPerLine(), 40);
     EXPECT_EQ(frame.bayerOrder(), 3);
     EXPECT_EQ(frame.blackLevel(), 168.0);
     ASSERT_EQ(frame.dataSize(), data.size());
     EXPECT_EQ(0, std::memcmp(frame.data(), data.constData(), data.size()));
-    EXPECT_EQ(frame.linearData(), nullptr); // kind 1
     // The picture is the demosaic of these samples with the sidecar's order
     // and black level.
-    const QImage img = frame.image();
-    EXPECT_EQ(img, kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()),
-                                           20, 14, 12, 168, 3));
+    EXPECT_EQ(frame.image(),
+              kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()), 20,
+                                      14, 12, 168, 3));
 
-    // Two loads of one file are compatible, and so is a copy.
-    CFrame again;
-    ASSERT_TRUE(again.load(path("s.raw")));
-    EXPECT_TRUE(frame.isCompatible(again));
+    // Reloading a broken file clears the frame and says why; a copy keeps
+    // its pixels.
     CFrame copy(frame);
-    EXPECT_TRUE(copy.isCompatible(frame));
-
-    // Reloading a broken file clears the frame and says why.
-    write(path("s.raw"), data.left(100));
-    EXPECT_FALSE(frame.load(path("s.raw")));
+    write(raw, data.left(100));
+    EXPECT_FALSE(frame.load(raw));
     EXPECT_FALSE(frame.isValid());
-    EXPECT_EQ(frame.error(), FrameError::RawSizeMismatch);
     EXPECT_TRUE(frame.errorText().endsWith(
             "the file holds 100 bytes; a 20 x 14 frame of 12 bits per pixel needs 560"));
-    EXPECT_FALSE(frame.isCompatible(again));
-    EXPECT_EQ(copy.data()[7], static_cast<std::uint8_t>(data[7])); // the copy keeps its pixels
+    EXPECT_EQ(copy.data()[7], static_cast<std::uint8_t>(data[7]));
 }
 
 TEST_F(FrameRaw, SixteenBitSamplesAreUnsignedAndNarrowerOnesClamped)
@@ -102,48 +98,20 @@ TEST_F(FrameRaw, SixteenBitSamplesAreUnsignedAndNarrowerOnesClamped)
     ASSERT_TRUE(frame.load(path("w.raw")));
     EXPECT_EQ(frame.image().pixel(2, 2), qRgb(255, 255, 255));
 
-    // 12-bit samples with stray high bits count as full scale, in the data
-    // every engine reads and in the picture.
-    QByteArray data = mosaic16(10, 8, 12);
-    data[2 * 11] = '\xff';
-    data[2 * 11 + 1] = '\xff';
+    // 12-bit samples with stray high bits count as full scale in the data
+    // every engine reads, also where the picture does not read them (the
+    // last column of an odd width, the last row of an odd height).
+    QByteArray data = mosaic16(11, 9, 12);
+    const int stray[3] = {2 * 11 + 5, 11 - 1, 11 * 9 - 2};
+    for (const int i : stray)
+        data[2 * i] = data[2 * i + 1] = '\xff';
     write(path("c.raw"), data);
-    write(path("c.ini"), frameIni(10, 8, 12, 1, 0, 0));
+    write(path("c.ini"), frameIni(11, 9, 12, 1, 0, 0));
     ASSERT_TRUE(frame.load(path("c.raw")));
-    EXPECT_EQ(frame.data()[2 * 11], 0xff);
-    EXPECT_EQ(frame.data()[2 * 11 + 1], 0x0f);
-    data[2 * 11 + 1] = 0x0f;
-    EXPECT_EQ(frame.image(),
-              kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()), 10,
-                                      8, 12, 0, 0));
-
-    // Stray samples the picture does not read (the last column of an odd
-    // width, the last row of an odd height, a frame too small to demosaic)
-    // are clamped in the data all the same.
-    for (const QSize size : {QSize(11, 9), QSize(5, 5)}) {
-        QByteArray edges = mosaic16(size.width(), size.height(), 12);
-        const int stray[2] = {size.width() - 1, size.width() * size.height() - 2};
-        for (const int i : stray)
-            edges[2 * i] = edges[2 * i + 1] = '\xff';
-        write(path("e.raw"), edges);
-        write(path("e.ini"), frameIni(size.width(), size.height(), 12, 1, 0, 0));
-        ASSERT_TRUE(frame.load(path("e.raw")));
-        for (const int i : stray)
-            EXPECT_EQ(frame.data()[2 * i + 1], 0x0f) << size.width() << " " << i;
+    for (const int i : stray) {
+        EXPECT_EQ(frame.data()[2 * i], 0xff);
+        EXPECT_EQ(frame.data()[2 * i + 1], 0x0f) << i;
     }
-}
-
-TEST_F(FrameRaw, NamesInAnyScriptAndSidecarsWithAByteOrderMark)
-{
-    ASSERT_TRUE(QDir(dir.path()).mkpath(QStringLiteral("Снимки 图像")));
-    const QString raw = dir.filePath(QStringLiteral("Снимки 图像/кадр %1.raw"));
-    write(raw, mosaic16(10, 8, 10));
-    write(dir.filePath(QStringLiteral("Снимки 图像/кадр %1.ini")),
-          "\xEF\xBB\xBF" + frameIni(10, 8, 10, 1, 2, 0));
-    CFrame frame;
-    ASSERT_TRUE(frame.load(raw)) << frame.errorText().toStdString();
-    EXPECT_EQ(frame.bayerOrder(), 2);
-    EXPECT_EQ(frame.fileName(), raw);
 }
 
 TEST_F(FrameRaw, SensorDataLookupBySize)
@@ -162,16 +130,9 @@ TEST_F(FrameRaw, SensorDataLookupBySize)
         mono[i] = char(i % 251);
     write(path("mono.raw"), mono);
     ASSERT_TRUE(frame.load(path("mono.raw")));
-    EXPECT_EQ(frame.bitsPerPixel(), 8);
     EXPECT_EQ(frame.bytesPerLine(), 2048);
     EXPECT_EQ(frame.data()[2 * 300], static_cast<std::uint8_t>(300 % 251));
     EXPECT_EQ(frame.data()[2 * 300 + 1], 0);
-
-    // A missing sensor data folder: no description, a clean failure.
-    const QByteArray saved = qgetenv("KESTRO_SENSOR_DATA");
-    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(path("no-such-folder")));
-    EXPECT_FALSE(frame.load(path("board.raw")));
-    qputenv("KESTRO_SENSOR_DATA", saved);
 }
 
 TEST_F(FrameRaw, OddSizesAndImageTypes)
@@ -182,30 +143,15 @@ TEST_F(FrameRaw, OddSizesAndImageTypes)
     CFrame frame;
     ASSERT_TRUE(frame.load(path("o.raw")));
     EXPECT_EQ(frame.image().size(), QSize(645 - 1 - 4, 485 - 1 - 4));
-    EXPECT_EQ(frame.width(), 645);
 
-    struct Case
-    {
-        int type;
-        std::uint32_t kind;
-    };
-    for (const Case c : {Case{0, 1u}, Case{5, 2u}, Case{11, 3u}, Case{7, 1u}, Case{3, 1u}}) {
+    // Demosaiced whatever the image type, which gives the kind.
+    for (const auto c : {std::pair{5, 2u}, std::pair{11, 3u}, std::pair{7, 1u}}) {
         write(path("t.raw"), mosaic16(10, 8, 10));
-        write(path("t.ini"), frameIni(10, 8, 10, c.type, 1, 0));
-        ASSERT_TRUE(frame.load(path("t.raw"))) << c.type;
-        EXPECT_EQ(frame.kind(), c.kind) << c.type;
-        EXPECT_EQ(frame.image().size(), QSize(6, 4)); // demosaiced whatever the type
+        write(path("t.ini"), frameIni(10, 8, 10, c.first, 1, 0));
+        ASSERT_TRUE(frame.load(path("t.raw"))) << c.first;
+        EXPECT_EQ(frame.kind(), c.second) << c.first;
+        EXPECT_EQ(frame.image().size(), QSize(6, 4));
     }
-
-    // A colour order code outside 0..3 is kept and demosaiced as order 0.
-    const QByteArray data = mosaic16(12, 10, 10);
-    write(path("c.raw"), data);
-    write(path("c.ini"), frameIni(12, 10, 10, 1, 7, 32));
-    ASSERT_TRUE(frame.load(path("c.raw")));
-    EXPECT_EQ(frame.bayerOrder(), 7);
-    EXPECT_EQ(frame.image(),
-              kestro::demosaicToImage(reinterpret_cast<const std::uint16_t *>(data.constData()), 12,
-                                      10, 10, 32, 0));
 
     // Too small to demosaic: the frame loads with its data and a null picture.
     write(path("tiny.raw"), mosaic16(4, 4, 10));
@@ -235,8 +181,6 @@ TEST_F(FrameRaw, BadFilesNeverLoadAndSayWhy)
              "BayerOrder=300: unknown colour order (0 to 255)"},
             {"black at full scale", data, frameIni(8, 6, 10, 1, 0, 1023),
              FrameError::RawBadDescription, "BlackLevel=1023"},
-            {"garbage sidecar", data, QByteArray("\xff\xfe[Frame\nWidth==\x01\nHeight=-\n", 30),
-             FrameError::RawBadDescription, "Width is missing"},
             {"text in numbers", data, "[Frame]\nWidth=8px\nHeight=6\nBitsPerPixel=10\n",
              FrameError::RawBadDescription, "Width=8px: the width must be 1 to 1048576 pixels"},
             {"no sidecar", data, QByteArray(), FrameError::RawNoDescription,
@@ -280,15 +224,10 @@ TEST_F(FrameRaw, FrameSetKeepsValidFramesInOrder)
     EXPECT_EQ(set.loadFiles({path("a.raw"), path("broken.png"), path("a.raw")}), 2);
     EXPECT_EQ(counts, QList<int>({0, 1, 2}));
     EXPECT_TRUE(set.isCompatible());
-    EXPECT_EQ(set.at(2), nullptr);
-
     CFrame other;
     ASSERT_TRUE(other.load(path("b.raw")));
     EXPECT_TRUE(set.addFrame(other));
     EXPECT_FALSE(set.isCompatible()); // different size
     EXPECT_FALSE(set.addFrame(CFrame()));
     EXPECT_EQ(set.count(), 3);
-    set.clear();
-    EXPECT_EQ(counts.last(), 0);
-    EXPECT_FALSE(set.isCompatible());
 }

@@ -65,10 +65,7 @@ TEST(RoiFile, ReadsTheArrayInAnyKeyOrderAndUnconvertibleValuesAsZero)
             "2\\left=inf\n2\\top=-inf\n2\\width=1e999\n2\\height=@Rect(1 2 3 4)\n"
             "size=3\n"));
     ASSERT_TRUE(read.ok);
-    ASSERT_EQ(read.rects.size(), 3);
-    EXPECT_EQ(read.rects[0], QRectF(0, 12, 0, 0));
-    EXPECT_EQ(read.rects[1], QRectF(0, 0, 0, 0));
-    EXPECT_EQ(read.rects[2], QRectF(0, 0, 0, 0));
+    EXPECT_EQ(read.rects, (QVector<QRectF>{QRectF(0, 12, 0, 0), QRectF(), QRectF()}));
 }
 
 TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashingOrWaiting)
@@ -81,14 +78,9 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashingOrWaiting)
             {"overflow", "[patches]\nsize=99999999999999999999\n"},
             {"binary", QByteArray("\x00\xff\xfe[\x01\x02=\n\x89PNG\r\n\x1a\n", 16)},
     };
-    for (const auto &c : cases) {
-        const RoiReadResult read = readRoiFile(kestro::test::writeFile(dir, c.first, c.second));
-        EXPECT_FALSE(read.ok) << c.first;
-        EXPECT_TRUE(read.rects.isEmpty()) << c.first;
-    }
-    const RoiReadResult missing = readRoiFile(dir.filePath("none.roi"));
-    EXPECT_FALSE(missing.ok);
-    EXPECT_FALSE(missing.error.isEmpty());
+    for (const auto &c : cases)
+        EXPECT_FALSE(readRoiFile(kestro::test::writeFile(dir, c.first, c.second)).ok) << c.first;
+    EXPECT_FALSE(readRoiFile(dir.filePath("none.roi")).error.isEmpty());
     EXPECT_FALSE(readRoiFile(dir.path()).ok); // a folder
     ASSERT_EQ(::mkfifo(QFile::encodeName(dir.filePath("pipe.roi")).constData(), 0600), 0);
     EXPECT_FALSE(readRoiFile(dir.filePath("pipe.roi")).ok); // never waits for a writer
@@ -97,9 +89,8 @@ TEST(RoiFile, FilesWithoutRegionsAreRefusedWithoutCrashingOrWaiting)
 TEST(RoiFile, ExtremeRectanglesAreStoredClampedNotOverflowed)
 {
     EXPECT_EQ(roiStoredRect(QRectF(5, 5, -3, -2)), QRect(5, 5, -3, -2));
-    const QRect huge = roiStoredRect(QRectF(1e300, -1e300, 1e300, 1e300));
-    EXPECT_EQ(huge.x(), 1000000000);
-    EXPECT_EQ(huge.y(), -1000000000);
+    EXPECT_EQ(roiStoredRect(QRectF(1e300, -1e300, 1e300, 1e300)).topLeft(),
+              QPoint(1000000000, -1000000000));
     EXPECT_EQ(roiStoredRect(QRectF(qQNaN(), 1, qInf(), 2)), QRect(0, 1, 0, 2));
 }
 
@@ -110,7 +101,6 @@ TEST(RoiFile, UnwritablePlacesFailAndLeaveNothingBehind)
     EXPECT_FALSE(writeRoiFile(dir.filePath("no/such/folder/x.roi"), {QRectF(1, 1, 2, 2)}, &error));
     EXPECT_FALSE(error.isEmpty());
     EXPECT_FALSE(writeRoiFile(dir.path(), {QRectF(1, 1, 2, 2)}));
-    EXPECT_FALSE(writeRoiFile(QString(), {QRectF(1, 1, 2, 2)}));
 
     // A read-only file keeps its content (skipped when running as root,
     // which may write anyway).
@@ -134,9 +124,7 @@ TEST(RoiFile, NonLatinAndPercentNamesRoundTripAndStayIntactInTexts)
     QTemporaryDir dir;
     const QString path = dir.filePath(QString::fromUtf8("régions-ключ-図 %1.roi"));
     ASSERT_TRUE(writeRoiFile(path, {QRectF(1, 2, 3, 4)}));
-    const RoiReadResult read = readRoiFile(path);
-    ASSERT_TRUE(read.ok);
-    EXPECT_EQ(read.rects.value(0), QRectF(1, 2, 3, 4));
+    EXPECT_EQ(readRoiFile(path).rects.value(0), QRectF(1, 2, 3, 4));
 
     const QString many = kestro::test::writeFile(dir, QStringLiteral("chart%2Bcopy%1.roi"),
                                                  "[patches]\nsize=2147483647\n");

@@ -126,6 +126,22 @@ QByteArray pngDeclaringSize(quint32 width, quint32 height)
            + pngChunk("IDAT", QByteArray("\x78\x9c\x01\x00", 4)) + pngChunk("IEND", {});
 }
 
+QImage shadedFlatField(int width, int height, QRgb centre, double falloff)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    for (int y = 0; y < height; ++y) {
+        auto *line = reinterpret_cast<QRgb *>(image.scanLine(y));
+        const double dy = (2.0 * y - height) / height;
+        for (int x = 0; x < width; ++x) {
+            const double dx = (2.0 * x - width) / width;
+            const double gain = 1.0 - falloff * (dx * dx + dy * dy);
+            line[x] = qRgb(int(qRed(centre) * gain), int(qGreen(centre) * gain),
+                           int(qBlue(centre) * gain));
+        }
+    }
+    return image;
+}
+
 QString makeFifo(const QTemporaryDir &dir, const QString &name)
 {
     const QString path = dir.filePath(name);

@@ -54,6 +54,12 @@ QString saveImage(const QTemporaryDir &dir, const QString &name, const QImage &i
 // checks sizes first sees it.
 QByteArray pngDeclaringSize(quint32 width, quint32 height);
 
+// A flat field with lens shading: `centre` in the middle, every channel
+// falling off by `falloff` times the squared distance from the middle (1 at
+// the middle of each side, 2 at the corners).
+QImage shadedFlatField(int width, int height, QRgb centre = qRgb(225, 235, 215),
+                       double falloff = 0.3);
+
 // Makes a named pipe in `dir` and returns its path (empty on failure).
 QString makeFifo(const QTemporaryDir &dir, const QString &name);
 
