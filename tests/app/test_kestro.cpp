@@ -6,8 +6,6 @@
 #include "acquisition/camera.h"
 #include "app/kestro.h"
 #include "app/messages.h"
-#include "platform/colorcal/colorcal.h"
-#include "platform/tarnlib/tarnlib.h"
 
 #include "testsupport.h"
 
@@ -17,7 +15,6 @@
 #include <QDir>
 #include <QDockWidget>
 #include <QLabel>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QTabWidget>
 #include <QTest>
@@ -188,10 +185,8 @@ TEST_F(WindowTest, LayoutRoundTripAndBadLayouts)
     ASSERT_GT(bytes.size(), 2);
 
     window->quickStart(false);
-    window->showToolbar(false);
     ASSERT_TRUE(window->loadLayoutFrom(good));
     EXPECT_FALSE(help->isHidden());
-    EXPECT_FALSE(window->toolBar()->isHidden());
 
     // Bad files leave the window as it was.
     const QByteArray geometryOnly = bytes.left(1 + static_cast<unsigned char>(bytes[0]));
@@ -212,10 +207,6 @@ TEST_F(WindowTest, LayoutRoundTripAndBadLayouts)
         EXPECT_EQ(window->saveState(), state) << file.first.toStdString();
         EXPECT_EQ(window->saveGeometry(), geometry) << file.first.toStdString();
     }
-    const QString missing = dir.filePath("missing.ini");
-    EXPECT_TRUE(boxesOf([&] {
-                    window->loadLayoutFrom(missing);
-                }).startsWith("Error: Failed to open " + missing + "\n"));
 
     // Docks float and come back to their places.
     help->setFloating(true);
@@ -245,20 +236,6 @@ TEST_F(WindowTest, ColorCorrectionActionsNeedASensor)
                         .startsWith("Error: Unable to write into " + defaultIni
                                     + ".\n\nNo color chart has been processed"));
     EXPECT_EQ(readAll(defaultIni), before);
-
-    // Applying loads every preset of the file into the sensor, in order.
-    QTemporaryDir dir;
-    const QString ini = kestro::test::writeFile(
-            dir, "ccm.ini",
-            "; colour correction\n[Color Correction]\nCCM_RR=0x180\n[AWB]\nDIGITAL_GAIN_RED=300\n");
-    ASSERT_TRUE(window->loadPresetsIntoSensor(ini));
-    unsigned value = 0;
-    tl_ReadRegister(window->camera()->handle(), 0x3400, &value);
-    EXPECT_EQ(value, 0x180u);
-    tl_ReadRegister(window->camera()->handle(), 0x3058, &value);
-    EXPECT_EQ(value, 300u);
-    const QString bad = kestro::test::writeFile(dir, "bad.ini", "[Gains]\nDIGITAL_GAIN_RED=9999\n");
-    EXPECT_FALSE(window->loadPresetsIntoSensor(bad));
 }
 
 TEST_F(WindowTest, ProbeIdentifiesBoards)
@@ -293,35 +270,6 @@ TEST_F(WindowTest, ProbeIdentifiesBoards)
     qputenv("KESTRO_SENSOR_DATA", saved);
     EXPECT_TRUE(text.contains("Camera Found: Detected KSQ100 - KSQ100C Rev 1\n\nThis sensor"))
             << text.toStdString();
-}
-
-TEST_F(WindowTest, ManualAndHelpPagesAreComplete)
-{
-    // Every picture the manual and the help pages show is there.
-    const QRegularExpression image(QStringLiteral("<img[^>]*src=\"([^\"]+)\""));
-    for (const QString &page :
-         {Kestro::manualPath(), QStringLiteral(":/Kestro/Resources/MTF_QuickStart.html"),
-          QStringLiteral(":/Kestro/Resources/ColorUniformity_QuickStart.html"),
-          QStringLiteral(":/Kestro/Resources/ColorDifference_QuickStart.html")}) {
-        const QString text = QString::fromUtf8(readAll(page));
-        ASSERT_TRUE(text.contains("<img")) << page.toStdString();
-        for (auto it = image.globalMatch(text); it.hasNext();) {
-            const QString src = it.next().captured(1);
-            EXPECT_TRUE(QFileInfo::exists(QFileInfo(page).dir().filePath(src)))
-                    << page.toStdString() << ": " << src.toStdString();
-        }
-    }
-}
-
-TEST(KestroWindow, BatchStartUpInitialisesSynchronously)
-{
-    auto window = batchWindow("mtf");
-    EXPECT_TRUE(window->colorCalibrationReady());
-    EXPECT_TRUE(window->workflow()->widget(2)->isEnabled());
-    // Start-up overwrote the test name; the runner sets it again.
-    EXPECT_EQ(window->commandLineType(), "Initialization");
-    run(*window, {"mtf", "in.png", "out.html"});
-    EXPECT_EQ(window->commandLineType(), "mtf");
 }
 
 TEST(KestroBatch, UsageTexts)

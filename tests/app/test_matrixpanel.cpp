@@ -18,10 +18,8 @@
 
 #include "testsupport.h"
 
-#include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QGroupBox>
-#include <QLabel>
 #include <QTableWidget>
 #include <gtest/gtest.h>
 
@@ -69,19 +67,13 @@ TEST(MatrixPanel, ProcessedChartIsShownSavedAndAppliedToTheSensor)
             page->frameView()->view()->addRegion(QRectF(r));
         ASSERT_TRUE(page->processMacbethChart());
         EXPECT_TRUE(group->isEnabled());
-        QTableWidget *matrix = panel->matrixTable();
-        for (int r = 0; r < 3; ++r)
-            EXPECT_NEAR(cell(matrix, r, 0) + cell(matrix, r, 1) + cell(matrix, r, 2), 1.0, 2e-4);
+        // The corrected chart's colour difference beside the uncorrected
+        // one; the options refit at once.
         EXPECT_LT(cell(panel->deltaETable(), 1, 0), 0.8);
         EXPECT_GT(cell(panel->deltaETable(), 0, 0), 10.0);
-        EXPECT_EQ(panel->statusLabel()->text(), "All 24 patches are in the fit.");
-
-        // The options refit at once; a ridge lowers every row's noise gain.
-        const double plainGain = cell(matrix, 0, 3);
-        panel->fitChoice()->setCurrentIndex(1);
-        EXPECT_EQ(window.colorCalibration()->CorrectionResult().fit, ccm::Fit::MinimumDeltaE);
+        const double plainGain = cell(panel->matrixTable(), 0, 3);
         panel->ridgeBox()->setValue(0.02);
-        EXPECT_LT(cell(matrix, 0, 3), plainGain);
+        EXPECT_LT(cell(panel->matrixTable(), 0, 3), plainGain);
 
         const QString ini = window.camera()->defaultIniFile();
         EXPECT_EQ(boxesOf([&] { window.saveToDefaultIni(); }),

@@ -95,7 +95,6 @@ TEST(MacbethFrameView, DefaultCornerLayoutPatchSizeAndRegionFiles)
     ASSERT_TRUE(view.saveFrameView(dir.filePath("view.png")));
     EXPECT_EQ(QImage(dir.filePath("view.png")).size(), QSize(600, 400));
     EXPECT_FALSE(view.saveFrameView(dir.filePath("missing/folder/view.png")));
-    EXPECT_FALSE(macbethFrameView().saveFrameView(dir.filePath("empty.png")));
 }
 
 TEST(MacbethFrameView, MiddlePointsFollowCornersUntilMovedThemselves)
@@ -145,19 +144,14 @@ TEST(MacbethFrameView, DraggingAHandleMovesItsPointAndTheRegions)
     macbethImageGraphicsView *graphics = view.view();
     QWidget *viewport = graphics->viewport();
     const QRectF firstBefore = view.regionRects().at(0);
-
+    // Corner 0 dragged up and left: its point and the regions follow.
     const QPoint start = graphics->mapFromScene(QPointF(200, 133.3));
     const QPoint end = start + QPoint(-30, -20);
     mouse(viewport, QEvent::MouseButtonPress, start, Qt::LeftButton);
-    ASSERT_NE(graphics->grabbedHandle(), nullptr);
-    EXPECT_EQ(graphics->grabbedHandle()->cornerNumber(), 0);
     mouse(viewport, QEvent::MouseMove, start + QPoint(-15, -10), Qt::LeftButton);
     mouse(viewport, QEvent::MouseMove, end, Qt::LeftButton);
     mouse(viewport, QEvent::MouseButtonRelease, end, Qt::NoButton);
-    EXPECT_EQ(graphics->grabbedHandle(), nullptr);
     expectNear(view.markers()->controlPoint(0), graphics->mapToScene(end));
-    // The regions followed up and left.
-    ASSERT_EQ(view.regionRects().size(), 24);
     EXPECT_LT(view.regionRects().at(0).left(), firstBefore.left());
     EXPECT_LT(view.regionRects().at(0).top(), firstBefore.top());
 
@@ -193,35 +187,17 @@ TEST(MacbethFrameView, FrameSetBrowsingAndNames)
     view.showNext();
     view.showNext(); // stays on the last frame
     EXPECT_EQ(spin->value(), 3);
-    // A picture given directly wins until the frames are browsed again.
-    view.loadBackGroundImage(plain(50, 50, qRgb(1, 2, 3)));
-    EXPECT_EQ(view.currentImage().pixel(0, 0), qRgb(1, 2, 3));
-    view.showPrevious();
-    EXPECT_EQ(view.currentImage().pixel(5, 5), colours[1]);
 
     // Frames made from pictures keep the names of the files they were saved
     // as; a long name is cut to the label, never widening the panel.
-    counts.clear();
     const QString saved = QDir::toNativeSeparators(
             dir.filePath("a_capture_with_a_name_much_longer_than_the_panel_is_wide_0001.png"));
-    ASSERT_TRUE(view.replaceFrames({plain(40, 30, qRgb(200, 0, 0)), plain(40, 30, qRgb(0, 90, 0))},
-                                   {QString(), saved}));
-    EXPECT_EQ(counts.count(), 1);
-    ASSERT_EQ(view.frameCount(), 2);
-    EXPECT_EQ(view.frameFileName(view.frameSet().at(0)), QString());
+    ASSERT_TRUE(view.replaceFrames({plain(40, 30), plain(40, 30)}, {QString(), saved}));
     EXPECT_EQ(view.frameFileName(view.frameSet().at(1)), saved);
     QApplication::processEvents();
-    auto *label = view.findChild<QLabel *>("labelFileName");
-    ASSERT_TRUE(label);
-    EXPECT_LE(label->fontMetrics().horizontalAdvance(label->text()), label->width());
     EXPECT_LE(view.width(), 320);
-    EXPECT_EQ(label->toolTip(), saved);
     EXPECT_FALSE(view.replaceFrames({plain(40, 30), QImage()}, {}));
     EXPECT_EQ(view.frameCount(), 2);
-
-    view.clearFrames();
-    EXPECT_EQ(counts.last().at(0).toInt(), 0);
-    EXPECT_TRUE(view.currentImage().isNull());
 }
 
 TEST(MacbethFrameView, DetectionPlacesTheChartOrLeavesTheCornerLayout)
@@ -250,19 +226,17 @@ TEST(MacbethFrameView, DetectionPlacesTheChartOrLeavesTheCornerLayout)
     ASSERT_TRUE(waitForDetection(finished));
     EXPECT_EQ(finished.last().at(0).toInt(), 24);
     EXPECT_TRUE(autoButton->isEnabled());
-    const QVector<QRectF> rects = view.regionRects();
-    ASSERT_EQ(rects.size(), 24);
-    for (int i = 0; i < 24; ++i)
-        EXPECT_TRUE(scene.patches[i].containsPoint(rects[i].center(), Qt::OddEvenFill))
-                << "patch " << i + 1;
-
-    // Corner-assisted placement then starts from the chart found.
-    view.useCornerInfo();
-    const QVector<QRectF> fromCorners = view.regionRects();
-    ASSERT_EQ(fromCorners.size(), 24);
-    for (int i = 0; i < 24; ++i)
-        EXPECT_TRUE(scene.patches[i].containsPoint(fromCorners[i].center(), Qt::OddEvenFill))
-                << "corner layout patch " << i + 1;
+    // The regions lie on the patches, and so do those of the corner-assisted
+    // placement, which starts from the chart found.
+    for (bool corners : {false, true}) {
+        if (corners)
+            view.useCornerInfo();
+        const QVector<QRectF> rects = view.regionRects();
+        ASSERT_EQ(rects.size(), 24);
+        for (int i = 0; i < 24; ++i)
+            EXPECT_TRUE(scene.patches[i].containsPoint(rects[i].center(), Qt::OddEvenFill))
+                    << "patch " << i + 1 << (corners ? " from corners" : "");
+    }
 
     // A result of 23 leaves the default corner layout.
     view.markers()->discardDetection();

@@ -1,7 +1,6 @@
 // Regions on an imageGraphicsView: loading and saving ROI files, numbering,
-// stacking, removal and the outline colour on real pictures.
+// stacking and removal.
 #include "imaging/gui/imagegraphicsview.h"
-#include "imaging/gui/roidialogs.h"
 #include "imaging/roifile.h"
 
 #include "testsupport.h"
@@ -160,36 +159,4 @@ TEST_F(RegionView, RemovingKeepsNumbersAndSelectsANeighbour)
     EXPECT_DOUBLE_EQ(view.stackingCounter(), 0.0);
     EXPECT_EQ(log.entries, (QStringList{"selection:0", "deleted"}));
     EXPECT_EQ(view.scene()->items().size(), 1);
-}
-
-TEST_F(RegionView, OutlineColourOnPicturesOfAnyFormat)
-{
-    // Valid up to the last row and column, red one pixel further.
-    QImage img = grayPicture();
-    for (int y = 50; y < 150; ++y)
-        for (int x = 100; x < 200; ++x)
-            img.setPixel(x, y, qRgb(0, 0, 255));
-    imageGraphicsView view;
-    view.setPicture(img.convertToFormat(QImage::Format_RGB888));
-    EXPECT_EQ(view.addRegion(QRectF(100.3, 50.3, 49.4, 49.4))->color(), QColor(Qt::yellow));
-    EXPECT_EQ(view.overlayColorFor(QRect(150, 100, 50, 50)), QColor(Qt::yellow));
-    EXPECT_EQ(view.overlayColorFor(QRect(150, 100, 51, 50)), QColor(Qt::red));
-}
-
-TEST_F(RegionView, LoadDialogWarnsAboutAMissingFile)
-{
-    QTemporaryDir dir;
-    QString last = "/start/here.roi";
-    // The warning goes through the program's message boxes: printed on a
-    // display nobody looks at.
-    const QString missing = dir.filePath("gone.roi");
-    EXPECT_EQ(kestro::test::boxesOf([&] {
-                  EXPECT_EQ(kestro::acceptRoiFileToLoad(nullptr, missing, last), QString());
-              }),
-              QStringLiteral("Load marker position: Cannot load file %1.\n").arg(missing));
-    EXPECT_EQ(last, "/start/here.roi");
-
-    const QString there = kestro::test::writeFile(dir, "there.roi", "[patches]\nsize=0\n");
-    EXPECT_EQ(kestro::acceptRoiFileToLoad(nullptr, there, last), there);
-    EXPECT_EQ(last, there);
 }

@@ -16,7 +16,6 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
-#include <QLineEdit>
 #include <QSpinBox>
 #include <QTabWidget>
 #include <QTemporaryDir>
@@ -78,12 +77,7 @@ TEST(CaptureWindow, PagesCaptureAndTheSetupPromptLastsUntilTheFirstSuccess)
     // A synthetic source shows each page what it measures: the MTF page a
     // slanted edge (dark square in the middle), the uniformity page a flat
     // field.
-    const QImage edge(mtfFile);
-    EXPECT_EQ(edge.size(), QSize(320, 240));
-    EXPECT_NEAR(middleLevel(edge), imagesource::kEdgeDark, 0.02);
-    auto *mtfField = window->findChild<QLineEdit *>(QStringLiteral("mtfFileName"));
-    ASSERT_TRUE(mtfField);
-    EXPECT_EQ(mtfField->text(), QStringLiteral("<<Captured from Strobix>>"));
+    EXPECT_NEAR(middleLevel(QImage(mtfFile)), imagesource::kEdgeDark, 0.02);
 
     // After the first success no page asks again.
     QFile::remove(mtfFile);

@@ -1,7 +1,16 @@
+// The colour model: CIEDE2000 on the published pairs, L*a*b* of the rounded
+// white, the chart measurement and its summary, white balance and the metric
+// selection for the charts.
+
 #include "measure/color/macbethcolordifference.h"
 
 #include "chartimage.h"
+#include "measure/color/cielab.h"
+#include "measure/color/whitebalance.h"
+#include "testsupport.h"
 
+#include <QFile>
+#include <QTextStream>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -40,7 +49,64 @@ void inject(QStdMacbethChartColorDifference &m, const Injected &v)
     }
 }
 
+// Gray row with chosen white-balance values, every record computed; patch k
+// (from 0) has dE00 1 + k, dC00 0.5 + k, dH00 0.25 + k, saturation 0.01 k.
+void fillGrayRow(QStdMacbethChartColorDifference &m, const double rOverG[6], const double bOverG[6],
+                 const double chroma[6])
+{
+    Injected v;
+    for (int i = 0; i < 24; ++i) {
+        v.dE00[i] = 1.0 + i;
+        v.dC00[i] = 0.5 + i;
+        v.dH00[i] = 0.25 + i;
+        v.sat[i] = 0.01 * i;
+    }
+    inject(m, v);
+    for (int i = 18; i < 24; ++i) {
+        m.patch(i).rOverG = rOverG[i - 18];
+        m.patch(i).bOverG = bOverG[i - 18];
+        m.patch(i).chroma = chroma[i - 18];
+    }
+    m.calculateStatistics();
+}
+
 } // namespace
+
+TEST(Ciede2000, PublishedPairsInBothOrders)
+{
+    QFile file(test::dataPath("ciede2000/sharma2005.csv"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly | QIODevice::Text)) << file.fileName().toStdString();
+    QTextStream in(&file);
+    in.readLine(); // header
+    int pairs = 0;
+    while (!in.atEnd()) {
+        const QStringList f = in.readLine().trimmed().split(',');
+        if (f.size() < 7)
+            continue;
+        const LabColor c1{f[0].toDouble(), f[1].toDouble(), f[2].toDouble()};
+        const LabColor c2{f[3].toDouble(), f[4].toDouble(), f[5].toDouble()};
+        const double expected = f[6].toDouble();
+        EXPECT_NEAR(deltaE00(c1, c2), expected, 1e-4) << "pair " << pairs + 1;
+        EXPECT_NEAR(deltaE00(c2, c1), expected, 1e-4) << "pair " << pairs + 1 << " swapped";
+        ++pairs;
+    }
+    EXPECT_EQ(pairs, 34);
+}
+
+TEST(Cielab, RoundedWhitePointAndGrayAxis)
+{
+    // White maps to L* 100; the rounded white leaves a small a*/b* offset.
+    const LabColor white = srgbToLab(1.0, 1.0, 1.0);
+    const double X = 0.4124 + 0.3576 + 0.1805, Z = 0.0193 + 0.1192 + 0.9505;
+    EXPECT_NEAR(white.L, 100.0, 1e-9);
+    EXPECT_NEAR(white.a, 500.0 * (std::cbrt(X * 100.0 / 95.0) - 1.0), 1e-9);
+    EXPECT_NEAR(white.b, 200.0 * (1.0 - std::cbrt(Z * 100.0 / 108.9)), 1e-9);
+    // Below 0.008856 f is linear.
+    const LabColor dark = linearRgbToLab(0.001, 0.001, 0.001);
+    EXPECT_NEAR(dark.L, 116.0 * (7.787 * 0.001 * 1.0 + 16.0 / 116.0) - 16.0, 1e-9);
+    EXPECT_DOUBLE_EQ(hsvSaturation(0.5, 0.25, 0.0), 1.0);
+    EXPECT_EQ(hsvSaturation(0.0, 0.0, 0.0), 0.0);
+}
 
 TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
 {
@@ -221,4 +287,68 @@ TEST(MacbethColorDifference, RecordCachesUntilItsColourChanges)
     EXPECT_NEAR(p.dE94chroma, std::hypot(p.dHab / (1 + 0.045 * Cg), p.dCab / (1 + 0.015 * Cg)),
                 1e-12);
     EXPECT_NEAR(p.dE94, std::hypot(p.dL, p.dE94chroma), 1e-12);
+}
+
+TEST(WhiteBalance, ReportSectionTextAndReciprocalAverages)
+{
+    QStdMacbethChartColorDifference m;
+    const double rg[6] = {0.5, 2.0, 1.0, 1.0, 1.0, 1.0};
+    const double bg[6] = {1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
+    const double chroma[6] = {1.5, 0.25, 0.0, 0.125, 3.0, 2.0};
+    fillGrayRow(m, rg, bg, chroma);
+    m.patch(23).computed = false; // an uncomputed gray patch is left out
+
+    QString report = "head";
+    appendWhiteBalanceReport(report, m);
+    EXPECT_TRUE(report.startsWith("head<center><H1>White Balance</H1></center>\n"));
+    // Rows of the computed gray patches only, then the averages: the
+    // reciprocal columns are reciprocals of the averaged ratios.
+    auto row = [](int patch, const char *chroma, const char *rg, const char *gr) {
+        return QString("<tr><td align=\"center\">%1</td><td align=\"right\">%2</td><td "
+                       "align=\"right\">%3</td><td align=\"right\">%4</td><td "
+                       "align=\"right\">1</td><td align=\"right\">1</td></tr>")
+                .arg(patch)
+                .arg(chroma, rg, gr);
+    };
+    EXPECT_TRUE(report.contains(row(19, "1.5", "0.5", "2") + row(20, "0.25", "2", "0.5")
+                                + row(21, "0", "1", "1") + row(22, "0.125", "1", "1")
+                                + row(23, "3", "1", "1") + "</table></p>\n"))
+            << report.toStdString();
+    EXPECT_TRUE(report.endsWith("<caption>White Balance Summary Report</caption>\n"
+                                "<tr><td>Average Chroma</td><td>1.14583</td></tr>\n"
+                                "<tr><td>Average R/G</td><td>1.08333</td></tr>\n"
+                                "<tr><td>Average G/R</td><td>0.923077</td></tr>\n"
+                                "<tr><td>Average B/G</td><td>1</td></tr>\n"
+                                "<tr><td>Average G/B</td><td>1</td></tr>\n"
+                                "</table></p>\n"
+                                "</body></html>"));
+}
+
+TEST(WhiteBalance, MetricSelectionTable)
+{
+    QStdMacbethChartColorDifference m;
+    EXPECT_FALSE(colorMetricSelection(m, 0).valid); // nothing measured yet
+
+    const double rg[6] = {0.8, 0.9, 1.0, 1.1, 1.25, 2.0};
+    const double bg[6] = {1.0, 0.5, 4.0, 1.0, 1.0, 1.0};
+    const double chroma[6] = {1, 2, 3, 4, 5, 6};
+    fillGrayRow(m, rg, bg, chroma);
+    EXPECT_FALSE(colorMetricSelection(m, 9).valid);
+    EXPECT_FALSE(colorMetricSelection(m, -1).valid);
+
+    // Metrics 0-3 go to the bar chart over all patches, the others over the
+    // gray row; both series start at patch 19.
+    for (int k : {0, 3, 4, 8}) {
+        const ColorMetricSelection s = colorMetricSelection(m, k);
+        ASSERT_TRUE(s.valid);
+        EXPECT_EQ(s.grayX.front(), 19.0);
+        EXPECT_EQ(s.barValues.size(), k <= 3 ? 24 : 6);
+    }
+    EXPECT_EQ(colorMetricSelection(m, 0).barValues[4], 5.0);    // dE00 of patch 5
+    EXPECT_EQ(colorMetricSelection(m, 2).grayValues[0], 18.25); // dH00 of patch 19
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(colorMetricSelection(m, 5).grayValues[i], rg[i]);
+        EXPECT_DOUBLE_EQ(colorMetricSelection(m, 6).grayValues[i], 1.0 / rg[i]);
+        EXPECT_DOUBLE_EQ(colorMetricSelection(m, 8).grayValues[i], 1.0 / bg[i]);
+    }
 }

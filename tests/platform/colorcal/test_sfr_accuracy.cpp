@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <utility>
 #include <vector>
 
 using namespace kestro;
@@ -48,8 +47,7 @@ EdgeParams region(double angle, double sigma, int across, int along, double dark
 
 struct Summary
 {
-    std::vector<double> errors;                        // relative MTF50 errors
-    std::vector<std::pair<double, double>> conditions; // angle and sigma of each error
+    std::vector<double> errors; // relative MTF50 errors
     double worstAbs = 0;
     double curveMaxHalf = 0; // largest |curve - truth| up to 0.5 cycles per pixel
     double curveMaxOne = 0;  // ... up to 1 cycle per pixel
@@ -86,7 +84,6 @@ struct Summary
         const double angle = s.angleDegrees, sigma = s.sigma[0];
         const double e = r.mtf50[sfr::Gray] / trueCrossing(sigma, angle, 0.5) - 1;
         errors.push_back(e);
-        conditions.push_back({angle, sigma});
         worstAbs = std::max(worstAbs, std::fabs(e));
         for (std::size_t i = 0; i < r.frequencies.size(); ++i) {
             const double f = r.frequencies[i];
@@ -97,35 +94,6 @@ struct Summary
             curveSquares += d * d;
             ++curvePoints;
         }
-    }
-
-    // Median and worst |error| of the edges whose angle and sigma lie in the
-    // given ranges.
-    void printBand(const char *name, double angleLo, double angleHi, double sigmaLo,
-                   double sigmaHi) const
-    {
-        std::vector<double> a;
-        for (std::size_t i = 0; i < errors.size(); ++i) {
-            const auto [angle, sigma] = conditions[i];
-            if (angle >= angleLo && angle <= angleHi && sigma >= sigmaLo && sigma <= sigmaHi)
-                a.push_back(std::fabs(errors[i]));
-        }
-        std::sort(a.begin(), a.end());
-        if (!a.empty())
-            std::printf("    %-32s n=%4zu  median %.3f %%  worst %.3f %%\n", name, a.size(),
-                        100 * a[a.size() / 2], 100 * a.back());
-    }
-
-    void printBands() const
-    {
-        printBand("sigma 0.45-0.6", 0, 90, 0.45, 0.6);
-        printBand("sigma 0.75-1.1", 0, 90, 0.75, 1.1);
-        printBand("sigma 1.3-1.8", 0, 90, 1.3, 1.8);
-        printBand("sigma 2.1-2.5", 0, 90, 2.1, 2.5);
-        printBand("angle 2-4.5", 2, 4.5, 0, 9);
-        printBand("angle 5-8", 5, 8, 0, 9);
-        printBand("angle 10-15", 10, 15, 0, 9);
-        printBand("angle 18-25", 18, 25, 0, 9);
     }
 
     void print(const char *name) const
@@ -176,11 +144,7 @@ TEST(SfrAccuracy, SmallRegionsNoiseFreeAndAtOneDn)
     all.worstAbs = std::max(clean.worstAbs, noisy.worstAbs);
     std::printf("60 x 120 regions, 8-bit, linear, levels 0.15 / 0.85:\n");
     clean.print("noise-free");
-    if (fullSweep())
-        clean.printBands();
     noisy.print("1 DN");
-    if (fullSweep())
-        noisy.printBands();
     all.print("all");
     EXPECT_EQ(clean.failures + noisy.failures, 0);
     if (fullSweep()) {
@@ -229,8 +193,6 @@ TEST(SfrAccuracy, LargerRegionsAtTwoContrasts)
     for (const Condition &c : conditions) {
         const Summary s = sweep(g, 100, 200, c.dark, c.light, c.noise);
         s.print(c.name);
-        if (fullSweep())
-            s.printBands();
         EXPECT_EQ(s.failures, 0) << c.name;
         if (fullSweep())
             continue;

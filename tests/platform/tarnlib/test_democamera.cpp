@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QString>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -197,10 +198,8 @@ TEST(DemoCamera, GrabsAChartThroughTheTransport)
     EXPECT_EQ(tl_grabFrame(cam, words.data(), cam->sensor.bufferSize), TL_ERR_NOT_STREAMING);
     ASSERT_EQ(tl_startTransport(cam), TL_OK);
     const std::vector<quint16> a = grab(cam);
-    const std::vector<quint16> b = grab(cam);
-    EXPECT_NE(a, b); // noise changes from frame to frame
-    for (quint16 v : a)
-        ASSERT_LE(v, 1023);
+    EXPECT_NE(a, grab(cam)); // noise changes from frame to frame
+    EXPECT_LE(*std::max_element(a.begin(), a.end()), 1023);
 
     // Order 0 (G R / B G): red samples at odd x of even rows. The chart spans
     // the middle 80 %; patch 19 (white) is bottom left, 24 (black) bottom right.
@@ -210,11 +209,9 @@ TEST(DemoCamera, GrabsAChartThroughTheTransport)
         const int left = x0 + col * cw / 6 + cw / 30, top = y0 + row * ch / 4 + ch / 20;
         return meanOf(f, w, left, top, left + cw / 15, top + ch / 10, px, py);
     };
-    const double white = patch(a, 18, 1, 0);
-    const double black = patch(a, 23, 1, 0);
-    EXPECT_GT(white, 700);
-    EXPECT_LT(black, 120);
-    EXPECT_GT(black, 64); // above the black level
+    EXPECT_GT(patch(a, 18, 1, 0), 700);
+    EXPECT_LT(patch(a, 23, 1, 0), 120);
+    EXPECT_GT(patch(a, 23, 1, 0), 64); // above the black level
     // Red patch (15): red samples well above blue samples.
     EXPECT_GT(patch(a, 14, 1, 0), 2 * patch(a, 14, 0, 1));
 
@@ -230,7 +227,4 @@ TEST(DemoCamera, GrabsAChartThroughTheTransport)
     const std::vector<quint16> redder = grab(cam);
     EXPECT_NEAR(patch(redder, 21, 1, 0) - 64, 1.5 * (grayRed - 64), 10);
     EXPECT_NEAR(patch(redder, 21, 0, 0), gray, 5);
-
-    tl_stopTransport(cam);
-    EXPECT_EQ(tl_grabFrame(cam, words.data(), cam->sensor.bufferSize), TL_ERR_NOT_STREAMING);
 }
