@@ -21,13 +21,12 @@ class CapturedPictureTest : public ::testing::Test
 protected:
     void SetUp() override { m_env.set("TMPDIR", QFile::encodeName(m_tmp.path())); }
 
-    // The box texts that a capture printed (the display is not
-    // interactive: boxes go to stderr as "Title: text").
+    // The box texts that a capture printed.
     QString boxesOf(const CaptureFunction &capture, bool expected, CapturedPicture &captured)
     {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(capturePicture(nullptr, capture, captured), expected);
-        return QString::fromLocal8Bit(testing::internal::GetCapturedStderr().c_str()).trimmed();
+        return kestro::test::boxesOf(
+                       [&] { EXPECT_EQ(capturePicture(nullptr, capture, captured), expected); })
+                .trimmed();
     }
 
     QTemporaryDir m_tmp;
