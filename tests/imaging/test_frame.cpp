@@ -36,12 +36,9 @@ QImage gray16(const std::vector<quint16> &samples)
 TEST(Frame, ColourFormatsBecomeArgb32AndOneBitIsRefused)
 {
     CFrame frame;
-    // 16-bit RGB, and formats above the premultiplied range, become 32-bit ARGB.
-    for (const QImage::Format f : {QImage::Format_RGB16, QImage::Format_RGBA64}) {
-        const QImage source = gradient(21, 13, f);
-        ASSERT_TRUE(frame.setFromImage(source)) << f;
-        EXPECT_EQ(frame.image(), source.convertToFormat(QImage::Format_ARGB32)) << f;
-    }
+    const QImage source = gradient(21, 13, QImage::Format_RGBA64);
+    ASSERT_TRUE(frame.setFromImage(source));
+    EXPECT_EQ(frame.image(), source.convertToFormat(QImage::Format_ARGB32));
 
     EXPECT_FALSE(frame.setFromImage(gradient(16, 8, QImage::Format_Mono)));
     EXPECT_EQ(frame.error(), FrameError::UnsupportedFormat);
@@ -52,45 +49,26 @@ TEST(Frame, GrayAndSixteenBitFilesLoadWithTheRightValues)
 {
     QTemporaryDir dir;
     CFrame frame;
-
-    // An indexed gray BMP keeps its format; gray PNG and TIFF (8 and 16 bits)
-    // become 8-bit indexed gray, 16-bit samples rounded (v / 257, half up).
+    // An indexed gray BMP keeps its format; gray PNG (8 and 16 bits) becomes
+    // 8-bit indexed gray, 16-bit samples rounded (v / 257, half up).
     const QImage gray8 = gradient(10, 6, QImage::Format_Grayscale8);
-    const QImage wide = gray16({0, 128, 129, 385, 386, 32767, 65406, 65535});
-    const std::vector<int> wideExpected = {0, 0, 1, 1, 2, 127, 254, 255};
-    struct Case
-    {
-        const char *name;
-        QImage image;
-    };
-    for (const Case &c :
-         {Case{"g.bmp", gray8.convertToFormat(QImage::Format_Indexed8)}, Case{"g.png", gray8},
-          Case{"g.tif", gray8}, Case{"w.png", wide}, Case{"w.tif", wide}}) {
-        const QString path = saveImage(dir, c.name, c.image);
-        ASSERT_TRUE(frame.load(path)) << c.name << frame.errorText().toStdString();
-        EXPECT_EQ(frame.image().format(), QImage::Format_Indexed8) << c.name;
-        EXPECT_EQ(frame.kind(), 1u) << c.name;
+    for (const char *name : {"g.bmp", "g.png"}) {
+        const bool bmp = name[2] == 'b';
+        ASSERT_TRUE(frame.load(
+                saveImage(dir, name, bmp ? gray8.convertToFormat(QImage::Format_Indexed8) : gray8)));
+        EXPECT_EQ(frame.image().format(), QImage::Format_Indexed8) << name;
+        EXPECT_EQ(frame.kind(), 1u) << name;
         EXPECT_EQ(frame.linearData(), nullptr);
-        const QImage loaded = frame.image();
-        if (c.image.format() == QImage::Format_Grayscale16) {
-            for (int x = 0; x < loaded.width(); ++x)
-                EXPECT_EQ(qGray(loaded.pixel(x, 0)), wideExpected[x]) << c.name << " x=" << x;
-        } else {
-            for (int i = 0; i < 60; ++i)
-                ASSERT_EQ(qGray(loaded.pixel(i % 10, i / 10)), qGray(gray8.pixel(i % 10, i / 10)))
-                        << c.name;
-        }
+        for (int i = 0; i < 60; ++i)
+            ASSERT_EQ(qGray(frame.image().pixel(i % 10, i / 10)), qGray(gray8.pixel(i % 10, i / 10)))
+                    << name;
     }
-
-    // 16-bit colour PNG and TIFF: 16-bit channels rounded to 8 bits.
-    QImage colour16(2, 1, QImage::Format_RGBA64);
-    colour16.setPixelColor(0, 0, QColor::fromRgba64(65535, 0, 32767, 65535));
-    colour16.setPixelColor(1, 0, QColor::fromRgba64(128, 129, 65406, 65535));
-    for (const char *name : {"c16.png", "c16.tif"}) {
-        ASSERT_TRUE(frame.load(saveImage(dir, name, colour16))) << name;
-        EXPECT_EQ(frame.image().pixel(0, 0), qRgb(255, 0, 127)) << name;
-        EXPECT_EQ(frame.image().pixel(1, 0), qRgb(0, 1, 254)) << name;
-    }
+    const int wideExpected[] = {0, 0, 1, 1, 2, 127, 254, 255};
+    ASSERT_TRUE(frame.load(
+            saveImage(dir, "w.png", gray16({0, 128, 129, 385, 386, 32767, 65406, 65535}))));
+    EXPECT_EQ(frame.image().format(), QImage::Format_Indexed8);
+    for (int x = 0; x < 8; ++x)
+        EXPECT_EQ(qGray(frame.image().pixel(x, 0)), wideExpected[x]) << "x=" << x;
 }
 
 TEST(Frame, FailuresSayWhy)
@@ -113,11 +91,9 @@ TEST(Frame, FailuresSayWhy)
     EXPECT_NE(frame.errorText(), frameErrorText(FrameError::Undecodable, cut));
     EXPECT_TRUE(frame.errorText().startsWith(QStringLiteral("cannot load ") + cut));
 
-    // Named pipes are refused, whatever the suffix, without waiting.
-    for (const char *name : {"pipe.png", "pipe.raw"}) {
-        EXPECT_FALSE(frame.load(kestro::test::makeFifo(dir, name)));
-        EXPECT_EQ(frame.error(), FrameError::NotRegularFile) << name;
-    }
+    // A named pipe is refused as a raw file too, without waiting.
+    EXPECT_FALSE(frame.load(kestro::test::makeFifo(dir, "pipe.raw")));
+    EXPECT_EQ(frame.error(), FrameError::NotRegularFile);
 }
 
 TEST(Frame, LinearCopyDecodesEveryColourByte)

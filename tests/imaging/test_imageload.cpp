@@ -59,17 +59,9 @@ TEST(ImageLoad, KeepsTheDecodersReason)
     EXPECT_FALSE(r.detail.isEmpty());
     EXPECT_EQ(kestro::imageLoadErrorText(r, junk),
               QStringLiteral("cannot read ") + junk + QStringLiteral(" as an image: ") + r.detail);
-
-    // The format comes from the content: a JPEG named .png loads.
-    QImage picture(16, 16, QImage::Format_RGB32);
-    picture.fill(Qt::white);
-    const QString jpeg = dir.filePath("really-a-jpeg.png");
-    ASSERT_TRUE(picture.save(jpeg, "JPEG"));
-    EXPECT_TRUE(readImageFile(jpeg).ok());
 }
 
-// Each format is recognised by its content under a name that says nothing,
-// those told by their signature as well as the rest.
+// The format comes from the content, whether told by a signature or not.
 TEST(ImageLoad, EveryWritableFormatLoadsUnderANeutralName)
 {
     QTemporaryDir dir;

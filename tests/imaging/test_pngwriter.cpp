@@ -61,8 +61,6 @@ TEST(PngWriter, EveryFormatReadsBackExactly)
             {argb.convertToFormat(QImage::Format_ARGB32_Premultiplied),
              argb.convertToFormat(QImage::Format_ARGB32_Premultiplied)
                      .convertToFormat(QImage::Format_RGB32)},
-            {opaque.convertToFormat(QImage::Format_RGB16),
-             opaque.convertToFormat(QImage::Format_RGB16).convertToFormat(QImage::Format_RGB32)},
             {gray, gray},
     };
     for (PngCompression compression : {PngCompression::Fast, PngCompression::None}) {

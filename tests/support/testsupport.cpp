@@ -7,7 +7,6 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QtEndian>
-#include <cmath>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -146,11 +145,6 @@ QString makeFifo(const QTemporaryDir &dir, const QString &name)
 {
     const QString path = dir.filePath(name);
     return ::mkfifo(QFile::encodeName(path).constData(), 0600) == 0 ? path : QString();
-}
-
-double srgbDecodeReference(double value)
-{
-    return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
 }
 
 ScopedEnvironment::~ScopedEnvironment()

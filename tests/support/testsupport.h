@@ -7,6 +7,7 @@
 #include <QPair>
 #include <QString>
 #include <QTemporaryDir>
+#include <cmath>
 #include <functional>
 #include <ostream>
 
@@ -63,14 +64,13 @@ QImage shadedFlatField(int width, int height, QRgb centre = qRgb(225, 235, 215),
 // Makes a named pipe in `dir` and returns its path (empty on failure).
 QString makeFifo(const QTemporaryDir &dir, const QString &name);
 
-// Linear light of a stored sRGB value in 0..1, written out from the
+// Linear light of a stored 8-bit sRGB channel, written out from the
 // standard's formula so that tests never take expected values from the
 // decoding they check.
-double srgbDecodeReference(double value);
-// The same for an 8-bit channel.
 inline double srgbByteDecodeReference(int byte)
 {
-    return srgbDecodeReference(byte / 255.0);
+    const double v = byte / 255.0;
+    return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
 }
 
 // Sets environment variables for its lifetime and then restores what they
