@@ -5,9 +5,10 @@
 #include <QFile>
 #include <QString>
 #include <QTemporaryDir>
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <vector>
+
+using kestro::test::writeFile;
 
 namespace {
 
@@ -33,13 +34,6 @@ struct DemoSession
     }
     tl_camera_t *camera() const { return list[0]; }
 };
-
-void write(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-}
 
 QByteArray readAll(const QString &path)
 {
@@ -89,57 +83,43 @@ TEST(DemoCamera, BoardsArePluggedInByName)
     }
 }
 
-TEST(DemoCamera, RegistersFollowTheSensorData)
+TEST(DemoCamera, RegistersFollowTheSensorDataAndPresetsApplyAllOrNothing)
 {
+    QTemporaryDir dir;
+    const QString ini = writeFile(dir, "presets.ini",
+                                  "[Other]\nANALOG_GAIN=99\n"
+                                  "[Good]\n; by name and by address, decimal and hexadecimal\n"
+                                  "ANALOG_GAIN = 32\n0x3012=0x123\n\n13328=5\n"
+                                  "[Unknown register]\nANALOG_GAIN=40\nNO_SUCH_REG=1\n"
+                                  "[Too wide]\nANALOG_GAIN=40\nMODE_SELECT=2\n"
+                                  "[Negative]\nANALOG_GAIN=-1\n"
+                                  "[Malformed]\nANALOG_GAIN=40\njust some words\n");
     DemoSession demo("KSD644");
     ASSERT_EQ(demo.status, TL_OK);
     tl_camera_t *cam = demo.camera();
     EXPECT_EQ(reg(cam, 0x3408), 0x100u); // defaults from [Registers]
-
     unsigned value = 0;
     EXPECT_EQ(tl_ReadRegister(cam, 0x3061, &value), TL_ERR_NO_REGISTER);
     EXPECT_EQ(tl_WriteRegister(cam, 0x3061, 1), TL_ERR_NO_REGISTER);
     EXPECT_EQ(tl_WriteRegister(cam, 0x3060, 256), TL_ERR_RANGE); // 8 bits
     EXPECT_EQ(tl_WriteRegister(cam, 0x0100, 2), TL_ERR_RANGE);   // 1 bit
     EXPECT_EQ(reg(cam, 0x3060), 16u);
-    ASSERT_EQ(tl_WriteRegister(cam, 0x3060, 255), TL_OK);
-    EXPECT_EQ(reg(cam, 0x3060), 255u);
-}
 
-TEST(DemoCamera, PresetsApplyAllOrNothing)
-{
-    QTemporaryDir dir;
-    const QString ini = dir.filePath("presets.ini");
-    write(ini, "[Other]\nANALOG_GAIN=99\n"
-               "[Good]\n; by name and by address, decimal and hexadecimal\n"
-               "ANALOG_GAIN = 32\n0x3012=0x123\n\n13328=5\n"
-               "[Unknown register]\nANALOG_GAIN=40\nNO_SUCH_REG=1\n"
-               "[Too wide]\nANALOG_GAIN=40\nMODE_SELECT=2\n"
-               "[Negative]\nANALOG_GAIN=-1\n"
-               "[Malformed]\nANALOG_GAIN=40\njust some words\n");
-    DemoSession demo("KSD644");
-    ASSERT_EQ(demo.status, TL_OK);
-    tl_camera_t *cam = demo.camera();
+    // A preset is applied whole or, with a bad line anywhere, not at all.
     const QByteArray path = QFile::encodeName(ini);
-
     ASSERT_EQ(tl_LoadINIPreset(cam, path, "Good"), TL_OK);
     EXPECT_EQ(reg(cam, 0x3060), 32u);
     EXPECT_EQ(reg(cam, 0x3012), 0x123u);
     EXPECT_EQ(reg(cam, 0x3410), 5u); // 13328 = 0x3410
 
-    const struct
-    {
-        const char *preset;
-        int status;
-    } bad[] = {{"Unknown register", TL_ERR_NO_REGISTER},
-               {"Too wide", TL_ERR_RANGE},
-               {"Negative", TL_ERR_SYNTAX},
-               {"Malformed", TL_ERR_SYNTAX},
-               {"No such preset", TL_ERR_NO_PRESET}};
-    for (const auto &b : bad) {
-        SCOPED_TRACE(b.preset);
-        EXPECT_EQ(tl_LoadINIPreset(cam, path, b.preset), b.status);
-        EXPECT_EQ(reg(cam, 0x3060), 32u); // the valid first line was not written either
+    const std::pair<const char *, int> bad[] = {{"Unknown register", TL_ERR_NO_REGISTER},
+                                                {"Too wide", TL_ERR_RANGE},
+                                                {"Negative", TL_ERR_SYNTAX},
+                                                {"Malformed", TL_ERR_SYNTAX},
+                                                {"No such preset", TL_ERR_NO_PRESET}};
+    for (const auto &[preset, status] : bad) {
+        EXPECT_EQ(tl_LoadINIPreset(cam, path, preset), status) << preset;
+        EXPECT_EQ(reg(cam, 0x3060), 32u) << preset; // the first line was not written either
     }
     EXPECT_EQ(tl_LoadINIPreset(cam, QFile::encodeName(dir.path()), "Good"), TL_ERR_NO_FILE);
 }
@@ -149,35 +129,38 @@ TEST(DemoCamera, DefaultIniFileIsTheUsersCopyOfTheTemplate)
     QTemporaryDir home;
     kestro::test::ScopedEnvironment env;
     env.set("XDG_DATA_HOME", QFile::encodeName(home.path()));
-    {
-        DemoSession demo("KSD644-REV2-DEV3");
-        ASSERT_EQ(demo.status, TL_OK);
-        char path[256];
-        ASSERT_EQ(tl_DefaultIniFile(demo.camera(), path, sizeof path), TL_OK);
-        const QString file = QFile::decodeName(path);
-        const QByteArray text = readAll(file);
-        EXPECT_TRUE(text.contains("[Strobix Initialization]\nMODE_SELECT=1\n")) << text.data();
-        EXPECT_FALSE(text.contains("[Registers]"));
-        // Once made, the file is the user's: never written over.
-        write(file, "[Strobix Initialization]\nANALOG_GAIN=48\n");
-        ASSERT_EQ(tl_DefaultIniFile(demo.camera(), path, sizeof path), TL_OK);
-        EXPECT_EQ(readAll(file), "[Strobix Initialization]\nANALOG_GAIN=48\n");
-        char tiny[8] = "xxxxxxx";
-        EXPECT_EQ(tl_DefaultIniFile(demo.camera(), tiny, sizeof tiny), TL_ERR_BUFFER);
-    }
+    DemoSession demo("KSD644-REV2-DEV3");
+    ASSERT_EQ(demo.status, TL_OK);
+    char path[256];
+    ASSERT_EQ(tl_DefaultIniFile(demo.camera(), path, sizeof path), TL_OK);
+    const QString file = QFile::decodeName(path);
+    const QByteArray text = readAll(file);
+    EXPECT_TRUE(text.contains("[Strobix Initialization]\nMODE_SELECT=1\n")) << text.data();
+    EXPECT_FALSE(text.contains("[Registers]"));
+    // Once made, the file is the user's: never written over.
+    QFile user(file);
+    ASSERT_TRUE(user.open(QIODevice::WriteOnly));
+    user.write("ANALOG_GAIN=48\n");
+    user.close();
+    ASSERT_EQ(tl_DefaultIniFile(demo.camera(), path, sizeof path), TL_OK);
+    EXPECT_EQ(readAll(file), "ANALOG_GAIN=48\n");
+    char tiny[8] = "xxxxxxx";
+    EXPECT_EQ(tl_DefaultIniFile(demo.camera(), tiny, sizeof tiny), TL_ERR_BUFFER);
 }
 
 TEST(DemoCamera, MalformedSensorDataIsNotABoard)
 {
     QTemporaryDir dir;
-    const QByteArray frame = "[Frame]\nWidth=8\nHeight=8\nBitsPerPixel=8\n";
-    write(dir.filePath("A-REV1.sdat"),
-          "[Sensor]\nName=A\nPartId=1\nRevision=1\n" + frame + "[Registers]\nGAIN=0x10,8\n");
-    write(dir.filePath("B-REV1.sdat"),
-          "[Sensor]\nName=B\nPartId=2\nRevision=1\n" + frame + "[Registers]\nX=1,33,0\n");
-    write(dir.filePath("C-REV1.sdat"),
-          "[Sensor]\nName=C\nPartId=3\nRevision=1\n" + frame + "[Registers]\nX=1,8,0\nY=1,8,0\n");
-    write(dir.filePath("D-REV1.sdat"), "[Sensor]\nName=D\nPartId=4\nRevision=1\n" + frame);
+    auto sensor = [&](const QString &name, const QByteArray &rest) {
+        writeFile(dir, name + "-REV1.sdat",
+                  "[Sensor]\nName=" + name.toLatin1()
+                          + "\nPartId=1\nRevision=1\n[Frame]\nWidth=8\nHeight=8\nBitsPerPixel=8\n"
+                          + rest);
+    };
+    sensor("A", "[Registers]\nGAIN=0x10,8\n");
+    sensor("B", "[Registers]\nX=1,33,0\n");
+    sensor("C", "[Registers]\nX=1,8,0\nY=1,8,0\n");
+    sensor("D", "");
     const QByteArray folder = QFile::encodeName(dir.path());
     // A to C are skipped; D has no [Registers] and gets the standard map.
     DemoSession first("1", folder);
@@ -199,7 +182,6 @@ TEST(DemoCamera, GrabsAChartThroughTheTransport)
     ASSERT_EQ(tl_startTransport(cam), TL_OK);
     const std::vector<quint16> a = grab(cam);
     EXPECT_NE(a, grab(cam)); // noise changes from frame to frame
-    EXPECT_LE(*std::max_element(a.begin(), a.end()), 1023);
 
     // Order 0 (G R / B G): red samples at odd x of even rows. The chart spans
     // the middle 80 %; patch 19 (white) is bottom left, 24 (black) bottom right.
@@ -210,8 +192,8 @@ TEST(DemoCamera, GrabsAChartThroughTheTransport)
         return meanOf(f, w, left, top, left + cw / 15, top + ch / 10, px, py);
     };
     EXPECT_GT(patch(a, 18, 1, 0), 700);
-    EXPECT_LT(patch(a, 23, 1, 0), 120);
     EXPECT_GT(patch(a, 23, 1, 0), 64); // above the black level
+    EXPECT_LT(patch(a, 23, 1, 0), 120);
     // Red patch (15): red samples well above blue samples.
     EXPECT_GT(patch(a, 14, 1, 0), 2 * patch(a, 14, 0, 1));
 
