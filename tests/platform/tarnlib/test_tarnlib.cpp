@@ -41,11 +41,10 @@ TEST(Tarnlib, RawFileWithSidecar)
         const quint16 v = static_cast<quint16>(i * 100 + 3);
         data.append(char(v & 0xff)).append(char(v >> 8));
     }
-    writeFile(dir, "a.raw", data);
     writeFile(
             dir, "a.ini",
             sidecar("Width=6\nHeight=4\nBitsPerPixel=12\nImageType=1\nBayerOrder=2\nBlackLevel=168\n"));
-    Opened cam(dir.filePath("a.raw"));
+    Opened cam(writeFile(dir, "a.raw", data));
     ASSERT_EQ(cam.status, TL_OK);
     ASSERT_EQ(cam.count, 1);
     EXPECT_EQ(cam.list[0]->sensor.bufferSize, 48u);
@@ -65,9 +64,8 @@ TEST(Tarnlib, EightBitFilesAreWidened)
 {
     QTemporaryDir dir;
     const QByteArray data("\x00\x01\x7f\x80\xfe\xff", 6);
-    writeFile(dir, "m.raw", data);
     writeFile(dir, "m.ini", sidecar("Width=3\nHeight=2\nBitsPerPixel=8\nImageType=0\n"));
-    Opened cam(dir.filePath("m.raw"));
+    Opened cam(writeFile(dir, "m.raw", data));
     ASSERT_EQ(cam.status, TL_OK);
     EXPECT_EQ(cam.list[0]->sensor.bufferSize, 12u);
     std::vector<unsigned char> buffer(12);
@@ -91,9 +89,8 @@ TEST(Tarnlib, DescriptionFromSensorDataBySize)
 
     // 100 bytes: both AAA (10x10, 1 byte) and BBB (5x10, 2 bytes) fit; the
     // first file in name order wins.
-    writeFile(dir, "x.raw", QByteArray(100, 7));
     {
-        Opened cam(dir.filePath("x.raw"));
+        Opened cam(writeFile(dir, "x.raw", QByteArray(100, 7)));
         ASSERT_EQ(cam.status, TL_OK);
         EXPECT_STREQ(cam.list[0]->sensor.name, "AAA");
         unsigned order = 0;
@@ -101,74 +98,55 @@ TEST(Tarnlib, DescriptionFromSensorDataBySize)
         EXPECT_EQ(order, 3u);
     }
     // No sensor of this size.
-    writeFile(dir, "z.raw", QByteArray(101, 7));
-    EXPECT_EQ(Opened(dir.filePath("z.raw")).status, TL_ERR_NO_DESCRIPTION);
+    EXPECT_EQ(Opened(writeFile(dir, "z.raw", QByteArray(101, 7))).status, TL_ERR_NO_DESCRIPTION);
     qunsetenv("KESTRO_SENSOR_DATA");
 }
 
-TEST(Tarnlib, BadFilesAndDescriptions)
+TEST(Tarnlib, BadFilesAndDescriptionsSayWhy)
 {
     QTemporaryDir dir;
-    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(dir.filePath("nowhere")));
-    const QByteArray good = "Width=4\nHeight=4\nBitsPerPixel=10\n";
-    writeFile(dir, "f.raw", QByteArray(32, 1));
-
-    writeFile(dir, "f.ini", sidecar(good));
-    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_OK);
-
+    kestro::test::ScopedEnvironment env;
+    env.set("KESTRO_SENSOR_DATA", QFile::encodeName(dir.filePath("nowhere")));
+    const QString raw = dir.filePath("f.raw");
+    writeFile(dir, "f.ini", sidecar("Width=4\nHeight=4\nBitsPerPixel=10\n"));
     // Shorter, longer and empty files than described.
-    for (int size : {31, 33, 0}) {
-        writeFile(dir, "f.raw", QByteArray(size, 1));
-        EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_SIZE_MISMATCH) << size;
-    }
+    for (int size : {31, 33, 0})
+        EXPECT_EQ(Opened(writeFile(dir, "f.raw", QByteArray(size, 1))).status, TL_ERR_SIZE_MISMATCH)
+                << size;
     writeFile(dir, "f.raw", QByteArray(32, 1));
 
-    const QByteArray bad[] = {
-            "Width=4\nHeight=4\nBitsPerPixel=17\n",
-            "Width=4\nHeight=4\n",
-            "Width=4.5\nHeight=0\nBitsPerPixel=10\n",
-            "Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=1023\n",
-            "Width=4\nHeight=4\nBitsPerPixel=10\nBayerOrder=300\n",
-            "Width=99999999999999999999\nHeight=4\nBitsPerPixel=10\n",
-            "Width=1048576\nHeight=1048576\nBitsPerPixel=16\n",
-    };
-    for (const QByteArray &body : bad) {
-        writeFile(dir, "f.ini", sidecar(body));
-        EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_BAD_DESCRIPTION) << body.constData();
-    }
-    // Binary garbage as a sidecar.
-    QByteArray garbage;
+    QByteArray garbage; // binary garbage as a sidecar
     for (int i = 0; i < 4096; ++i)
         garbage.append(char((i * 7919) & 0xff));
-    writeFile(dir, "f.ini", garbage);
-    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_BAD_DESCRIPTION);
-    QFile::remove(dir.filePath("f.ini"));
-    // No sidecar and no sensor data: no description.
-    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_NO_DESCRIPTION);
-
-    EXPECT_EQ(Opened(dir.filePath("missing.raw")).status, TL_ERR_NO_FILE);
-    qunsetenv("KESTRO_SENSOR_DATA");
-}
-
-// The reason of the last failure is kept per thread and cleared by a
-// success.
-TEST(Tarnlib, ErrorTexts)
-{
-    QTemporaryDir dir;
-    qputenv("KESTRO_SENSOR_DATA", QFile::encodeName(dir.filePath("nowhere")));
-    writeFile(dir, "f.raw", QByteArray(32, 1));
-    writeFile(dir, "f.ini", sidecar("Width=4\nHeight=4\nBitsPerPixel=17\n"));
-    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_ERR_BAD_DESCRIPTION);
+    const QByteArray bad[] = {
+            garbage,
+            sidecar("Width=4\nHeight=4\n"),
+            sidecar("Width=4.5\nHeight=0\nBitsPerPixel=10\n"),
+            sidecar("Width=4\nHeight=4\nBitsPerPixel=10\nBlackLevel=1023\n"),
+            sidecar("Width=4\nHeight=4\nBitsPerPixel=10\nBayerOrder=300\n"),
+            sidecar("Width=99999999999999999999\nHeight=4\nBitsPerPixel=10\n"),
+            sidecar("Width=1048576\nHeight=1048576\nBitsPerPixel=16\n"),
+            sidecar("Width=4\nHeight=4\nBitsPerPixel=17\n"),
+    };
+    for (const QByteArray &ini : bad) {
+        writeFile(dir, "f.ini", ini);
+        EXPECT_EQ(Opened(raw).status, TL_ERR_BAD_DESCRIPTION) << ini.left(60).constData();
+    }
+    // The reason of the last failure is kept per thread and cleared by a
+    // success.
     const std::string reason = tl_LastErrorText();
     EXPECT_NE(reason.find("BitsPerPixel=17"), std::string::npos) << reason;
     std::string other = "unset";
     std::thread([&] { other = tl_LastErrorText(); }).join();
     EXPECT_EQ(other, "");
     writeFile(dir, "f.ini", sidecar("Width=4\nHeight=4\nBitsPerPixel=10\n"));
-    EXPECT_EQ(Opened(dir.filePath("f.raw")).status, TL_OK);
+    EXPECT_EQ(Opened(raw).status, TL_OK);
     EXPECT_STREQ(tl_LastErrorText(), "");
-    qunsetenv("KESTRO_SENSOR_DATA");
 
+    // No sidecar and no sensor data: no description.
+    QFile::remove(dir.filePath("f.ini"));
+    EXPECT_EQ(Opened(raw).status, TL_ERR_NO_DESCRIPTION);
+    EXPECT_EQ(Opened(dir.filePath("missing.raw")).status, TL_ERR_NO_FILE);
     for (int status = TL_OK; status <= TL_ERR_SYNTAX; ++status)
         EXPECT_STRNE(tl_StatusText(status), "unknown status") << status;
 }
