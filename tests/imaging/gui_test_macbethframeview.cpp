@@ -41,6 +41,16 @@ void mouse(QWidget *viewport, QEvent::Type type, const QPoint &pos, Qt::MouseBut
     QApplication::sendEvent(viewport, &event);
 }
 
+kestro::test::Scene chartScene(int width, int height, int chartLong, double rotation)
+{
+    kestro::test::SceneSpec spec;
+    spec.width = width;
+    spec.height = height;
+    spec.chartLong = chartLong;
+    spec.rotation = rotation;
+    return kestro::test::renderScene(spec);
+}
+
 bool waitForDetection(QSignalSpy &spy)
 {
     return !spy.isEmpty() || spy.wait(20000);
@@ -178,12 +188,7 @@ TEST(MacbethFrameView, FrameSetBrowsingAndNames)
 
 TEST(MacbethFrameView, DetectionPlacesTheChartOrLeavesTheCornerLayout)
 {
-    kestro::test::SceneSpec spec;
-    spec.width = 1000;
-    spec.height = 750;
-    spec.chartLong = 500;
-    spec.rotation = 180 + 8;
-    const kestro::test::Scene scene = kestro::test::renderScene(spec);
+    const kestro::test::Scene scene = chartScene(1000, 750, 500, 180 + 8);
 
     macbethFrameView view;
     QSignalSpy finished(&view, &macbethFrameView::detectionFinished);
@@ -223,12 +228,7 @@ TEST(MacbethFrameView, DetectionPlacesTheChartOrLeavesTheCornerLayout)
 
 TEST(MacbethFrameView, DetectionRestartedOrCancelled)
 {
-    kestro::test::SceneSpec spec;
-    spec.width = 2400;
-    spec.height = 1800;
-    spec.chartLong = 900;
-    spec.rotation = 90;
-    const kestro::test::Scene scene = kestro::test::renderScene(spec);
+    const kestro::test::Scene scene = chartScene(2400, 1800, 900, 90);
 
     macbethFrameView view;
     QSignalSpy finished(&view, &macbethFrameView::detectionFinished);
