@@ -6,7 +6,6 @@
 #include "testsupport.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QGraphicsPixmapItem>
 #include <QLoggingCategory>
 #include <QMouseEvent>

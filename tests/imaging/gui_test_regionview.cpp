@@ -5,10 +5,7 @@
 
 #include "testsupport.h"
 
-#include <QFile>
-#include <QGraphicsPixmapItem>
 #include <QLoggingCategory>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 

@@ -9,7 +9,6 @@
 #include <QTemporaryDir>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <vector>
 
 namespace {
 

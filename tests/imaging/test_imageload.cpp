@@ -1,7 +1,6 @@
 #include "imaging/imageload.h"
 #include "testsupport.h"
 
-#include <QDir>
 #include <QElapsedTimer>
 #include <QImageWriter>
 #include <QTemporaryDir>
