@@ -26,39 +26,17 @@ struct GeneratedChart
     std::array<QRect, 24> rects; // the patch interiors, in reading order
 };
 
-inline GeneratedChart makeChart(const std::array<QRgb, 24> &colours, int patch = 12, int gap = 4,
-                                QImage::Format format = QImage::Format_ARGB32)
+inline GeneratedChart makeChart(const std::array<QRgb, 24> &colours, int patch = 12, int gap = 4)
 {
     GeneratedChart chart;
-    const int w = gap + 6 * (patch + gap), h = gap + 4 * (patch + gap);
-    QImage img(w, h, QImage::Format_ARGB32);
-    img.fill(qRgb(20, 20, 20));
+    chart.image = QImage(gap + 6 * (patch + gap), gap + 4 * (patch + gap), QImage::Format_ARGB32);
+    chart.image.fill(qRgb(20, 20, 20));
     for (int i = 0; i < 24; ++i) {
         const QRect r(gap + (i % 6) * (patch + gap), gap + (i / 6) * (patch + gap), patch, patch);
         for (int y = r.top(); y <= r.bottom(); ++y)
             for (int x = r.left(); x <= r.right(); ++x)
-                img.setPixel(x, y, colours[i]);
+                chart.image.setPixel(x, y, colours[i]);
         chart.rects[i] = r;
-    }
-    if (format == QImage::Format_Indexed8) {
-        // An exact palette of the colours used (the converter would dither).
-        QVector<QRgb> table;
-        QImage indexed(img.size(), QImage::Format_Indexed8);
-        for (int y = 0; y < img.height(); ++y) {
-            for (int x = 0; x < img.width(); ++x) {
-                const QRgb c = img.pixel(x, y);
-                int k = table.indexOf(c);
-                if (k < 0) {
-                    table.append(c);
-                    indexed.setColorTable(table);
-                    k = table.size() - 1;
-                }
-                indexed.setPixel(x, y, uint(k));
-            }
-        }
-        chart.image = indexed;
-    } else {
-        chart.image = format == QImage::Format_ARGB32 ? img : img.convertToFormat(format);
     }
     return chart;
 }

@@ -88,13 +88,8 @@ TEST(MacbethChartPage, ProcessingMessagesAndResults)
     f.messages.clear();
     ASSERT_TRUE(f.page.processMacbethChart());
     EXPECT_TRUE(f.messages.isEmpty());
-    const QString html = f.page.colorDifferenceHtml();
-    const int argmax = f.page.colorDifference().summary().dE00MaximumIndex;
-    ASSERT_GE(argmax, 0);
-    EXPECT_TRUE(html.contains(QString("<tr><td align=\"center\">%1</td><td align=\"right\"><font "
-                                      "color=\"red\">")
-                                      .arg(argmax + 1)));
-    EXPECT_TRUE(html.contains("<a href=\"" + QDir::toNativeSeparators(f.dir.filePath("chart.png"))));
+    EXPECT_TRUE(f.page.colorDifferenceHtml().contains(
+            "<a href=\"" + QDir::toNativeSeparators(f.dir.filePath("chart.png"))));
 
     // The selector switches the bar chart between all patches and the gray row.
     f.page.metricSelector()->setCurrentIndex(5);

@@ -13,6 +13,8 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include <array>
+
 using namespace kestro;
 
 TEST(ColordiffCommand, FiguresThresholdReportAndRefusal)
@@ -37,35 +39,23 @@ TEST(ColordiffCommand, FiguresThresholdReportAndRefusal)
     // Reference values from an independent implementation of the sRGB
     // decoding, the L*a*b* conversion (white 95.0, 100, 108.9) and CIEDE2000
     // (dC00 with S_L x 1000, dH00 with S_L and S_C x 1000).
-    struct Reference
-    {
-        int patch;
-        double L, a, b, dE00, dC00, dH00, saturation, rOverG, bOverG;
-    };
-    const Reference references[] = {
-            {1, 38.0155681905, 11.8395810763, 13.6639463641, 0.527510430627, 0.33713769585,
-             0.336825617798, 0.662826300438, 2.03186535156, 0.685091557599},
-            {13, 30.3522176432, 26.4790211831, -49.6680457412, 2.96404719111, 2.90944654623,
-             3.22352119472, 0.870334819016, 0.847448025516, 6.53566376944},
-            {22, 51.1947408047, -0.149082633094, 0.545965235462, 0.863414878494, 0.800474603456,
-             0.734531545567, 0.0175531075084, 1.0, 0.982446892492},
+    const char *const fields[] = {"L",    "a",          "b",      "dE00",  "dC00",
+                                  "dH00", "saturation", "rOverG", "bOverG"};
+    const std::pair<int, std::array<double, 9>> references[] = {
+            {13,
+             {30.3522176432, 26.4790211831, -49.6680457412, 2.96404719111, 2.90944654623,
+              3.22352119472, 0.870334819016, 0.847448025516, 6.53566376944}},
+            {22,
+             {51.1947408047, -0.149082633094, 0.545965235462, 0.863414878494, 0.800474603456,
+              0.734531545567, 0.0175531075084, 1.0, 0.982446892492}},
     };
     const QJsonArray patches = json["patches"].toArray();
     ASSERT_EQ(patches.size(), 24);
-    for (const Reference &ref : references) {
-        const QJsonObject p = patches[ref.patch - 1].toObject();
-        EXPECT_EQ(p["patch"].toInt(), ref.patch);
-        const QPair<const char *, double> fields[] = {{"L", ref.L},
-                                                      {"a", ref.a},
-                                                      {"b", ref.b},
-                                                      {"dE00", ref.dE00},
-                                                      {"dC00", ref.dC00},
-                                                      {"dH00", ref.dH00},
-                                                      {"saturation", ref.saturation},
-                                                      {"rOverG", ref.rOverG},
-                                                      {"bOverG", ref.bOverG}};
-        for (const auto &f : fields)
-            EXPECT_NEAR(p[f.first].toDouble(), f.second, 1e-9) << ref.patch << " " << f.first;
+    for (const auto &[patch, values] : references) {
+        const QJsonObject p = patches[patch - 1].toObject();
+        EXPECT_EQ(p["patch"].toInt(), patch);
+        for (int k = 0; k < 9; ++k)
+            EXPECT_NEAR(p[fields[k]].toDouble(), values[k], 1e-9) << patch << " " << fields[k];
     }
     const QJsonObject s = json["summary"].toObject();
     EXPECT_NEAR(s["dE00"]["maximum"].toDouble(), 2.96404719111, 1e-6);
