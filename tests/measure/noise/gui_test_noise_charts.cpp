@@ -105,7 +105,6 @@ TEST(NoiseCharts, InitAndUpdate)
     ASSERT_NE(plot, nullptr);
     EXPECT_TRUE(results.isEmpty());
     EXPECT_EQ(chart.mode(), ChartGraph::NoiseMode);
-    EXPECT_EQ(plot->parentWidget(), &area);
 
     // 24 RGB patches, two frames: SNR = signal / overall; patch 21 has no
     // noise in green and keeps a zero.
@@ -115,10 +114,8 @@ TEST(NoiseCharts, InitAndUpdate)
         r.layout = NoiseLayout::Rgb;
         for (int c = 0; c < 3; ++c) {
             NoiseChannelResult ch;
-            ch.name = QString("RGB").mid(c, 1);
             ch.signal = 100.0 + p;
             ch.overall = (p == 20 && c == 1) ? 0.0 : 1.0 + c;
-            ch.fpn = 50.0;
             r.channels << ch;
         }
         results << r;

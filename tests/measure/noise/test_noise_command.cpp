@@ -45,8 +45,9 @@ TEST(NoiseCommand, MeasuresWritesTheFilesAndRefuses)
     const QJsonObject red = channels[0].toObject();
     EXPECT_EQ(red["name"].toString(), "R");
     // sRGB 100 and 200 decode to 32.4966085111 and 147.283012310 on the
-    // 0..255 linear scale.
+    // 0..255 linear scale, 128 to 55.0444275290: each channel on its own.
     EXPECT_NEAR(red["signal"].toDouble(), 89.8898104103, 1e-9);
+    EXPECT_NEAR(channels[1].toObject()["signal"].toDouble(), 55.0444275290, 1e-9);
     EXPECT_NEAR(red["temporal"].toDouble(), 57.3932018992, 1e-9);
     EXPECT_NEAR(red["fpn"].toDouble(), 0.0, 1e-9);
     EXPECT_NEAR(red["snrDb"].toDouble(), 3.89700020484, 1e-9);
