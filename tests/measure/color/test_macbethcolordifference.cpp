@@ -108,7 +108,6 @@ TEST(MacbethColorDifference, WholeChainOnGeneratedChart)
     }
     const ColorDifferenceSummary &s = m.summary();
     EXPECT_EQ(s.dE00MaximumIndex, 12);
-    EXPECT_EQ(s.dE00Maximum, float(m.dE00(12)));
     EXPECT_EQ(s.saturationMaximumIndex, -1);
     EXPECT_NEAR(s.grayROverGAverage, 1.0, 0.01);
 }
@@ -119,10 +118,9 @@ TEST(MacbethColorDifference, AveragingKeepsSixteenBitQuantisation)
     // bits per channel and read back from there.
     auto chart = makeChart(kChartColours, 2, 2);
     const QRect r = chart.rects[0];
-    chart.image.setPixel(r.left(), r.top(), qRgb(100, 100, 100));
-    chart.image.setPixel(r.left() + 1, r.top(), qRgb(100, 100, 100));
-    chart.image.setPixel(r.left(), r.top() + 1, qRgb(101, 101, 101));
-    chart.image.setPixel(r.left() + 1, r.top() + 1, qRgb(101, 101, 101));
+    for (int k = 0; k < 4; ++k)
+        chart.image.setPixel(r.left() + k % 2, r.top() + k / 2,
+                             k < 2 ? qRgb(100, 100, 100) : qRgb(101, 101, 101));
     QStdMacbethChartColorDifference m;
     ASSERT_TRUE(m.setMeasuredRegions(chart.image, chart.rects));
     const double exact = 100.5 / 255.0;

@@ -267,17 +267,12 @@ TEST(NoiseEngine, BayerChannelsSampleTheirOwnSites)
         QList<const CFrame *> loaded;
         for (int i = 0; i < 3; ++i) {
             const QString base = QString("o%1_f%2").arg(order).arg(i);
-            const QString raw = test::writeFile(dir, base + ".raw",
-                                                QByteArray(reinterpret_cast<const char *>(
-                                                                   frames[i].data()),
-                                                           w * h * 2));
+            const auto *bytes = reinterpret_cast<const char *>(frames[i].data());
+            const QString raw = test::writeFile(dir, base + ".raw", QByteArray(bytes, w * h * 2));
             test::writeFile(dir, base + ".ini",
-                            QString("[Frame]\nWidth=%1\nHeight=%2\nBitsPerPixel=10\nImageType=1\n"
-                                    "BayerOrder=%3\nBlackLevel=%4\n")
-                                    .arg(w)
-                                    .arg(h)
-                                    .arg(order)
-                                    .arg(black)
+                            QString::asprintf("[Frame]\nWidth=%d\nHeight=%d\nBitsPerPixel=10\n"
+                                              "ImageType=1\nBayerOrder=%d\nBlackLevel=%d\n",
+                                              w, h, order, black)
                                     .toLatin1());
             owned.emplace_back(new CFrame);
             ASSERT_TRUE(owned.back()->load(raw));

@@ -45,16 +45,9 @@ using Exact = __float128;
 
 long long refWeighted(QRgb p, int channel)
 {
-    switch (channel) {
-    case 0:
-        return 587LL * qGreen(p) + 299LL * qRed(p) + 114LL * qBlue(p);
-    case 1:
-        return qRed(p);
-    case 2:
-        return qGreen(p);
-    default:
-        return qBlue(p);
-    }
+    const long long luma = 587LL * qGreen(p) + 299LL * qRed(p) + 114LL * qBlue(p);
+    const long long values[4] = {luma, qRed(p), qGreen(p), qBlue(p)};
+    return values[channel];
 }
 
 std::vector<double> refGrid(const QImage &img, int channel, int s)
