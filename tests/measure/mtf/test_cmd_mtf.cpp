@@ -3,6 +3,8 @@
 #include "../../platform/colorcal/slantededge.h"
 #include "testsupport.h"
 
+#include "imaging/roifile.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -23,38 +25,28 @@ QString edgeFile(const QTemporaryDir &dir, const QString &name)
     s.angleDegrees = 5;
     s.sigma[0] = 0.8;
     s.noise = 1;
-    QImage picture(260, 160, QImage::Format_Grayscale8);
-    picture.fill(70);
-    const QImage edge = makeEdgeImage(s);
-    for (int y = 0; y < edge.height(); ++y)
-        for (int x = 0; x < edge.width(); ++x)
-            picture.scanLine(20 + y)[30 + x] = edge.constScanLine(y)[x];
-    return saveImage(dir, name, picture);
+    return saveImage(dir, name, edgeInPicture(s, {260, 160}, {30, 20}, 70));
 }
 
-QByteArray roiFile(int count, int left, int top, int width, int height)
+// A ROI file of `count` copies of one 50 x 50 region on the flat part.
+QString roiFile(const QTemporaryDir &dir, const QString &name, int count)
 {
-    QByteArray text = "[patches]\n";
-    for (int i = 1; i <= count; ++i)
-        text += QByteArray::number(i) + "\\left=" + QByteArray::number(left) + "\n"
-                + QByteArray::number(i) + "\\top=" + QByteArray::number(top) + "\n"
-                + QByteArray::number(i) + "\\width=" + QByteArray::number(width) + "\n"
-                + QByteArray::number(i) + "\\height=" + QByteArray::number(height) + "\n";
-    return text + "size=" + QByteArray::number(count) + "\n";
+    const QString path = dir.filePath(name);
+    EXPECT_TRUE(kestro::writeRoiFile(path, QVector<QRectF>(count, QRectF(200, 0, 50, 50))));
+    return path;
 }
 
 } // namespace
 
 // Names in Cyrillic and Chinese, with a space and a %1, for the picture and
-// the ROI file alike.
+// the ROI file alike; usage and input errors.
 TEST(MtfCommand, PrintsEveryRegionInOrderWithItsQuality)
 {
     QTemporaryDir dir;
     const QString image = edgeFile(dir,
                                    QString::fromUtf8(
                                            "\xd0\xba\xd1\x80\xd0\xb0\xd0\xb9 %1 \xe8\xbe\xb9.png"));
-    const QString roi = writeFile(dir, QString::fromUtf8("\xd0\xbe\xd0\xb1 %2.roi"),
-                                  roiFile(1, 200, 0, 50, 50));
+    const QString roi = roiFile(dir, QString::fromUtf8("\xd0\xbe\xd0\xb1 %2.roi"), 1);
     const ProcessResult r = runProcess(measureToolPath(), {"mtf", image, "--roi", "30,20,100,120",
                                                            "--gamma", "1", "--roi-file", roi});
     EXPECT_EQ(r.exitCode, 2) << r.err.toStdString();
@@ -77,6 +69,9 @@ TEST(MtfCommand, PrintsEveryRegionInOrderWithItsQuality)
                 << c;
         EXPECT_NEAR(good["slopeDegrees"].toObject()[c].toDouble(), 5.0, 0.1) << c;
     }
+    // The gray curve's peak itself; the colours' peaks less one.
+    EXPECT_NEAR(good["overshoot"].toObject()["gray"].toDouble(), 1.0, 0.05);
+    EXPECT_NEAR(good["overshoot"].toObject()["red"].toDouble(), 0.0, 0.05);
     // Region centre (79, 79), picture centre (129, 79).
     EXPECT_DOUBLE_EQ(good["roiDistance"].toDouble(), 50.0);
     // Light minus dark (0.75 of full scale) over 1 DN of noise and rounding.
@@ -89,6 +84,17 @@ TEST(MtfCommand, PrintsEveryRegionInOrderWithItsQuality)
     EXPECT_NE(flat["error"].toString(), "");
     EXPECT_EQ(flat["frequencies"].toArray().size(), 0);
     EXPECT_EQ(flat["quality"].toObject()["cnr"].toString(), "nan");
+
+    // A gamma the engine would refuse is refused as an argument; a missing
+    // picture is an input error.
+    for (const QStringList &args :
+         {QStringList{"mtf", image, "--roi", "30,20,100,120", "--gamma", "0"},
+          QStringList{"mtf", dir.filePath("none.png"), "--roi", "0,0,10,10"}}) {
+        const ProcessResult e = runProcess(measureToolPath(), args);
+        EXPECT_EQ(e.exitCode, 1) << args.join(' ').toStdString();
+        EXPECT_TRUE(e.out.isEmpty());
+        EXPECT_FALSE(e.err.isEmpty());
+    }
 }
 
 // Regions are written as they are computed: a ROI file of 12,000 refused
@@ -98,7 +104,7 @@ TEST(MtfCommand, ManyRegionsStayWithinBoundedMemory)
 {
     QTemporaryDir dir;
     const QString image = edgeFile(dir, "edge.png");
-    const QString roi = writeFile(dir, "many.roi", roiFile(12000, 200, 0, 50, 50));
+    const QString roi = roiFile(dir, "many.roi", 12000);
     QString command = "exec \"$0\" mtf \"$1\" --roi-file \"$2\"";
     // Sanitizer runtimes reserve terabytes of address space up front: the
     // limit only holds for plain builds (GCC and clang name them apart).
@@ -117,20 +123,4 @@ TEST(MtfCommand, ManyRegionsStayWithinBoundedMemory)
     const QJsonObject o = parseJsonOutput(r);
     EXPECT_EQ(o["regions"].toArray().size(), 12000);
     EXPECT_FALSE(o["ok"].toBool());
-}
-
-TEST(MtfCommand, UsageAndInputErrorsGoToStderr)
-{
-    QTemporaryDir dir;
-    const QString image = edgeFile(dir, "edge.png");
-    // A gamma the engine would refuse is refused as an argument; a missing
-    // picture is an input error.
-    for (const QStringList &args :
-         {QStringList{"mtf", image, "--roi", "30,20,100,120", "--gamma", "0"},
-          QStringList{"mtf", dir.filePath("none.png"), "--roi", "0,0,10,10"}}) {
-        const ProcessResult r = runProcess(measureToolPath(), args);
-        EXPECT_EQ(r.exitCode, 1) << args.join(' ').toStdString();
-        EXPECT_TRUE(r.out.isEmpty());
-        EXPECT_FALSE(r.err.isEmpty());
-    }
 }

@@ -1,6 +1,6 @@
 // The MTF page on the offscreen platform: gamma choices, synchronous and
 // threaded runs, the plot and result pane, auto re-run, capture, typed
-// paths and batch runs; the plot's markers, legend and saved picture.
+// paths and batch runs; the plot's markers and legend.
 
 #include "../../platform/colorcal/slantededge.h"
 #include "testsupport.h"
@@ -17,7 +17,6 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QDir>
-#include <QImageReader>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -48,17 +47,11 @@ class Page : public ::testing::Test
 protected:
     void SetUp() override
     {
-        kestro::test::EdgeParams edge;
-        edge.width = 128;
-        edge.height = 200;
+        kestro::test::EdgeParams edge; // 128 x 200
         edge.sigma[0] = 0.8;
-        const QImage part = kestro::test::makeEdgeImage(edge);
-        QImage picture(320, 960, QImage::Format_Grayscale8);
-        picture.fill(60);
-        for (int y = 0; y < part.height(); ++y)
-            std::copy(part.constScanLine(y), part.constScanLine(y) + part.width(),
-                      picture.scanLine(300 + y) + 100);
-        path = kestro::test::saveImage(dir, "edge chart %1.png", picture);
+        path = kestro::test::saveImage(dir, "edge chart %1.png",
+                                       kestro::test::edgeInPicture(edge, {320, 960},
+                                                                   kEdge.topLeft().toPoint(), 60));
     }
 
     regionBasedMTF *mtf(int position) const
@@ -109,9 +102,7 @@ TEST_F(Page, CalculationFillsThePlotAndTheResultPane)
     EXPECT_TRUE(page.calcMTF(false));
     ASSERT_TRUE(mtf(0) && mtf(0)->isValid())
             << (mtf(0) ? mtf(0)->errorMessage().toStdString() : "");
-    ASSERT_TRUE(mtf(1));
-    EXPECT_FALSE(mtf(1)->isValid());
-    EXPECT_FALSE(mtf(1)->errorMessage().isEmpty());
+    ASSERT_TRUE(mtf(1) && !mtf(1)->isValid());
 
     // No region selected: the first one is plotted.
     MTFPlot *plot = page.plot();
@@ -138,35 +129,27 @@ TEST_F(Page, CalculationFillsThePlotAndTheResultPane)
     EXPECT_EQ(page.resultPane()->toPlainText().count("Distance from center"), 1);
 }
 
-TEST_F(Page, ThreadedRunLocksTheInputsUntilItEnds)
-{
-    loadWithRegions({kEdge, kEdge.translated(0, 1), kFlat});
-    EXPECT_TRUE(page.calcMTF(true));
-    // Inputs stay locked until the finished signal reaches the page.
-    EXPECT_FALSE(page.calculateButton()->isEnabled());
-    EXPECT_FALSE(page.loadButton()->isEnabled());
-    EXPECT_FALSE(page.view()->isEnabled());
-    QTRY_VERIFY_WITH_TIMEOUT(page.calculateButton()->isEnabled(), 30000);
-    EXPECT_TRUE(page.view()->isEnabled());
-    EXPECT_TRUE(page.progressBar()->isHidden());
-    EXPECT_EQ(page.progressBar()->value(), 3);
-    EXPECT_TRUE(mtf(1)->isValid());
-    EXPECT_FALSE(mtf(2)->isValid());
-}
-
 // The worker's end and the page's handling of it are apart: in between, the
 // page must still count as calculating, or a second run starts while the
 // first one's end is pending and that end then unlocks the inputs under it.
-TEST_F(Page, NoSecondRunBeforeTheFirstEndIsHandled)
+TEST_F(Page, ThreadedRunLocksTheInputsUntilItsEndIsHandled)
 {
-    loadWithRegions({kEdge, kFlat});
+    loadWithRegions({kEdge, kEdge.translated(0, 1), kFlat});
     ASSERT_TRUE(page.calcMTF(true));
+    EXPECT_FALSE(page.calculateButton()->isEnabled());
+    EXPECT_FALSE(page.loadButton()->isEnabled());
+    EXPECT_FALSE(page.view()->isEnabled());
     auto *worker = page.findChild<MTFThread *>();
     ASSERT_TRUE(worker && worker->wait(30000)); // ended; its signal not yet handled
     EXPECT_TRUE(page.isCalculating());
     EXPECT_FALSE(page.calcMTF(true));
     EXPECT_FALSE(page.calculateButton()->isEnabled());
     QTRY_VERIFY_WITH_TIMEOUT(page.calculateButton()->isEnabled(), 30000);
+    EXPECT_TRUE(page.view()->isEnabled());
+    EXPECT_TRUE(page.progressBar()->isHidden());
+    EXPECT_EQ(page.progressBar()->value(), 3);
+    EXPECT_TRUE(mtf(1)->isValid());
+    EXPECT_FALSE(mtf(2)->isValid());
 }
 
 TEST_F(Page, AutoRerunMeasuresEditedRegionsAtOnce)
@@ -190,7 +173,7 @@ TEST_F(Page, AutoRerunMeasuresEditedRegionsAtOnce)
     EXPECT_TRUE(mtf(0)->isValid());
 }
 
-TEST_F(Page, CaptureSavesThePictureAndMarksTheFileLine)
+TEST_F(Page, CaptureAndTypedPathsSetThePicture)
 {
     page.setCaptureFunction([](QImage &p) { return p = QImage(), true; });
     CaptureStderr();
@@ -210,19 +193,15 @@ TEST_F(Page, CaptureSavesThePictureAndMarksTheFileLine)
     // The regions measure the picture in memory; the file is not read back.
     EXPECT_EQ(kestro::colorcal::loadImageCached(saved).constBits(),
               page.view()->picture().constBits());
-}
 
-TEST_F(Page, TypedPathsLoadWhenEditingEnds)
-{
-    ASSERT_TRUE(page.loadImageFile(path));
+    // A typed path is loaded when editing ends; a missing one changes nothing.
     const QString missing = dir.filePath("missing.png");
     page.fileNameLine()->setText(missing);
     page.lineTextEdited(missing);
     CaptureStderr();
     page.lineEditingFinished();
-    EXPECT_EQ(GetCapturedStderr(),
-              ("File load failure: Failed to load the file : " + missing + "\n").toStdString());
-    EXPECT_EQ(page.mtfFileName(), path);
+    EXPECT_NE(GetCapturedStderr().find(missing.toStdString()), std::string::npos);
+    EXPECT_EQ(page.mtfFileName(), QDir::toNativeSeparators(saved));
 }
 
 TEST_F(Page, BatchRunsTakeTheWindowFieldsAndSayWhyNothingWasWritten)
@@ -252,29 +231,26 @@ TEST_F(Page, BatchRunsTakeTheWindowFieldsAndSayWhyNothingWasWritten)
     EXPECT_EQ(page.view()->regionCount(), 1);
 
     // Region files and inline regions that cannot give a report say why.
-    const QString missing = dir.filePath("missing.roi");
-    const struct
-    {
-        QString roiFile;
-        QRect inlineRegion;
-        QString why;
-    } cases[] = {
-            {missing, {}, "Load marker position: Cannot load file " + missing},
-            {{}, kFlat.toRect(), "no region has a valid result; region 1 (10_10_50_50): "},
-    };
-    for (const auto &c : cases) {
-        batch.roiFile = c.roiFile;
-        batch.roiFileGiven = !c.roiFile.isEmpty();
-        batch.inlineRegion = c.inlineRegion;
+    const auto refusal = [&](const QString &roiFile, const QRect &inlineRegion) {
+        batch.roiFile = roiFile;
+        batch.roiFileGiven = !roiFile.isEmpty();
+        batch.inlineRegion = inlineRegion;
         MtfPage other;
         other.setBatchSettings([&batch] { return batch; });
         other.newSlantedEdgeImage(picture);
         CaptureStderr();
         EXPECT_FALSE(other.calcMTF(false));
-        err = GetCapturedStderr();
-        EXPECT_NE(err.find(c.why.toStdString()), std::string::npos) << err;
-        EXPECT_NE(err.find("Kestro: no MTF report written"), std::string::npos) << err;
-    }
+        const std::string text = GetCapturedStderr();
+        EXPECT_NE(text.find("Kestro: no MTF report written"), std::string::npos) << text;
+        return text;
+    };
+    const QString missing = dir.filePath("missing.roi");
+    EXPECT_NE(refusal(missing, {})
+                      .find(("Load marker position: Cannot load file " + missing).toStdString()),
+              std::string::npos);
+    EXPECT_NE(refusal({}, kFlat.toRect())
+                      .find("no region has a valid result; region 1 (10_10_50_50): "),
+              std::string::npos);
 }
 
 TEST_F(Page, CapturedPictureIsFittedToTheView)
@@ -323,18 +299,4 @@ TEST(MtfPlot, MarkersLegendAndClearing)
     EXPECT_EQ(plot.curve(0)->dataSize(), 0u);
     EXPECT_FALSE(plot.peakMarker()->isVisible());
     EXPECT_FALSE(plot.nyquistMarker()->isVisible());
-}
-
-TEST(MtfPlot, SavedPictureIsTheWidgetSizeInMillimetresAtEightyFiveDpi)
-{
-    QTemporaryDir dir;
-    MTFPlot plot;
-    plot.resize(400, 300);
-    plot.setData(kX, kGray, kRed, kRed, kRed, 5);
-    const QString path = dir.filePath("plot.png");
-    ASSERT_TRUE(plot.save(path));
-    const QImage image = QImageReader(path).read();
-    EXPECT_EQ(image.size(), QSize(1339, 1004)); // 400 x 300 mm at 85 dpi
-    EXPECT_EQ(image.dotsPerMeterX(), 3346);
-    EXPECT_FALSE(plot.save(QString()));
 }

@@ -54,10 +54,10 @@ inline double trueMtf(double sigma, double angleDegrees, double f)
 // First frequency where the true MTF falls to `level` (bisection).
 inline double trueCrossing(double sigma, double angleDegrees, double level)
 {
-    double lo = 0, hi = 0.001;
+    double hi = 0.001;
     while (trueMtf(sigma, angleDegrees, hi) > level)
         hi += 0.001;
-    lo = hi - 0.001;
+    double lo = hi - 0.001;
     for (int i = 0; i < 80; ++i) {
         const double mid = 0.5 * (lo + hi);
         (trueMtf(sigma, angleDegrees, mid) > level ? lo : hi) = mid;
@@ -147,6 +147,19 @@ inline QImage makeEdgeImage(const EdgeParams &params)
         }
     }
     return image;
+}
+
+// The edge pasted at `at` into a larger picture of one flat level.
+inline QImage edgeInPicture(const EdgeParams &params, QSize size, QPoint at, int level)
+{
+    const QImage edge = makeEdgeImage(params);
+    QImage picture(size, edge.format());
+    picture.fill(params.colour ? qRgb(level, level, level) : static_cast<uint>(level));
+    const int bytes = edge.depth() / 8;
+    for (int y = 0; y < edge.height(); ++y)
+        std::copy_n(edge.constScanLine(y), edge.width() * bytes,
+                    picture.scanLine(at.y() + y) + at.x() * bytes);
+    return picture;
 }
 
 } // namespace kestro::test
