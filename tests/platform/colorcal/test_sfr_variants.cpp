@@ -1,5 +1,5 @@
-// The slanted-edge measurement across orientations, polarities, encodings and
-// colour channels, the line spread's centroid, and its refusals.
+// The slanted-edge measurement across orientations, polarities, encodings,
+// placements and bowed edges, the line spread's centroid, and its refusals.
 
 #include "slantededge.h"
 
@@ -15,7 +15,6 @@ using namespace kestro;
 using kestro::test::EdgeParams;
 using kestro::test::makeEdgeImage;
 using kestro::test::trueCrossing;
-using kestro::test::trueMtf;
 
 namespace {
 
@@ -72,14 +71,10 @@ TEST(SfrVariants, AxisIsAlongTheNormalUpToOneCyclePerPixel)
     const double angle = 9, sigma = 0.8;
     const sfr::Result r = measure(makeEdgeImage(params(angle, sigma)));
     ASSERT_TRUE(r.ok()) << r.errorText();
-    ASSERT_GT(r.frequencies.size(), 20u);
     EXPECT_EQ(r.frequencies.front(), 0.0);
     EXPECT_LE(r.frequencies.back(), 1.0);
     EXPECT_GT(r.frequencies.back(), 0.97);
-    // Normalised at zero frequency, and a noise-free Gaussian edge never
-    // rises above it.
     EXPECT_NEAR(r.curve[sfr::Gray].front(), 1.0, 1e-12);
-    EXPECT_LE(*std::max_element(r.curve[sfr::Gray].begin(), r.curve[sfr::Gray].end()), 1.0 + 1e-9);
     EXPECT_LT(relErr(r.mtf10[sfr::Gray], trueCrossing(sigma, angle, 0.1)), 0.005);
     // A monotonic curve peaks at zero frequency: the peak figures agree.
     EXPECT_NEAR(r.mtf10Peak[sfr::Gray], r.mtf10[sfr::Gray], 1e-9);
@@ -123,45 +118,25 @@ TEST(SfrVariants, GammaEncodedImagesAreLinearised)
     }
 }
 
-TEST(SfrVariants, ColourChannelsCarryTheirOwnBlur)
+// An edge off the centre of a short region, and one bowed as barrel
+// distortion leaves it near the frame's border (2 px over 200 rows), fitted
+// with a polynomial.
+TEST(SfrVariants, OffCentreAndBowedEdgesStillMeasure)
 {
-    EdgeParams s = params(6, 1);
-    s.colour = true;
-    s.sigma[0] = 0.6;
-    s.sigma[1] = 1.0;
-    s.sigma[2] = 1.8;
-    s.noise = 1;
-    const sfr::Result r = measure(makeEdgeImage(s));
-    ASSERT_TRUE(r.ok()) << r.errorText();
-    for (int c = sfr::Red; c <= sfr::Blue; ++c)
-        EXPECT_LT(relErr(r.mtf50[c], trueCrossing(s.sigma[c], 6, 0.5)), 0.008) << c;
-    // Luminance mixes the three: between the sharpest and the softest.
-    EXPECT_LT(r.mtf50[sfr::Gray], r.mtf50[sfr::Red]);
-    EXPECT_GT(r.mtf50[sfr::Gray], r.mtf50[sfr::Blue]);
-}
-
-TEST(SfrVariants, EdgeOffCentreAndSmallRegionStillMeasure)
-{
-    EdgeParams s = params(4, 0.9);
-    s.offset = -25;
-    s.width = 100;
-    s.height = 60;
-    const sfr::Result r = measure(makeEdgeImage(s));
-    ASSERT_TRUE(r.ok()) << r.errorText();
-    EXPECT_LT(relErr(r.mtf50[sfr::Gray], trueCrossing(0.9, 4, 0.5)), 0.01);
-}
-
-TEST(SfrVariants, CurvedEdgeIsFittedWithAPolynomial)
-{
-    // A gently bowed edge, as barrel distortion leaves it near the frame's
-    // border: 2 px of bow over 200 rows.
-    EdgeParams s = params(5, 0.8);
-    s.height = 200;
-    s.width = 140;
-    s.bow = 2;
-    const sfr::Result r = measure(makeEdgeImage(s));
-    ASSERT_TRUE(r.ok()) << r.errorText();
-    EXPECT_LT(relErr(r.mtf50[sfr::Gray], trueCrossing(0.8, 5, 0.5)), 0.01);
+    EdgeParams off = params(4, 0.9);
+    off.offset = -25;
+    off.width = 100;
+    off.height = 60;
+    EdgeParams bowed = params(5, 0.8);
+    bowed.height = 200;
+    bowed.width = 140;
+    bowed.bow = 2;
+    for (const EdgeParams &s : {off, bowed}) {
+        const sfr::Result r = measure(makeEdgeImage(s));
+        ASSERT_TRUE(r.ok()) << r.errorText();
+        EXPECT_LT(relErr(r.mtf50[sfr::Gray], trueCrossing(s.sigma[0], s.angleDegrees, 0.5)), 0.01)
+                << s.bow;
+    }
 }
 
 TEST(SfrVariants, RefusalsNameTheirCause)
@@ -254,9 +229,6 @@ TEST(SfrVariants, FailureTextsTellTheUserWhatToDo)
             {Failure(FailureCode::AngleNearAxis, -0.304),
              "The edge angle (-0.30 degrees) is too close to 0 degrees to be measured reliably: "
              "tilt the chart so that the edge leans by 2 to 10 degrees, or draw a longer region."},
-            {Failure(FailureCode::EdgeClipped, 0.4567),
-             "The edge is clipped (45.7 % of the pixels at 0 or 255): lower the exposure or the "
-             "gain so that both sides of the edge stay within range."},
     };
     for (const auto &c : cases)
         EXPECT_EQ(sfr::failureText(c.failure), c.text);
