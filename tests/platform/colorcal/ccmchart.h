@@ -39,16 +39,6 @@ inline double srgbEncode(double v)
     return v <= 0.0031308 ? v * 12.92 : 1.055 * std::pow(v, 1.0 / 2.4) - 0.055;
 }
 
-// The linear colour the camera records for a linear scene colour.
-inline Vec3 cameraResponse(const Mat3 &mix, const Vec3 &gains, double exposure, const Vec3 &rgb)
-{
-    Vec3 out{};
-    for (int r = 0; r < 3; ++r)
-        out[r] = exposure * gains[r]
-                 * (mix[r][0] * rgb[0] + mix[r][1] * rgb[1] + mix[r][2] * rgb[2]);
-    return out;
-}
-
 inline ccm::Lab referenceLab(int patch)
 {
     ccm::Lab lab;
@@ -81,10 +71,13 @@ inline ccm::Chart renderChart(const Mat3 &mix, const Vec3 &gains, double exposur
             const double y = (rgb[0] + rgb[1] + rgb[2]) / 3.0;
             chart.reference[i] = ccm::linearRgbToLab({y, y, y});
         }
-        const Vec3 seen = cameraResponse(mix, gains, exposure,
-                                         ccm::labToLinearRgb(chart.reference[i]));
-        for (int c = 0; c < 3; ++c)
-            chart.measured[i][c] = srgbEncode(seen[c] + (noise > 0.0 ? gauss(random) : 0.0));
+        // The camera's linear response: crosstalk, channel gain, exposure.
+        const Vec3 v = ccm::labToLinearRgb(chart.reference[i]);
+        for (int c = 0; c < 3; ++c) {
+            const double seen = exposure * gains[c]
+                                * (mix[c][0] * v[0] + mix[c][1] * v[1] + mix[c][2] * v[2]);
+            chart.measured[i][c] = srgbEncode(seen + (noise > 0.0 ? gauss(random) : 0.0));
+        }
     }
     return chart;
 }

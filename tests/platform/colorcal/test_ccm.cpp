@@ -87,13 +87,6 @@ TEST(ColorCorrection, RecoversAKnownCamera)
         }
         EXPECT_EQ(r.gains[1], 1.0);
         EXPECT_LE(meanInGamutAfter(r), 0.01);
-        // With the chart's own slightly tinted grays the white balance is
-        // off by the tint the camera's crosstalk spreads; still close.
-        const ccm::Result tinted = ccm::computeCorrection(renderChart(mix, gains, exposure, 0.0, 1,
-                                                                      false),
-                                                          {fit, 0.0});
-        EXPECT_LE(meanInGamutAfter(tinted), fit == ccm::Fit::LeastSquares ? 0.7 : 0.5);
-        EXPECT_GT(r.before.mean, 10.0); // the raw camera is far off
         EXPECT_TRUE(r.excluded.empty());
     }
 }
