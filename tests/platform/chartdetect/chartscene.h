@@ -45,7 +45,6 @@ struct Scene
 {
     QImage image;                                // Format_RGB32
     QPolygonF patches[chartdetect::kPatchCount]; // patch outlines, reading order
-    QPointF centres[chartdetect::kPatchCount];
 };
 
 namespace scene_detail {
@@ -60,7 +59,6 @@ inline void boxBlur(QImage &image, int radius)
     if (radius < 1)
         return;
     const int w = image.width(), h = image.height();
-    std::vector<int> acc(static_cast<size_t>(std::max(w, h)) * 3);
     auto pass = [&](bool horizontal) {
         const int lines = horizontal ? h : w, len = horizontal ? w : h;
         std::vector<QRgb> copy(len);
@@ -172,7 +170,6 @@ inline Scene renderScene(const SceneSpec &spec)
         const QRectF patch(i % 6 + 0.1, i / 6 + 0.1, 0.8, 0.8);
         painter.drawRect(patch);
         scene.patches[i] = chart.map(QPolygonF(patch));
-        scene.centres[i] = chart.map(patch.center());
     }
     painter.end();
 

@@ -179,22 +179,18 @@ TEST(ChartDetect, SharedPhotographs)
 TEST(ChartDetect, RenderedScenesPlacedOrMissedNeverMisplaced)
 {
     // A reduced sweep; the benchmark program runs the full one.
-    int correct = 0, misplaced = 0, missed = 0;
+    int correct = 0;
     const int count = 24;
     for (int i = 0; i < count; ++i) {
         const SceneSpec spec = kestro::test::sweepSceneSpec(i, 1600, 1200, 150, 11);
         const Scene scene = kestro::test::renderScene(spec);
         ColorCheckerROI regions[24] = {};
-        const int found = detect(scene.image, regions);
-        if (found != 24)
-            ++missed;
-        else if (kestro::test::placedCorrectly(scene, regions))
-            ++correct;
-        else
-            ++misplaced;
-        EXPECT_FALSE(found == 24 && !kestro::test::placedCorrectly(scene, regions))
-                << "scene " << i << " rotation " << spec.rotation << " size " << spec.chartLong;
+        if (detect(scene.image, regions) != 24)
+            continue;
+        const bool placed = kestro::test::placedCorrectly(scene, regions);
+        EXPECT_TRUE(placed) << "scene " << i << " rotation " << spec.rotation << " size "
+                            << spec.chartLong;
+        correct += placed;
     }
-    EXPECT_EQ(misplaced, 0);
-    EXPECT_GE(correct, count * 9 / 10) << missed << " missed";
+    EXPECT_GE(correct, count * 9 / 10);
 }
