@@ -1,7 +1,6 @@
 #include "privatebus.h"
 
 #include <QDBusConnection>
-#include <QDBusMessage>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -33,7 +32,6 @@ void PrivateBus::SetUp()
     g_bus = this;
     imageSourceProgram();
     ASSERT_TRUE(m_dir.isValid());
-    ASSERT_TRUE(QDir(m_dir.path()).mkpath(QStringLiteral("services")));
     const QString config = m_dir.filePath(QStringLiteral("bus.conf"));
     QFile file(config);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -44,14 +42,13 @@ void PrivateBus::SetUp()
                        "  <type>session</type>\n"
                        "  <listen>unix:path=%1</listen>\n"
                        "  <auth>EXTERNAL</auth>\n"
-                       "  <servicedir>%2</servicedir>\n"
                        "  <policy context=\"default\">\n"
                        "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
                        "    <allow eavesdrop=\"true\"/>\n"
                        "    <allow own=\"*\"/>\n"
                        "  </policy>\n"
                        "</busconfig>\n")
-                       .arg(m_dir.filePath(QStringLiteral("bus")), serviceDirectory())
+                       .arg(m_dir.filePath(QStringLiteral("bus")))
                        .toUtf8());
     file.close();
 
@@ -82,21 +79,6 @@ void PrivateBus::TearDown()
         delete m_daemon;
         m_daemon = nullptr;
     }
-}
-
-QString PrivateBus::serviceDirectory() const
-{
-    return m_dir.filePath(QStringLiteral("services"));
-}
-
-void PrivateBus::reload()
-{
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(
-            QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
-                                           QStringLiteral("/org/freedesktop/DBus"),
-                                           QStringLiteral("org.freedesktop.DBus"),
-                                           QStringLiteral("ReloadConfig")));
-    EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << qPrintable(reply.errorMessage());
 }
 
 std::vector<pid_t> zombieChildren()

@@ -23,10 +23,6 @@ public:
 
     // The bus of the running test program.
     static PrivateBus *instance();
-    // The folder the bus looks in for activation files; after writing or
-    // removing one, reload() makes the bus see it.
-    QString serviceDirectory() const;
-    void reload();
 
 private:
     QTemporaryDir m_dir;
