@@ -16,6 +16,7 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QImage>
@@ -44,14 +45,10 @@ bool serviceOnBus()
 
 bool waitForService(bool present, int timeoutMs = 5000)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (serviceOnBus() != present) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
+    const QDeadlineTimer deadline(timeoutMs);
+    while (serviceOnBus() != present && !deadline.hasExpired())
         QThread::msleep(10);
-    }
-    return true;
+    return serviceOnBus() == present;
 }
 
 QDBusMessage callService(const QString &method, const QVariantList &args)
