@@ -55,9 +55,12 @@ TEST(Tarnlib, RawFileWithSidecar)
     EXPECT_EQ(0, std::memcmp(buffer.data(), data.constData(), 48));
     EXPECT_EQ(buffer[48], 0xee); // nothing written past the frame
 
-    // The file shrinks after opening: the grab refuses instead of reading past it.
-    writeFile(dir, "a.raw", data.left(20));
-    EXPECT_EQ(tl_grabFrame(cam.list[0], buffer.data(), 48), TL_ERR_IO);
+    // The file is rewritten at another size after opening: its description
+    // no longer holds, so the grab refuses, whether it shrank or grew.
+    for (const QByteArray &changed : {data.left(20), data + data}) {
+        writeFile(dir, "a.raw", changed);
+        EXPECT_EQ(tl_grabFrame(cam.list[0], buffer.data(), 48), TL_ERR_IO) << changed.size();
+    }
 }
 
 TEST(Tarnlib, EightBitFilesAreWidened)
