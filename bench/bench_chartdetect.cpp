@@ -49,17 +49,17 @@ Picture picture12MP(int which)
 {
     Picture p;
     if (which == 0) {
-        kestro::test::SceneSpec spec;
-        spec.width = 4000;
-        spec.height = 3000;
-        spec.chartLong = 1400;
-        spec.rotation = 97;
-        spec.perspective = 0.05;
-        spec.noise = 3;
-        spec.jpegQuality = 90;
-        spec.clutter = 10;
-        spec.decoyGrids = true;
-        p.image = kestro::test::renderScene(spec).image;
+        kestro::test::SceneSetup setup;
+        setup.width = 4000;
+        setup.height = 3000;
+        setup.chartLong = 1400;
+        setup.rotation = 97;
+        setup.perspective = 0.05;
+        setup.noise = 3;
+        setup.jpegQuality = 90;
+        setup.clutter = 10;
+        setup.decoyGrids = true;
+        p.image = kestro::test::renderScene(setup).image;
     } else {
         const char *file = which == 1 ? "jarrelscy_IMG_20140613_203438.jpg" : "jtvd_classic_08.jpg";
         const QImage photo(kCharts + "/" + file);
@@ -118,13 +118,13 @@ BENCHMARK(BM_Speed12MP)
 void BM_CancelLatency(benchmark::State &state)
 {
     // A small chart in a large cluttered frame keeps the search busy.
-    kestro::test::SceneSpec spec;
-    spec.width = 4000;
-    spec.height = 3000;
-    spec.chartLong = 170;
-    spec.clutter = 12;
-    spec.decoyGrids = true;
-    const QImage image = kestro::test::renderScene(spec).image;
+    kestro::test::SceneSetup setup;
+    setup.width = 4000;
+    setup.height = 3000;
+    setup.chartLong = 170;
+    setup.clutter = 12;
+    setup.decoyGrids = true;
+    const QImage image = kestro::test::renderScene(setup).image;
     const auto bgr = packedBgrBuffer(image);
     double worst = 0, total = 0;
     int runs = 0;
@@ -210,12 +210,12 @@ void BM_Sweep(benchmark::State &state)
         for (int i = 0; i < count; ++i) {
             // Every eighth scene is a 12-megapixel frame; the rest 2 MP.
             const bool large = i % 8 == 7;
-            const auto spec = kestro::test::sweepSceneSpec(i, large ? 4000 : 1600,
-                                                           large ? 3000 : 1200, 150, 2024);
-            const kestro::test::Scene scene = kestro::test::renderScene(spec);
+            const auto setup = kestro::test::sweepSceneSetup(i, large ? 4000 : 1600,
+                                                             large ? 3000 : 1200, 150, 2024);
+            const kestro::test::Scene scene = kestro::test::renderScene(setup);
             const auto bgr = packedBgrBuffer(scene.image);
             Detection d;
-            const int found = findChart(bgr.get(), spec.width, spec.height, d, nullptr, method);
+            const int found = findChart(bgr.get(), setup.width, setup.height, d, nullptr, method);
             if (found != kPatchCount)
                 ++missed;
             else if (kestro::test::placedCorrectly(scene, d.regions))

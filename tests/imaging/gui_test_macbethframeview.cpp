@@ -43,12 +43,12 @@ void mouse(QWidget *viewport, QEvent::Type type, const QPoint &pos, Qt::MouseBut
 
 kestro::test::Scene chartScene(int width, int height, int chartLong, double rotation)
 {
-    kestro::test::SceneSpec spec;
-    spec.width = width;
-    spec.height = height;
-    spec.chartLong = chartLong;
-    spec.rotation = rotation;
-    return kestro::test::renderScene(spec);
+    kestro::test::SceneSetup setup;
+    setup.width = width;
+    setup.height = height;
+    setup.chartLong = chartLong;
+    setup.rotation = rotation;
+    return kestro::test::renderScene(setup);
 }
 
 bool waitForDetection(QSignalSpy &spy)

@@ -22,7 +22,7 @@
 
 namespace kestro::test {
 
-struct SceneSpec
+struct SceneSetup
 {
     int width = 1600;
     int height = 1200;
@@ -92,22 +92,22 @@ inline void boxBlur(QImage &image, int radius)
 
 // Draws the scene. The chart's grid (6 x 4 cells of one pitch, patches 0.8 of
 // the pitch) sits on a card with a margin of 0.35 pitch.
-inline Scene renderScene(const SceneSpec &spec)
+inline Scene renderScene(const SceneSetup &setup)
 {
     using namespace scene_detail;
-    std::mt19937 rng(spec.seed);
+    std::mt19937 rng(setup.seed);
     std::uniform_real_distribution<double> uni(0.0, 1.0);
     Scene scene;
-    QImage image(spec.width, spec.height, QImage::Format_RGB32);
+    QImage image(setup.width, setup.height, QImage::Format_RGB32);
     const QColor background = QColor::fromHsvF(uni(rng), 0.1 + 0.3 * uni(rng),
                                                0.35 + 0.5 * uni(rng));
     image.fill(background);
 
     // Chart transform: grid units -> picture.
-    const double pitch = spec.chartLong / 6.0;
+    const double pitch = setup.chartLong / 6.0;
     QTransform similarity;
-    similarity.translate(spec.centreX * spec.width, spec.centreY * spec.height);
-    similarity.rotate(spec.rotation);
+    similarity.translate(setup.centreX * setup.width, setup.centreY * setup.height);
+    similarity.rotate(setup.rotation);
     similarity.scale(pitch, pitch);
     similarity.translate(-3.0, -2.0);
     const QRectF card(-0.35, -0.35, 6.7, 4.7);
@@ -115,8 +115,8 @@ inline Scene renderScene(const SceneSpec &spec)
     QPolygonF target = similarity.map(cardQuad);
     target.removeLast();
     for (QPointF &p : target)
-        p += QPointF((uni(rng) - 0.5) * 2 * spec.perspective * spec.chartLong,
-                     (uni(rng) - 0.5) * 2 * spec.perspective * spec.chartLong);
+        p += QPointF((uni(rng) - 0.5) * 2 * setup.perspective * setup.chartLong,
+                     (uni(rng) - 0.5) * 2 * setup.perspective * setup.chartLong);
     QPolygonF source = cardQuad;
     source.removeLast();
     QTransform chart;
@@ -129,9 +129,9 @@ inline Scene renderScene(const SceneSpec &spec)
     painter.setPen(Qt::NoPen);
     // Clutter away from the chart: plain shapes and, optionally, grids of
     // coloured squares of the chart's own scale.
-    for (int i = 0, tries = 0; i < spec.clutter && tries < 200; ++tries) {
+    for (int i = 0, tries = 0; i < setup.clutter && tries < 200; ++tries) {
         const double size = pitch * (0.8 + 3 * uni(rng));
-        const QRectF box(uni(rng) * (spec.width - size), uni(rng) * (spec.height - size), size,
+        const QRectF box(uni(rng) * (setup.width - size), uni(rng) * (setup.height - size), size,
                          size * (0.5 + uni(rng)));
         if (box.intersects(chartBounds))
             continue;
@@ -140,7 +140,7 @@ inline Scene renderScene(const SceneSpec &spec)
         painter.translate(box.center());
         painter.rotate(uni(rng) * 360);
         painter.translate(-box.center());
-        if (spec.decoyGrids && i % 2 == 0) {
+        if (setup.decoyGrids && i % 2 == 0) {
             const int cols = 2 + int(uni(rng) * 4), rows = 2 + int(uni(rng) * 3);
             const double p = std::min(box.width() / cols, box.height() / rows);
             painter.setBrush(QColor(35, 35, 35));
@@ -177,30 +177,30 @@ inline Scene renderScene(const SceneSpec &spec)
     std::normal_distribution<double> gauss(0.0, 1.0);
     const double gx = uni(rng) - 0.5, gy = uni(rng) - 0.5;
     const double glen = std::max(1e-9, std::hypot(gx, gy));
-    for (int y = 0; y < spec.height; ++y) {
+    for (int y = 0; y < setup.height; ++y) {
         QRgb *line = reinterpret_cast<QRgb *>(image.scanLine(y));
-        for (int x = 0; x < spec.width; ++x) {
-            const double t = ((x / double(spec.width) - 0.5) * gx
-                              + (y / double(spec.height) - 0.5) * gy)
+        for (int x = 0; x < setup.width; ++x) {
+            const double t = ((x / double(setup.width) - 0.5) * gx
+                              + (y / double(setup.height) - 0.5) * gy)
                              / glen;
-            const double light = 1.0 - spec.gradient * (t + 0.5);
-            double r = qRed(line[x]) * light * spec.castR;
-            double g = qGreen(line[x]) * light * spec.castG;
-            double b = qBlue(line[x]) * light * spec.castB;
-            if (spec.noise > 0) {
-                r += gauss(rng) * spec.noise;
-                g += gauss(rng) * spec.noise;
-                b += gauss(rng) * spec.noise;
+            const double light = 1.0 - setup.gradient * (t + 0.5);
+            double r = qRed(line[x]) * light * setup.castR;
+            double g = qGreen(line[x]) * light * setup.castG;
+            double b = qBlue(line[x]) * light * setup.castB;
+            if (setup.noise > 0) {
+                r += gauss(rng) * setup.noise;
+                g += gauss(rng) * setup.noise;
+                b += gauss(rng) * setup.noise;
             }
             line[x] = qRgb(int(clamp255(r) + 0.5), int(clamp255(g) + 0.5), int(clamp255(b) + 0.5));
         }
     }
-    boxBlur(image, int(std::lround(spec.blur)));
-    if (spec.jpegQuality > 0) {
+    boxBlur(image, int(std::lround(setup.blur)));
+    if (setup.jpegQuality > 0) {
         QByteArray bytes;
         QBuffer buffer(&bytes);
         buffer.open(QIODevice::WriteOnly);
-        image.save(&buffer, "JPG", spec.jpegQuality);
+        image.save(&buffer, "JPG", setup.jpegQuality);
         image = QImage::fromData(bytes, "JPG").convertToFormat(QImage::Format_RGB32);
     }
     scene.image = image;
@@ -360,40 +360,41 @@ inline QStringList csvFields(const QString &line)
 // to 25 degrees either way, some perspective, a chart long side between
 // minLong and what the frame holds, and at random blur, noise, a lighting
 // gradient, a colour cast, JPEG compression and clutter with decoy grids.
-inline SceneSpec sweepSceneSpec(int index, int width, int height, double minLong, std::uint32_t seed)
+inline SceneSetup sweepSceneSetup(int index, int width, int height, double minLong,
+                                  std::uint32_t seed)
 {
     std::mt19937 rng(seed * 7919u + static_cast<std::uint32_t>(index));
     std::uniform_real_distribution<double> uni(0.0, 1.0);
-    SceneSpec spec;
-    spec.width = width;
-    spec.height = height;
-    spec.seed = rng();
-    spec.rotation = 90.0 * (index % 4) + (uni(rng) - 0.5) * 50.0;
-    spec.perspective = 0.08 * uni(rng);
+    SceneSetup setup;
+    setup.width = width;
+    setup.height = height;
+    setup.seed = rng();
+    setup.rotation = 90.0 * (index % 4) + (uni(rng) - 0.5) * 50.0;
+    setup.perspective = 0.08 * uni(rng);
     // The card's diagonal is about 1.4 times the grid's long side: keep the
     // rotated chart inside the frame.
     const double maxLong = 0.6 * std::min(width, height);
     const double low = std::min(minLong, maxLong);
-    spec.chartLong = low * std::pow(maxLong / low, uni(rng));
-    const double half = 0.75 * spec.chartLong;
-    spec.centreX = (half + uni(rng) * std::max(0.0, width - 2 * half)) / width;
-    spec.centreY = (half + uni(rng) * std::max(0.0, height - 2 * half)) / height;
+    setup.chartLong = low * std::pow(maxLong / low, uni(rng));
+    const double half = 0.75 * setup.chartLong;
+    setup.centreX = (half + uni(rng) * std::max(0.0, width - 2 * half)) / width;
+    setup.centreY = (half + uni(rng) * std::max(0.0, height - 2 * half)) / height;
     if (uni(rng) < 0.4)
-        spec.blur = 1 + int(uni(rng) * 2.5 * spec.chartLong / 600.0);
+        setup.blur = 1 + int(uni(rng) * 2.5 * setup.chartLong / 600.0);
     if (uni(rng) < 0.5)
-        spec.noise = 2 + 8 * uni(rng);
+        setup.noise = 2 + 8 * uni(rng);
     if (uni(rng) < 0.5)
-        spec.gradient = 0.5 * uni(rng);
+        setup.gradient = 0.5 * uni(rng);
     if (uni(rng) < 0.5) {
-        spec.castR = 0.7 + 0.6 * uni(rng);
-        spec.castG = 0.85 + 0.3 * uni(rng);
-        spec.castB = 0.7 + 0.6 * uni(rng);
+        setup.castR = 0.7 + 0.6 * uni(rng);
+        setup.castG = 0.85 + 0.3 * uni(rng);
+        setup.castB = 0.7 + 0.6 * uni(rng);
     }
     if (uni(rng) < 0.5)
-        spec.jpegQuality = 60 + int(35 * uni(rng));
-    spec.clutter = int(uni(rng) * 12);
-    spec.decoyGrids = uni(rng) < 0.6;
-    return spec;
+        setup.jpegQuality = 60 + int(35 * uni(rng));
+    setup.clutter = int(uni(rng) * 12);
+    setup.decoyGrids = uni(rng) < 0.6;
+    return setup;
 }
 
 } // namespace kestro::test

@@ -23,7 +23,7 @@
 
 using namespace kestro::chartdetect;
 using kestro::test::Scene;
-using kestro::test::SceneSpec;
+using kestro::test::SceneSetup;
 
 namespace {
 
@@ -104,17 +104,18 @@ TEST(ChartDetect, UnusableInputFindsNothing)
 TEST(ChartDetect, StopsSoonWhenAskedTo)
 {
     ColorCheckerROI regions[24];
-    SceneSpec spec;
-    spec.width = 3000;
-    spec.height = 2250;
-    spec.chartLong = 160; // small: the search goes deep
-    spec.clutter = 12;
-    spec.decoyGrids = true;
-    const Scene scene = kestro::test::renderScene(spec);
+    SceneSetup setup;
+    setup.width = 3000;
+    setup.height = 2250;
+    setup.chartLong = 160; // small: the search goes deep
+    setup.clutter = 12;
+    setup.decoyGrids = true;
+    const Scene scene = kestro::test::renderScene(setup);
     const auto bgr = packedBgrBuffer(scene.image);
 
     unsigned char stopped = 0;
-    EXPECT_EQ(FindColorCheckerROIsFromMemory(bgr.get(), spec.width, spec.height, regions, &stopped),
+    EXPECT_EQ(FindColorCheckerROIsFromMemory(bgr.get(), setup.width, setup.height, regions,
+                                             &stopped),
               0);
 
     for (int delayMs : {5, 60, 250}) {
@@ -125,7 +126,7 @@ TEST(ChartDetect, StopsSoonWhenAskedTo)
             clearedAt = std::chrono::steady_clock::now().time_since_epoch().count();
             __atomic_store_n(&running, 0, __ATOMIC_RELAXED);
         });
-        const int found = FindColorCheckerROIsFromMemory(bgr.get(), spec.width, spec.height,
+        const int found = FindColorCheckerROIsFromMemory(bgr.get(), setup.width, setup.height,
                                                          regions, &running);
         const auto returned = std::chrono::steady_clock::now().time_since_epoch().count();
         stopper.join();
@@ -182,14 +183,14 @@ TEST(ChartDetect, RenderedScenesPlacedOrMissedNeverMisplaced)
     int correct = 0;
     const int count = 24;
     for (int i = 0; i < count; ++i) {
-        const SceneSpec spec = kestro::test::sweepSceneSpec(i, 1600, 1200, 150, 11);
-        const Scene scene = kestro::test::renderScene(spec);
+        const SceneSetup setup = kestro::test::sweepSceneSetup(i, 1600, 1200, 150, 11);
+        const Scene scene = kestro::test::renderScene(setup);
         ColorCheckerROI regions[24] = {};
         if (detect(scene.image, regions) != 24)
             continue;
         const bool placed = kestro::test::placedCorrectly(scene, regions);
-        EXPECT_TRUE(placed) << "scene " << i << " rotation " << spec.rotation << " size "
-                            << spec.chartLong;
+        EXPECT_TRUE(placed) << "scene " << i << " rotation " << setup.rotation << " size "
+                            << setup.chartLong;
         correct += placed;
     }
     EXPECT_GE(correct, count * 9 / 10);

@@ -14,12 +14,12 @@ using kestro::test::runProcess;
 TEST(CmdDetect, ChartFoundRefusedAndUnreadable)
 {
     QTemporaryDir dir;
-    kestro::test::SceneSpec spec;
-    spec.width = 1200;
-    spec.height = 900;
-    spec.chartLong = 520;
-    spec.rotation = 270 - 12;
-    const kestro::test::Scene scene = kestro::test::renderScene(spec);
+    kestro::test::SceneSetup setup;
+    setup.width = 1200;
+    setup.height = 900;
+    setup.chartLong = 520;
+    setup.rotation = 270 - 12;
+    const kestro::test::Scene scene = kestro::test::renderScene(setup);
     const QString chart = kestro::test::saveImage(dir, "chart.png", scene.image);
 
     const auto found = runProcess(kestro::test::measureToolPath(), {"detect", chart});
