@@ -46,7 +46,7 @@ QByteArray headerName(const QByteArray &line)
 }
 
 // The register of the camera's map with that name.
-bool findRegister(tl_camera_t *camera, const QString &name, RegisterSpec *spec)
+bool findRegister(tl_camera_t *camera, const QString &name, RegisterField *field)
 {
     int count = 0;
     if (tl_RegisterCount(camera, &count) != TL_OK)
@@ -57,7 +57,7 @@ bool findRegister(tl_camera_t *camera, const QString &name, RegisterSpec *spec)
         int bits = 0;
         if (tl_RegisterInfo(camera, i, text, sizeof text, &address, &bits) == TL_OK
             && name == QLatin1String(text)) {
-            *spec = {name, address, bits};
+            *field = {name, address, bits};
             return true;
         }
     }
@@ -66,8 +66,8 @@ bool findRegister(tl_camera_t *camera, const QString &name, RegisterSpec *spec)
 
 template<size_t N>
 bool readRegisterList(tl_camera_t *camera, const tarn::IniFile &ini, const QString &file,
-                      const char *listKey, const char *formatKey, std::array<RegisterSpec, N> *regs,
-                      FixedFormat *format, QString *why)
+                      const char *listKey, const char *formatKey,
+                      std::array<RegisterField, N> *regs, FixedFormat *format, QString *why)
 {
     const QString group = QLatin1String(kGroup);
     const QStringList names = ini.value(group, QLatin1String(listKey)).split(QLatin1Char(','));

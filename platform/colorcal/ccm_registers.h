@@ -62,7 +62,7 @@ using CodeRow = std::array<long long, 3>;
 bool quantizeMatrix(const Mat3 &matrix, const FixedFormat &format, std::array<CodeRow, 3> *codes,
                     QString *why);
 
-struct RegisterSpec
+struct RegisterField
 {
     QString name;
     unsigned int address = 0;
@@ -72,9 +72,9 @@ struct RegisterSpec
 struct SensorCorrectionRegisters
 {
     QString sensorDataFile; // base name, for messages
-    std::array<RegisterSpec, 9> matrix;
+    std::array<RegisterField, 9> matrix;
     FixedFormat matrixFormat;
-    std::array<RegisterSpec, 3> gains;
+    std::array<RegisterField, 3> gains;
     FixedFormat gainFormat;
 };
 

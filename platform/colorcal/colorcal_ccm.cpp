@@ -160,7 +160,7 @@ bool CColorCalibrate::SaveMatricesAsRegisters(const char *fileName, int matrixIn
             lines << QByteArray("; ") + rowNames[r] + ": " + number(m_result.matrix[r][0]) + " "
                              + number(m_result.matrix[r][1]) + " " + number(m_result.matrix[r][2]);
         for (int c = 0; c < 3; ++c) {
-            const RegisterSpec &reg = regs.matrix[3 * r + c];
+            const RegisterField &reg = regs.matrix[3 * r + c];
             const double exact = static_cast<double>(codes[r][c]) / regs.matrixFormat.one();
             lines << reg.name.toLatin1() + '='
                              + (asRegisters

@@ -92,9 +92,9 @@ TEST(MatrixPanel, ProcessedChartIsShownSavedAndAppliedToTheSensor)
         int checked = 0;
         for (const QByteArray &line : text.split('\n')) {
             const int eq = line.indexOf('=');
-            for (const ccm::RegisterSpec &r : regs.matrix)
+            for (const ccm::RegisterField &r : regs.matrix)
                 checked += line.left(eq) == r.name.toLatin1() ? 1 : 0;
-            for (const ccm::RegisterSpec &r : regs.gains) {
+            for (const ccm::RegisterField &r : regs.gains) {
                 if (line.left(eq) != r.name.toLatin1())
                     continue;
                 unsigned value = 0;
