@@ -6,6 +6,7 @@
 #include "testsupport.h"
 
 #include <QLoggingCategory>
+#include <QPainter>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -152,4 +153,27 @@ TEST_F(RegionView, RemovingKeepsNumbersAndSelectsANeighbour)
     EXPECT_DOUBLE_EQ(view.stackingCounter(), 0.0);
     EXPECT_EQ(log.entries, (QStringList{"selection:0", "deleted"}));
     EXPECT_EQ(view.scene()->items().size(), 1);
+}
+
+TEST_F(RegionView, NumbersArePaintedInsideTheirRegions)
+{
+    imageGraphicsView view;
+    view.setPicture(grayPicture());
+    view.setShowNumbers(true);
+    qRegionGraphicsRectItem *item = view.addRegion(QRectF(20, 20, 80, 80));
+    // Pixels inside the region (clear of its outline) that are not the picture's gray.
+    auto interiorInk = [&view] {
+        QImage out(200, 150, QImage::Format_RGB32);
+        QPainter painter(&out);
+        view.scene()->render(&painter, out.rect(), out.rect());
+        painter.end();
+        int n = 0;
+        for (int y = 30; y < 90; ++y)
+            for (int x = 30; x < 90; ++x)
+                n += out.pixel(x, y) != qRgb(128, 128, 128);
+        return n;
+    };
+    EXPECT_GT(interiorInk(), 100);
+    item->setShowNumber(false);
+    EXPECT_EQ(interiorInk(), 0);
 }
