@@ -52,21 +52,28 @@ QFont fittedFont(const QFont &base, const QSizeF &box, int lines, const QString 
     return font;
 }
 
-// Value texts are laid out for "9999.99"; a cell too small for that takes
-// the size of its own texts, then keeps only its first line.
+// Value texts are laid out for "9999.99", or for the widest text when one is
+// wider (a huge SNR of a noise-free patch), so that no text runs out of its
+// cell; a cell too small for that takes the size of its own texts, then keeps
+// only its first line.
 QFont fontForLines(const QFont &base, const QSizeF &box, QStringList *lines)
 {
+    const QFontMetricsF metrics(base);
     while (!lines->isEmpty()) {
-        QFont font = fittedFont(base, box, lines->size(), QLatin1String(kTextSample), 7.0);
+        QString own;
+        for (const QString &line : *lines)
+            if (metrics.horizontalAdvance(line) > metrics.horizontalAdvance(own))
+                own = line;
+        if (own.isEmpty())
+            own = QStringLiteral("0");
+        const QString sample = QLatin1String(kTextSample);
+        const QString layout = metrics.horizontalAdvance(own) > metrics.horizontalAdvance(sample)
+                                       ? own
+                                       : sample;
+        QFont font = fittedFont(base, box, lines->size(), layout, 7.0);
         if (font.family() != QLatin1String("-"))
             return font;
-        QString longest;
-        for (const QString &line : *lines)
-            if (QFontMetricsF(base).horizontalAdvance(line)
-                > QFontMetricsF(base).horizontalAdvance(longest))
-                longest = line;
-        font = fittedFont(base, box, lines->size(),
-                          longest.isEmpty() ? QStringLiteral("0") : longest, 6.0);
+        font = fittedFont(base, box, lines->size(), own, 6.0);
         if (font.family() != QLatin1String("-"))
             return font;
         if (lines->size() == 1)

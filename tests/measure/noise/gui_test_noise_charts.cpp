@@ -131,3 +131,24 @@ TEST(NoiseCharts, InitAndUpdate)
     EXPECT_EQ(plot->curve(GrayChartPlot::GrayCurve)->data()->size(), 0u); // no second green
 }
 #endif
+
+TEST(ChartGraph, AHugeValueIsShownWhole)
+{
+    // A noise-free patch has a huge SNR; its text shrinks to fit the patch
+    // colour instead of being cut at the edges of it.
+    ChartGraph chart;
+    chart.resize(900, 600);
+    chart.setPatchColors(chartColors());
+    double values[24];
+    for (int k = 0; k < 24; ++k)
+        values[k] = k == 1 ? 123456789.12 : 2.0;
+    chart.setValues(values, 24);
+    const QImage img = chart.grab().toImage();
+    const QRect left = cellOf(chart.size(), 1).left;
+    const QRgb patch = img.pixel(left.topLeft());
+    int atEdges = 0;
+    for (int y = left.top(); y <= left.bottom(); ++y)
+        for (int x : {left.left(), left.left() + 1, left.right() - 1, left.right()})
+            atEdges += img.pixel(x, y) != patch;
+    EXPECT_EQ(atEdges, 0);
+}
