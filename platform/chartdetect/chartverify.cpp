@@ -55,11 +55,20 @@ PatchColours samplePatches(const cv::Mat &bgr, const Homography &h, double fract
                     return out;
                 const int x = static_cast<int>(std::floor(p.x));
                 const int y = static_cast<int>(std::floor(p.y));
-                if (x < 0 || y < 0 || x >= bgr.cols || y >= bgr.rows)
+                if (x < 1 || y < 1 || x >= bgr.cols - 1 || y >= bgr.rows - 1)
                     return out;
-                const cv::Vec3b px = bgr.at<cv::Vec3b>(y, x);
+                // A sample is the mean of the 3 x 3 pixels around the point:
+                // pixel noise would otherwise count as spread inside the
+                // patch, and a noisy picture of a flat patch is still flat.
+                int box[3] = {0, 0, 0};
+                for (int dy = -1; dy <= 1; ++dy) {
+                    const cv::Vec3b *row = bgr.ptr<cv::Vec3b>(y + dy) + x;
+                    for (int dx = -1; dx <= 1; ++dx)
+                        for (int k = 0; k < 3; ++k)
+                            box[k] += row[dx][2 - k];
+                }
                 for (int k = 0; k < 3; ++k) {
-                    const double value = px[2 - k] / 255.0;
+                    const double value = box[k] / (9 * 255.0);
                     sum[k] += value;
                     sq[k] += value * value;
                 }

@@ -14,7 +14,7 @@ namespace kestro::chartdetect {
 struct PatchColours
 {
     double mean[kPatchCount][3] = {}; // red, green, blue, 0..1 (sRGB encoded)
-    double spread[kPatchCount] = {};  // standard deviation inside the patch
+    double spread[kPatchCount] = {};  // standard deviation inside the patch (of 3 x 3 means)
     bool ok = false;                  // every patch was sampled inside the picture
 };
 

@@ -75,6 +75,17 @@ TEST(ChartGeometry, GridTransformAndPatchRectangles)
     EXPECT_FALSE(gridHomography(bad, h));
 }
 
+TEST(ChartDetect, NoisyChartIsFound)
+{
+    // Pixel noise of 10 levels makes no patch less flat.
+    SceneSetup setup;
+    setup.noise = 10;
+    const Scene scene = kestro::test::renderScene(setup);
+    ColorCheckerROI regions[24] = {};
+    ASSERT_EQ(detect(scene.image, regions), 24);
+    EXPECT_TRUE(kestro::test::placedCorrectly(scene, regions));
+}
+
 TEST(ChartDetect, UnusableInputFindsNothing)
 {
     ColorCheckerROI regions[24];
