@@ -194,22 +194,35 @@ bool refineStep(const cv::Mat &bgr, const Homography &h, Homography &fitted, int
     return kept >= 12 && fitHomography(keptGrid, keptPicture, kept, fitted);
 }
 
-// The largest distance between the patch centres of two grids, in pitches.
-double largestShift(const Homography &a, const Homography &b)
+// How far the patch centres of one grid lie from those of another, in
+// pitches: the largest and the median distance over the 24 patches.
+struct Shift
 {
+    double largest = 1e9;
+    double median = 1e9;
+};
+
+Shift shiftBetween(const Homography &a, const Homography &b)
+{
+    Shift out;
     Point2 o, u;
     if (!mapPoint(a, 3, 2, o) || !mapPoint(a, 4, 2, u))
-        return 1e9;
+        return out;
     const double pitch = std::hypot(u.x - o.x, u.y - o.y);
-    double largest = 0;
+    if (!(pitch > 0))
+        return out;
+    double distances[kPatchCount];
     for (int i = 0; i < kPatchCount; ++i) {
         const Point2 c = patchGridCentre(i);
         Point2 p, q;
         if (!mapPoint(a, c.x, c.y, p) || !mapPoint(b, c.x, c.y, q))
-            return 1e9;
-        largest = std::max(largest, std::hypot(p.x - q.x, p.y - q.y));
+            return out;
+        distances[i] = std::hypot(p.x - q.x, p.y - q.y) / pitch;
     }
-    return pitch > 0 ? largest / pitch : 1e9;
+    out.largest = *std::max_element(distances, distances + kPatchCount);
+    std::nth_element(distances, distances + kPatchCount / 2, distances + kPatchCount);
+    out.median = distances[kPatchCount / 2];
+    return out;
 }
 
 } // namespace
@@ -227,16 +240,18 @@ Refinement refineGrid(const cv::Mat &bgr, const Homography &h)
         double fraction = 0;
         if (!refineStep(bgr, current, fitted, found, fraction))
             break;
-        const double shift = largestShift(current, fitted);
-        // A step may not leap to another grid.
-        if (shift > 0.6)
+        const Shift shift = shiftBetween(current, fitted);
+        // A step may not leap to another grid, which would move every patch
+        // alike. A grid with one corner misplaced by the detector moves most
+        // near that corner, there by up to a pitch.
+        if (shift.median > 0.6)
             break;
         current = fitted;
         out.h = fitted;
         out.refined = true;
         out.patchesFound = found;
         out.patchFraction = fraction;
-        if (shift < 0.01)
+        if (shift.largest < 0.01)
             break;
     }
     return out;

@@ -4,6 +4,7 @@
 // positions, where a misplaced grid must never be reported.
 #include "platform/chartdetect/chartdetect.h"
 #include "platform/chartdetect/chartgeometry.h"
+#include "platform/chartdetect/chartrefine.h"
 #include "platform/chartdetect/qimagebuffer.h"
 #include "tests/platform/chartdetect/chartscene.h"
 
@@ -73,6 +74,25 @@ TEST(ChartGeometry, GridTransformAndPatchRectangles)
     EXPECT_FALSE(gridHomography(line, h));
     const Point2 bad[4] = {{NAN, 0}, {10, 0}, {10, 10}, {0, 10}};
     EXPECT_FALSE(gridHomography(bad, h));
+}
+
+TEST(ChartRefine, GridWithOneCornerOffSettlesOnThePatches)
+{
+    // An upright chart, pitch 100: the patch grid spans (500, 400) to
+    // (1100, 800). The candidate's first corner lies most of a pitch off,
+    // beyond the card.
+    SceneSetup setup;
+    const Scene scene = kestro::test::renderScene(setup);
+    const auto bgr = packedBgrBuffer(scene.image);
+    const cv::Mat picture(setup.height, setup.width, CV_8UC3, bgr.get());
+    const Point2 corners[4] = {{410, 370}, {1100, 400}, {1100, 800}, {500, 800}};
+    Homography h;
+    ASSERT_TRUE(gridHomography(corners, h));
+    const Refinement refined = refineGrid(picture, h);
+    ASSERT_TRUE(refined.refined);
+    Detection d;
+    ASSERT_TRUE(fillDetection(refined.h, setup.width, setup.height, 0.5, d));
+    EXPECT_TRUE(kestro::test::placedCorrectly(scene, d.regions));
 }
 
 TEST(ChartDetect, NoisyChartIsFound)
