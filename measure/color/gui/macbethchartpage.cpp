@@ -3,6 +3,7 @@
 #include "imaging/frameset.h"
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/macbethframeview.h"
+#include "imaging/gui/preferringsplitter.h"
 #include "imaging/gui/reportdock.h"
 #include "imaging/pngwriter.h"
 #include "imaging/region.h"
@@ -22,6 +23,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QSpinBox>
 #include <QSplitter>
 #include <QTabWidget>
@@ -29,6 +31,7 @@
 #include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <cstdio>
 
 #ifdef KESTRO_HAVE_WEBENGINE
@@ -165,7 +168,7 @@ void MacbethChartPage::buildUi()
     controls->addStretch(1);
     layout->addLayout(controls);
 
-    auto *split = new QSplitter(Qt::Horizontal, this);
+    auto *split = new PreferringSplitter(Qt::Horizontal, this);
     m_frameView = new macbethFrameView(split);
     split->addWidget(m_frameView);
 
@@ -179,13 +182,15 @@ void MacbethChartPage::buildUi()
         *chart = new ChartGraph;
         (*chart)->setMinimumSize(kPlotSize / 2);
         tabs->addTab(*chart, tr("Color Patch"));
-        auto *grayPage = new QWidget;
-        auto *grayLayout = new QVBoxLayout(grayPage);
         // The tab's frame is margin enough: the charts fit a laptop screen
-        // with the reports docked below.
-        grayLayout->setContentsMargins(0, 0, 0, 0);
+        // with the reports docked below. A tab narrower than the plot (beside
+        // the help on a laptop) scrolls it instead of widening the page.
+        auto *grayPage = new QScrollArea;
+        grayPage->setFrameShape(QFrame::NoFrame);
+        grayPage->setAlignment(Qt::AlignCenter);
+        grayPage->setMinimumSize(kPlotSize.width() / 2, kPlotSize.height());
         *plotArea = fixedArea(grayPage);
-        grayLayout->addWidget(*plotArea, 0, Qt::AlignCenter);
+        grayPage->setWidget(*plotArea);
         tabs->addTab(grayPage, tr("Gray Patch"));
         tabs->setCurrentIndex(0);
         chartsLayout->addWidget(tabs);
@@ -222,7 +227,13 @@ void MacbethChartPage::buildUi()
     results->setChildrenCollapsible(false);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 1);
-    split->setSizes({700, 900});
+    // The charts prefer the width that shows their gray plots whole (each
+    // gray page may be half as wide as its plot), and start with it.
+    const auto chartsWidth = [results] {
+        return results->minimumSizeHint().width() + kPlotSize.width();
+    };
+    split->setSizes({700, std::max(900, chartsWidth())});
+    split->setPreferredWidth(1, chartsWidth);
     layout->addWidget(split, 1);
 }
 
