@@ -3,6 +3,7 @@
 #include "imaging/gui/capturedpicture.h"
 #include "imaging/gui/filedialogs.h"
 #include "imaging/gui/messages.h"
+#include "imaging/gui/preferringsplitter.h"
 #include "imaging/gui/reportdock.h"
 #include "measure/color/macbethexport.h"
 #include "measure/uniformity/gui/qspectrogramplot.h"
@@ -261,13 +262,19 @@ void UniformityPage::buildWidgets()
     m_reportChart->setAttribute(Qt::WA_DontShowOnScreen);
     m_reportChart->hide();
 
-    // Picture and chart share the width; neither can be pushed out of view.
-    auto *views = new QSplitter(Qt::Horizontal);
+    // Picture and chart side by side; neither can be pushed out of view.
+    auto *views = new PreferringSplitter(Qt::Horizontal);
     views->setChildrenCollapsible(false);
     views->addWidget(m_picture);
     views->addWidget(m_chart);
-    views->setStretchFactor(0, 1);
+    // The picture is as wide as its corner labels next to each other while
+    // the chart keeps its smallest width, and the chart takes the rest.
+    // Below its preferred width the chart may shrink to what its axes need,
+    // so that the page fits beside the help dock on a laptop.
+    views->setStretchFactor(0, 0);
     views->setStretchFactor(1, 1);
+    views->setPreferredWidth(0, [this] { return m_picture->sizeHint().width(); });
+    m_chart->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     // The report view is a dock: below the views here, or wherever the
     // window that takes it puts it.
     m_reportDock = new ReportDock(QStringLiteral("Uniformity Report"),

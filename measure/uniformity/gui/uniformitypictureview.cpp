@@ -43,7 +43,19 @@ public:
             y = -size.height();
         else if (alignment & Qt::AlignVCenter)
             y = -size.height() / 2;
-        m_rect = QRectF(QPointF(x, y), size);
+        m_rect = QRectF(QPointF(x, y + m_rows * size.height()), size);
+        update();
+    }
+
+    // Moves the label by whole label heights below (positive) or above
+    // (negative) the place its anchor and alignment give it.
+    void setRows(int rows)
+    {
+        if (rows == m_rows)
+            return;
+        prepareGeometryChange();
+        m_rect.translate(0.0, (rows - m_rows) * m_rect.height());
+        m_rows = rows;
         update();
     }
 
@@ -63,6 +75,7 @@ private:
     static constexpr double kMargin = 2.0;
     QString m_text;
     Qt::Alignment m_alignment = Qt::AlignLeft | Qt::AlignTop;
+    int m_rows = 0;
     QFont m_font;
     QRectF m_rect;
 };
@@ -119,6 +132,7 @@ void UniformityPictureView::setWindows(const QRectF &center, const QString &cent
         m_windows[i]->setVisible(true);
         m_labels[i]->setVisible(true);
     }
+    placeLabels();
     updateGeometry();
 }
 
@@ -131,23 +145,50 @@ void UniformityPictureView::clearWindows()
     updateGeometry();
 }
 
+QSizeF UniformityPictureView::labelSize(int index) const
+{
+    return m_labels[index]->isVisible() ? m_labels[index]->boundingRect().size() : QSizeF();
+}
+
+double UniformityPictureView::pairWidth() const
+{
+    return std::max(labelSize(1).width() + labelSize(2).width(),
+                    labelSize(3).width() + labelSize(4).width());
+}
+
+void UniformityPictureView::placeLabels()
+{
+    // A side's corner labels stand next to each other while the picture on
+    // the screen is as wide as both; on a narrower one the right-hand ones
+    // step a row towards the centre, so that no label covers another.
+    const bool stagger = transform().m11() * m_scene->sceneRect().width() < pairWidth();
+    m_labels[2]->setRows(stagger ? 1 : 0);
+    m_labels[4]->setRows(stagger ? -1 : 0);
+}
+
 QSize UniformityPictureView::minimumSizeHint() const
 {
     // Labels keep their screen size, so the view needs their room at any
-    // zoom: the widest side's pair with a gap, three label rows.
-    const auto size = [this](int i) {
-        return m_labels[i]->isVisible() ? m_labels[i]->boundingRect().size() : QSizeF();
-    };
+    // zoom: the widest label with a gap, five label rows (a side's corner
+    // labels one above the other, the centre one between them).
     const double gap = 16.0;
-    const double width = std::max(size(1).width() + size(2).width(),
-                                  size(3).width() + size(4).width())
-                         + gap;
+    double width = 0.0;
     double height = 0.0;
-    for (int i = 0; i < 5; ++i)
-        height = std::max(height, size(i).height());
+    for (int i = 0; i < 5; ++i) {
+        width = std::max(width, labelSize(i).width());
+        height = std::max(height, labelSize(i).height());
+    }
     const QSize frame(2 * frameWidth(), 2 * frameWidth());
     return QGraphicsView::minimumSizeHint().expandedTo(
-            QSize(qCeil(width), qCeil(3 * height + 2 * gap)) + frame);
+            QSize(qCeil(width + gap), qCeil(5 * height + 2 * gap)) + frame);
+}
+
+QSize UniformityPictureView::sizeHint() const
+{
+    // Wide enough for a side's corner labels next to each other.
+    const double gap = 16.0;
+    const QSize frame(2 * frameWidth(), 2 * frameWidth());
+    return QGraphicsView::sizeHint().expandedTo(QSize(qCeil(pairWidth() + gap), 0) + frame);
 }
 
 QRectF UniformityPictureView::windowRect(int index) const
@@ -182,6 +223,7 @@ void UniformityPictureView::fit()
 {
     if (hasPicture())
         fitInView(m_scene->sceneRect(), Qt::KeepAspectRatio);
+    placeLabels();
 }
 
 } // namespace kestro

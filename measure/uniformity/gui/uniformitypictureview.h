@@ -30,7 +30,8 @@ public:
     // middle of its window; the top-left label stands at its window's
     // top-left corner, the top-right one right-aligned at its window's
     // top-right corner, the bottom ones likewise along their windows' bottom
-    // edges (inside the picture).
+    // edges (inside the picture). On a picture shown narrower than a side's
+    // two labels, the right-hand ones stand a row nearer the centre.
     void setWindows(const QRectF &center, const QString &centerText,
                     const std::array<QRectF, 4> &corners, const std::array<QString, 4> &labels);
     void clearWindows();
@@ -43,15 +44,21 @@ public:
     QPointF labelAnchor(int index) const;
     Qt::Alignment labelAlignment(int index) const;
 
-    // Wide enough for the two corner labels of a side next to each other
-    // and high enough for the centre label between the corner ones.
+    // At least as wide as the widest label and high enough for the centre
+    // label between a side's corner labels one above the other; preferably
+    // wide enough for those next to each other.
     QSize minimumSizeHint() const override;
+    QSize sizeHint() const override;
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
 
 private:
     void fit();
+    QSizeF labelSize(int index) const;
+    // The wider side's corner labels next to each other.
+    double pairWidth() const;
+    void placeLabels();
 
     QGraphicsScene *m_scene = nullptr;
     QGraphicsPixmapItem *m_picture = nullptr;

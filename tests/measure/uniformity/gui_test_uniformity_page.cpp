@@ -13,6 +13,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QGraphicsItem>
 #include <QItemSelectionModel>
 #include <QLineEdit>
 #include <QSpinBox>
@@ -113,6 +114,26 @@ TEST_F(UniformityPageTest, WindowsAndLabelsOnThePicture)
     // The top-right label right-aligned to its window's right edge at its top.
     EXPECT_EQ(view->labelAnchor(2), QPointF(400, 0));
     EXPECT_TRUE(view->labelAlignment(2) & Qt::AlignRight);
+
+    // No label covers another, on a wide page or one as narrow as it may
+    // get (a laptop beside the help), where a picture is narrower than two
+    // corner labels.
+    m_page.show();
+    for (const int width : {1600, 0}) {
+        m_page.resize(width, 700);
+        QTest::qWait(50);
+        QList<QRectF> labels;
+        for (const QGraphicsItem *item : view->scene()->items())
+            if (item->flags() & QGraphicsItem::ItemIgnoresTransformations)
+                labels << item->deviceTransform(view->viewportTransform())
+                                  .mapRect(item->boundingRect());
+        ASSERT_EQ(labels.size(), 5);
+        for (int i = 0; i < 5; ++i)
+            for (int j = i + 1; j < 5; ++j)
+                EXPECT_FALSE(labels[i].intersects(labels[j]))
+                        << "page " << m_page.width() << " px, labels " << i << " and " << j;
+    }
+    m_page.hide();
 
     // Larger windows follow the corner spin box; the chart keeps its zoom
     // until the grid itself changes.
