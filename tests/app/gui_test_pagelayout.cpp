@@ -132,22 +132,35 @@ protected:
     }
 
     // Shows tab `index`, lets the layouts settle and checks that the page
-    // fits and, below it, its report dock gets a fair share of the height
-    // (the tabs are as tall as their tallest page needs, not more).
+    // fits, also beside the Quick Start dock in a 1366x768 window, and,
+    // below it, its report dock gets a fair share of the height (the tabs
+    // are as tall as their tallest page needs, not more).
     void expectFits(int index, const char *page, const char *dockName = nullptr)
     {
         window->workflow()->setCurrentIndex(index);
-        QTest::qWait(300);
+        const QRect screen = window->geometry();
         auto *scroll = window->findChild<QScrollArea *>(QStringLiteral("workflowScroll"));
         ASSERT_TRUE(scroll);
-        EXPECT_FALSE(scroll->horizontalScrollBar()->isVisible())
-                << page << ": the pages need " << window->workflow()->minimumSizeHint().width()
-                << " px";
-        EXPECT_FALSE(scroll->verticalScrollBar()->isVisible())
-                << page << ": the pages need " << window->workflow()->minimumSizeHint().height()
-                << " px";
-        const QStringList faults = layoutFaults(window.get());
-        EXPECT_TRUE(faults.isEmpty()) << page << ":\n" << faults.join('\n').toStdString();
+        for (const bool help : {false, true}) {
+            if (help)
+                window->setGeometry(QRect(screen.topLeft(), screen.size().boundedTo({1366, 768})));
+            window->quickStart(help);
+            QTest::qWait(300);
+            const std::string where = page + std::string(help ? " beside Quick Start" : "");
+            EXPECT_FALSE(scroll->horizontalScrollBar()->isVisible())
+                    << where << ": the pages need " << window->workflow()->minimumSizeHint().width()
+                    << " px";
+            // A window shrunk on a larger screen keeps its report dock's
+            // height, so only the width is that of a laptop.
+            EXPECT_TRUE(window->size() != screen.size() || !scroll->verticalScrollBar()->isVisible())
+                    << where << ": the pages need "
+                    << window->workflow()->minimumSizeHint().height() << " px";
+            const QStringList faults = layoutFaults(window.get());
+            EXPECT_TRUE(faults.isEmpty()) << where << ":\n" << faults.join('\n').toStdString();
+        }
+        window->quickStart(false);
+        window->setGeometry(screen);
+        QTest::qWait(300);
         if (!dockName)
             return;
         auto *dock = window->findChild<QDockWidget *>(QLatin1String(dockName));
