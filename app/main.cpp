@@ -18,6 +18,12 @@ int main(int argc, char **argv)
     // Sharp icons and layouts on high-density screens.
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    // A batch test needs no screen: on a machine without one (a server, a
+    // scheduled job) it draws its report pictures offscreen instead of failing
+    // to start for want of a display.
+    if (argc > 1 && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")
+        && qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     auto app = std::make_unique<QApplication>(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Kestro"));
     const bool batch = argc > 1;
